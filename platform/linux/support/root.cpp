@@ -1,0 +1,30 @@
+#include "platform/linux/support/root.h"
+
+#include <sys/stat.h>
+
+#include <cstdlib>
+
+namespace jxplatform {
+namespace {
+
+constexpr mode_t kDirectoryMode = 0755;
+
+std::string findRoot() {
+  const char* configured = std::getenv("JXPLATFORM_ROOT");
+  std::string path = configured != nullptr && *configured != '\0' ? configured : "/var/lib/jxplatform";
+  while (path.size() > 1 && path.back() == '/') path.pop_back();
+  for (std::size_t end = path.find('/', 1); end != std::string::npos; end = path.find('/', end + 1)) {
+    mkdir(path.substr(0, end).c_str(), kDirectoryMode);
+  }
+  mkdir(path.c_str(), kDirectoryMode);
+  return path;
+}
+
+}  // namespace
+
+const std::string& root() {
+  static const std::string path = findRoot();
+  return path;
+}
+
+}  // namespace jxplatform

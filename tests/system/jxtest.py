@@ -1,0 +1,91 @@
+"""What the system tests share: the built programs, started and ended by id, with their own platform root."""
+
+import os
+import pathlib
+import shutil
+import signal
+import socket
+import subprocess
+import tempfile
+import time
+import unittest
+
+BUILD = pathlib.Path(os.environ["JX_BUILD_DIR"])
+SOURCE = pathlib.Path(os.environ["JX_SOURCE_DIR"])
+BIN = BUILD / "bin"
+HTTP_PORT = 6370
+
+
+def wait_until(condition, seconds=30, what="condition"):
+    """Polls until `condition()` is true and returns its value; fails after `seconds`."""
+    end = time.monotonic() + seconds
+    while True:
+        value = condition()
+        if value:
+            return value
+        if time.monotonic() > end:
+            raise AssertionError(f"not within {seconds} s: {what}")
+        time.sleep(0.02)
+
+
+def can_connect(port, host="127.0.0.1"):
+    try:
+        socket.create_connection((host, port), 1).close()
+        return True
+    except OSError:
+        return False
+
+
+class Case(unittest.TestCase):
+    """A test with a platform root of its own, whose processes end with it."""
+
+    maxDiff = None
+
+    def setUp(self):
+        self.root = pathlib.Path(tempfile.mkdtemp(prefix="jxroot-"))
+        self.addCleanup(shutil.rmtree, self.root, ignore_errors=True)
+        self.env = dict(os.environ, JXPLATFORM_ROOT=str(self.root), JXPLATFORM_BUS="unix:path=/nonexistent")
+
+    def start(self, *args, **kwargs):
+        """Starts a program; it is ended, and its sanitizer verdict checked, when the test ends."""
+        kwargs.setdefault("env", self.env)
+        process = subprocess.Popen([str(a) for a in args], **kwargs)
+        self.addCleanup(self.stop, process)
+        return process
+
+    def stop(self, process, sig=signal.SIGTERM):
+        if process.poll() is None:
+            process.send_signal(sig)
+        try:
+            code = process.wait(20)
+        except subprocess.TimeoutExpired:
+            process.kill()
+            process.wait()
+            self.fail(f"{process.args[0]} did not end")
+        # A sanitizer that found something ends the process with a code of its own.
+        self.assertIn(code, (0, 1, -signal.SIGTERM, -signal.SIGINT, -signal.SIGKILL), f"{process.args[0]} ended with {code}")
+        return code
+
+    def start_bus(self):
+        """Starts a private D-Bus and points the programs at it; returns its address."""
+        address_read, address_write = os.pipe()
+        bus = subprocess.Popen(
+            ["dbus-daemon", "--session", "--nofork", "--nosyslog", f"--print-address={address_write}"],
+            pass_fds=[address_write])
+        os.close(address_write)
+        self.addCleanup(self.stop, bus)
+        with os.fdopen(address_read) as stream:
+            address = stream.readline().strip()
+        self.env["JXPLATFORM_BUS"] = address
+        self.env["DBUS_SESSION_BUS_ADDRESS"] = address
+        return address
+
+    def start_http_server(self, **kwargs):
+        """Starts `jxdownloader --http` and waits until it accepts."""
+        server = self.start(BIN / "jxdownloader", "--http", **kwargs)
+        wait_until(lambda: can_connect(HTTP_PORT), what="the upload server accepts")
+        return server
+
+
+if __name__ == "__main__":
+    unittest.main()
