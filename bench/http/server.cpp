@@ -1,0 +1,43 @@
+// The upload server on a port of its own, with an installer that installs nothing: it removes what was received.
+// Usage: bench_server PORT DIRECTORY
+#include <jxapp.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <iostream>
+#include <string>
+
+#include "http/listener.h"
+#include "upload/jx_download_server.h"
+
+namespace {
+
+std::string sourceDirectory;
+
+}  // namespace
+
+namespace jxapp {
+
+int jxInstall(InstallLog /*log*/, void* /*data*/) { return unlink((sourceDirectory + "/upload-0.zip").c_str()); }
+
+const char* jxInstallSourceDir() { return sourceDirectory.c_str(); }
+
+bool jxInstallCreateSourceDir() { return true; }
+
+bool jxGetCertificateArchive(std::string& archive) {
+  archive.clear();
+  return true;
+}
+
+}  // namespace jxapp
+
+int main(int argc, char** argv) {
+  if (argc != 3) {
+    std::cerr << "Usage: bench_server PORT DIRECTORY\n";
+    return 2;
+  }
+  sourceDirectory = argv[2];
+  zorhtml::ServerSettings settings(std::atoi(argv[1]));
+  const JXDownloadServer prototype;
+  return zorhtml::serve(settings, prototype) ? 0 : 1;
+}
