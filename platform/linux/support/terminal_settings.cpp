@@ -1,0 +1,83 @@
+#include "platform/linux/support/terminal_settings.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+namespace jxplatform {
+namespace {
+
+using nlohmann::json;
+
+// Far above any sensible file; a bound so that a wrong file cannot fill the memory.
+constexpr std::size_t kMaxFileBytes = 1024 * 1024;
+
+std::optional<std::string> textMember(const json& object, const char* name) {
+  const auto member = object.find(name);
+  if (member == object.end() || !member->is_string()) return std::nullopt;
+  return member->get<std::string>();
+}
+
+std::optional<std::int64_t> integerMember(const json& object, const char* name) {
+  const auto member = object.find(name);
+  if (member == object.end() || !member->is_number_integer()) return std::nullopt;
+  return member->get<std::int64_t>();
+}
+
+Sponsor sponsorOf(const json& object) {
+  Sponsor sponsor;
+  const auto member = object.find("sponsor");
+  if (member == object.end() || !member->is_object()) return sponsor;
+  sponsor.identifier = textMember(*member, "identifier");
+  sponsor.number = integerMember(*member, "number");
+  sponsor.name = textMember(*member, "name");
+  return sponsor;
+}
+
+std::optional<SignaturePolicy> policyOf(const std::optional<std::string>& word) {
+  if (word == "off") return SignaturePolicy::kOff;
+  if (word == "warn") return SignaturePolicy::kWarn;
+  if (word == "required") return SignaturePolicy::kRequired;
+  return std::nullopt;
+}
+
+// The whole of the file; nothing with errno set when it cannot be read or is beyond the bound.
+std::optional<std::string> readFile(const std::string& path) {
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rbe"), std::fclose);
+  if (!file) return std::nullopt;
+  std::string text(kMaxFileBytes + 1, '\0');
+  text.resize(std::fread(text.data(), 1, text.size(), file.get()));
+  if (std::ferror(file.get()) != 0) return std::nullopt;
+  if (text.size() > kMaxFileBytes) {
+    errno = EFBIG;
+    return std::nullopt;
+  }
+  return text;
+}
+
+}  // namespace
+
+TerminalSettings parseTerminalSettings(const std::string& text) {
+  TerminalSettings settings;
+  const json object = json::parse(text, nullptr, false);
+  if (!object.is_object()) {
+    settings.signaturesMalformed = true;
+    return settings;
+  }
+  settings.serial = textMember(object, "serial");
+  settings.guiVersion = textMember(object, "gui_version");
+  settings.sponsor = sponsorOf(object);
+  settings.signatures = policyOf(textMember(object, "signatures"));
+  settings.signaturesMalformed = object.contains("signatures") && !settings.signatures;
+  return settings;
+}
+
+TerminalSettings readTerminalSettings(const std::string& root) {
+  if (const auto text = readFile(root + "/terminal.json")) return parseTerminalSettings(*text);
+  TerminalSettings settings;
+  settings.signaturesMalformed = errno != ENOENT;
+  return settings;
+}
+
+}  // namespace jxplatform
