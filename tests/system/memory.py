@@ -1,0 +1,25 @@
+"""What the upload server does when it runs out of memory. Not for builds whose sanitizer reserves terabytes of addresses."""
+
+import resource
+import unittest
+
+import jxtest
+from jxhttp import FORM_PAGE, Wire, exchange, request
+
+ROOM = 256 << 20
+
+
+class MemoryTest(jxtest.Case):
+    def test_out_of_memory_drops_one_connection(self):
+        server = self.start_http_server(preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_AS, (ROOM, ROOM)))
+        with Wire() as greedy:
+            line = b"GET /" + b"a" * (1 << 20)
+            with self.assertRaises(OSError):
+                for _ in range(1000):
+                    greedy.send(line)
+        self.assertTrue(exchange(request("GET", "/")).endswith(FORM_PAGE))
+        self.assertIsNone(server.poll())
+
+
+if __name__ == "__main__":
+    unittest.main()
