@@ -109,7 +109,7 @@ class HttpProto {
   // Reads up to a line feed, without it and without any carriage return.
   LineResult readLine(std::string& line);
 
-  // Deletes the stream; every later operation fails.
+  // Deletes the stream, if there is one; every later operation fails.
   void dropConnection();
 
   zoripc::IPC* connection = nullptr;
@@ -121,6 +121,30 @@ class HttpProto {
   std::int32_t clientMode = 1;      // 0 once a request has been read
   std::int32_t proxyForm = 0;       // not 0: requests carry the absolute URL
   HttpHeaders headers;              // of the last message read
+
+ private:
+  bool parseStartLine(const std::string& line, HttpMethod& method, std::string& path, bool& keepOpen, int& status);
+  int readFields(int status, bool& keepOpen);
+  void storeField(const std::string& line);
+  void decideFraming();
+
+  bool readBytes(void* data, int count);
+  int readFixed(void* data, int length);
+  int readChunked(unsigned char* data, int length);
+  bool readChunk(unsigned char* data, int count);
+  bool readChunkSize();
+  bool readTrailer();
+  template <class Body>
+  int readWholeBody(Body& body);
+  template <class Body>
+  int readAnnounced(Body& body);
+
+  bool send(const std::string& text);
+  bool sendField(const std::string& key, const std::string& value);
+  bool sendResponseFraming(int contentLength, const std::string& contentType);
+  bool sendRequestFraming(int contentLength, const std::string& contentType);
+  bool sendCredentials(const std::string& authorization);
+  bool writePiece(const void* data, int length);
 };
 
 }  // namespace zorhtml

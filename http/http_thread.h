@@ -39,8 +39,14 @@ class HttpThread : public HttpProto, public Thread {
   // Drops `count` bytes from the front of the buffer.
   void consumeBuffer(int count);
 
-  char buffer[kBufferSize];  // only the first `fill` bytes mean anything
+  char buffer[kBufferSize];  // only the first `fill` bytes mean anything; a copy takes no others
   int fill = 0;
+
+ private:
+  bool serveRequest();
+  bool dispatch(HttpMethod method, const std::string& path);
+  bool sendWhole(int status, const std::string& body, const std::string& contentType, bool keepAlive,
+                 const HttpHeaders& extra);
 };
 
 }  // namespace zorhtml

@@ -33,9 +33,13 @@ class ThreadControl {
   // Waits for a joinable thread to end; leaves a detached one alone.
   virtual ~ThreadControl();
 
- private:
-  pthread_t thread_{};
-  int state_ = 0;  // kStarted, kDetached
+ protected:
+  pthread_t thread{};
+  int state = 0;  // 0: no thread was started; 1: a joinable one; 3: a detached one
 };
+
+// The start routine of every thread: calls onStart() and run() on the Thread given, deletes it and returns the result
+// of run(). An exception ends the thread alone, with the result 0; null returns null.
+void* threadEntry(void* object);
 
 }  // namespace zorhtml

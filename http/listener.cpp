@@ -1,0 +1,94 @@
+#include "http/listener.h"
+
+#include <poll.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <memory>
+#include <new>
+
+#include "http/number_text.h"
+#include "http/thread.h"
+
+namespace zorhtml {
+
+namespace {
+
+constexpr int kAnyPort = -1;
+constexpr int kPassMs = 1000;
+
+enum class Wait { Quiet, Connection, Other };
+
+void storeChosenPort(ServerSettings& settings, const zoripc::TCP& endpoint) {
+  const std::string address = endpoint.localAddress();
+  const std::size_t colon = address.rfind(':');
+  if (colon != std::string::npos) settings.port = scanDecimal(address.substr(colon + 1)).value_or(0);
+}
+
+// Null, after a message, when the port cannot be opened.
+std::unique_ptr<zoripc::TCP> openEndpoint(ServerSettings& settings) {
+  auto endpoint = std::make_unique<zoripc::TCP>();
+  const int port = settings.port == kAnyPort ? 0 : settings.port;
+  if (endpoint->listen(static_cast<unsigned short>(port), nullptr) == 0) {
+    std::fprintf(stderr, "Failed to listen on port %d\n", settings.port);
+    // Not released, deliberately: a failed endpoint is left to the end of the process.
+    static_cast<void>(endpoint.release());
+    return nullptr;
+  }
+  if (settings.port == kAnyPort) storeChosenPort(settings, *endpoint);
+  return endpoint;
+}
+
+// Waits a pass for a connection. A failed wait is no quiet one, and an event without POLLIN is none to act on.
+Wait waitForConnection(const zoripc::TCP* endpoint) {
+  std::array<pollfd, 2> set{};
+  set[0].fd = endpoint != nullptr ? endpoint->getFD() : -1;
+  set[0].events = POLLIN;
+  set[1].fd = -1;  // the place of the second endpoint, which is never opened
+  set[1].events = POLLIN;
+  int ready = 0;
+  do {
+    ready = poll(set.data(), endpoint != nullptr ? 1 : 0, kPassMs);
+  } while (ready < 0 && errno == EINTR);
+  if (ready == 0) return Wait::Quiet;
+  return (set[0].revents & POLLIN) != 0 ? Wait::Connection : Wait::Other;
+}
+
+// Owns `stream`. Without the memory for a server object the connection is dropped, and nothing else.
+void startConnection(zoripc::IPC* stream, const HttpThread& prototype, CopyServer copy) {
+  std::unique_ptr<zoripc::IPC> held(stream);
+  try {
+    std::unique_ptr<HttpThread> server(copy(prototype));
+    if (!server) return;
+    server->setConnection(held.release());
+    const ThreadControl control(server.release(), true);
+  } catch (...) {
+    return;
+  }
+}
+
+void acceptConnection(zoripc::TCP& endpoint, const HttpThread& prototype, CopyServer copy) {
+  zoripc::IPC* stream = endpoint.accept(-1);
+  if (stream != nullptr) startConnection(stream, prototype, copy);
+}
+
+}  // namespace
+
+bool serve(ServerSettings& settings, const HttpThread& prototype, CopyServer copy) {
+  std::unique_ptr<zoripc::TCP> endpoint;
+  if (settings.port != 0) {
+    endpoint = openEndpoint(settings);
+    if (!endpoint) return false;
+  } else if (settings.auxEndpoint == 0) {
+    return false;
+  }
+  for (;;) {
+    const Wait wait = waitForConnection(endpoint.get());
+    // Looked at after a quiet second alone, deliberately: while connections keep coming, a stop waits.
+    if (wait == Wait::Quiet && settings.stop.load(std::memory_order_relaxed)) return true;
+    if (wait == Wait::Connection && endpoint) acceptConnection(*endpoint, prototype, copy);
+  }
+}
+
+}  // namespace zorhtml
