@@ -1,0 +1,132 @@
+#include "platform/linux/jxapp/application_store.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+
+#include "platform/linux/jxapp/failure.h"
+#include "platform/linux/jxapp/manifest.h"
+
+namespace jxinstall {
+namespace {
+
+constexpr mode_t kDirectoryMode = 0755;
+constexpr const char* kNewPrefix = ".new-";
+constexpr const char* kOldPrefix = ".old-";
+constexpr unsigned kRenameExchange = 2;
+
+bool exists(int directory, const std::string& name) {
+  struct stat status {};
+  return fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+bool isDirectory(int directory, const std::string& name) {
+  struct stat status {};
+  return fstatat(directory, name.c_str(), &status, 0) == 0 && S_ISDIR(status.st_mode);
+}
+
+bool rename(int directory, const std::string& from, const std::string& to) {
+  return renameat(directory, from.c_str(), directory, to.c_str()) == 0;
+}
+
+// By its number: a C library may lack the function where the kernel has the call.
+bool exchange(int directory, const std::string& one, const std::string& other) {
+  return syscall(SYS_renameat2, directory, one.c_str(), directory, other.c_str(), kRenameExchange) == 0;
+}
+
+bool isUnsupported(int error) { return error == EINVAL || error == ENOSYS || error == EOPNOTSUPP; }
+
+bool beginsWith(const std::string& text, const std::string& prefix) { return text.rfind(prefix, 0) == 0; }
+
+[[noreturn]] void failWith(const std::string& what) { throw Failure(what + ": " + errorText(errno)); }
+
+}  // namespace
+
+ApplicationStore::ApplicationStore(const std::string& root, Replacement replacement) : replacement_(replacement) {
+  const std::string path = root + "/apps";
+  mkdir(path.c_str(), kDirectoryMode);
+  apps_ = Descriptor(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!apps_) failWith("the folder of the applications cannot be opened");
+}
+
+void ApplicationStore::sweep() {
+  std::vector<std::string> names;
+  listDirectory(directory(), names);
+  for (const std::string& name : names) {
+    if (beginsWith(name, kOldPrefix)) {
+      const std::string place = name.substr(std::string(kOldPrefix).size());
+      if (!exists(directory(), place) && rename(directory(), name, place)) syncFile(directory());
+      removeTree(directory(), name);
+    } else if (beginsWith(name, kNewPrefix)) {
+      removeTree(directory(), name);
+    }
+  }
+}
+
+std::vector<Application> ApplicationStore::list() const {
+  std::vector<std::string> names;
+  if (!listDirectory(directory(), names)) failWith("the folder of the applications cannot be read");
+  std::vector<Application> applications;
+  for (const std::string& name : names) {
+    if (isApplicationName(name) && isDirectory(directory(), name)) applications.push_back({name, versionOf(name)});
+  }
+  return applications;
+}
+
+std::optional<std::string> ApplicationStore::versionOf(const std::string& name) const {
+  std::string text;
+  if (!readFile(directory(), name + '/' + kManifestName, kMaxManifestBytes, text)) return std::nullopt;
+  try {
+    return parseManifest(text).version;
+  } catch (const Failure&) {
+    return std::nullopt;
+  }
+}
+
+Descriptor ApplicationStore::stage(const std::string& name) {
+  discard(name);
+  const std::string staged = kNewPrefix + name;
+  if (mkdirat(directory(), staged.c_str(), kDirectoryMode) != 0) failWith("the application's folder cannot be created");
+  Descriptor made = openAt(directory(), staged, O_RDONLY | O_DIRECTORY);
+  if (!made || fchmod(made.get(), kDirectoryMode) != 0) failWith("the application's folder cannot be opened");
+  return made;
+}
+
+void ApplicationStore::commit(const std::string& name) {
+  swapIn(name);
+  // The application is in its place; a failure here only leaves it less sure to survive a power cut.
+  syncFile(directory());
+  discard(name);
+  removeTree(directory(), kOldPrefix + name);
+}
+
+void ApplicationStore::swapIn(const std::string& name) {
+  const std::string staged = kNewPrefix + name;
+  if (!exists(directory(), name)) {
+    if (!rename(directory(), staged, name)) failWith("the application cannot be put in its place");
+    return;
+  }
+  if (replacement_ == Replacement::kExchange) {
+    if (exchange(directory(), staged, name)) return;
+    if (!isUnsupported(errno)) failWith("the application cannot be put in its place");
+  }
+  swapByTwoRenames(name);
+}
+
+void ApplicationStore::swapByTwoRenames(const std::string& name) {
+  const std::string old = kOldPrefix + name;
+  if (!rename(directory(), name, old)) failWith("the old application cannot be moved aside");
+  if (syncFile(directory()) && rename(directory(), kNewPrefix + name, name)) return;
+  const int reason = errno;
+  rename(directory(), old, name);
+  errno = reason;
+  failWith("the application cannot be put in its place");
+}
+
+void ApplicationStore::discard(const std::string& name) { removeTree(directory(), kNewPrefix + name); }
+
+}  // namespace jxinstall

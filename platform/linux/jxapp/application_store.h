@@ -1,0 +1,61 @@
+// The folder of the installed applications, apps/NAME each.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/linux/jxapp/file.h"
+
+namespace jxinstall {
+
+struct Application {
+  std::string name;
+  std::optional<std::string> version;  // nothing when its manifest cannot be read
+};
+
+// How an application takes the place of its predecessor.
+enum class Replacement {
+  kExchange,   // in one step; two renames where the file system cannot
+  kTwoRenames  // always by two renames
+};
+
+// Beside apps/NAME stand, while NAME is being installed, `.new-NAME` (the new application, or the old one after an
+// exchange) and `.old-NAME` (the old one between two renames). A name that begins with a dot is no application's, so
+// what a killed installation left tells by its name what it is. The caller holds the installation lock.
+class ApplicationStore {
+ public:
+  // Opens `root`/apps, and creates it where it is missing. Throws Failure.
+  explicit ApplicationStore(const std::string& root, Replacement replacement = Replacement::kExchange);
+
+  int directory() const { return apps_.get(); }
+
+  // Puts right what a killed installation left: an old application without a new one in its place goes back, everything
+  // else that is not an application is removed. What cannot be removed stays for the next time.
+  void sweep();
+
+  // The applications, by name.
+  std::vector<Application> list() const;
+
+  // The version of an installed application: nothing when there is none or its manifest cannot be read.
+  std::optional<std::string> versionOf(const std::string& name) const;
+
+  // An empty directory beside the place of `name`. Throws Failure.
+  Descriptor stage(const std::string& name);
+
+  // Puts the staged directory in the place of `name`, brings that to the disk, and removes the predecessor. Throws
+  // Failure when the predecessor, if any, is still in its place.
+  void commit(const std::string& name);
+
+  // Removes what stage() made.
+  void discard(const std::string& name);
+
+ private:
+  void swapIn(const std::string& name);
+  void swapByTwoRenames(const std::string& name);
+
+  Descriptor apps_;
+  Replacement replacement_;
+};
+
+}  // namespace jxinstall

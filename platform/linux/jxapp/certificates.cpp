@@ -1,0 +1,89 @@
+#include "platform/linux/jxapp/certificates.h"
+
+#include <archive.h>
+#include <archive_entry.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <memory>
+
+#include "platform/linux/jxapp/file.h"
+
+namespace jxinstall {
+namespace {
+
+using Writer = std::unique_ptr<archive, int (*)(archive*)>;
+using Entry = std::unique_ptr<archive_entry, void (*)(archive_entry*)>;
+
+bool isPemName(const std::string& name) {
+  constexpr const char* kSuffix = ".pem";
+  constexpr std::size_t kSuffixBytes = 4;
+  return name.size() > kSuffixBytes && name.front() != '.' &&
+         name.compare(name.size() - kSuffixBytes, kSuffixBytes, kSuffix) == 0;
+}
+
+// The archive is handed to whoever asks for it: a private key that was put here by mistake must not be.
+bool isPublicCertificate(const std::string& content) {
+  return content.find("-----BEGIN CERTIFICATE-----") != std::string::npos &&
+         content.find("PRIVATE KEY-----") == std::string::npos;
+}
+
+// Links are followed: a terminal's certificates may be kept elsewhere.
+bool readCertificate(int directory, const std::string& name, std::string& content) {
+  Descriptor file(openat(directory, name.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  struct stat status {};
+  if (!file || fstat(file.get(), &status) != 0) return false;
+  if (!S_ISREG(status.st_mode) || status.st_size > static_cast<off_t>(kMaxCertificateFileBytes)) return true;
+  content.resize(static_cast<std::size_t>(status.st_size));
+  const std::int64_t got = readAt(file.get(), content.data(), content.size(), 0);
+  content.resize(got < 0 ? 0 : static_cast<std::size_t>(got));
+  return got >= 0;
+}
+
+la_ssize_t append(archive* /*writer*/, void* data, const void* bytes, std::size_t size) {
+  static_cast<std::string*>(data)->append(static_cast<const char*>(bytes), size);
+  return static_cast<la_ssize_t>(size);
+}
+
+bool writeEntry(archive* writer, const std::string& name, const std::string& content) {
+  constexpr mode_t kMode = 0644;
+  const Entry entry(archive_entry_new(), archive_entry_free);
+  if (!entry) return false;
+  archive_entry_set_pathname(entry.get(), name.c_str());
+  archive_entry_set_filetype(entry.get(), AE_IFREG);
+  archive_entry_set_perm(entry.get(), kMode);
+  archive_entry_set_size(entry.get(), static_cast<la_int64_t>(content.size()));
+  return archive_write_header(writer, entry.get()) == ARCHIVE_OK &&
+         archive_write_data(writer, content.data(), content.size()) == static_cast<la_ssize_t>(content.size());
+}
+
+}  // namespace
+
+bool readCertificateFiles(const std::string& root, std::vector<std::pair<std::string, std::string>>& files) {
+  const Descriptor directory(open((root + "/certs").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!directory) return errno == ENOENT;
+  std::vector<std::string> names;
+  bool complete = listDirectory(directory.get(), names);
+  for (const std::string& name : names) {
+    std::string content;
+    if (!isPemName(name)) continue;
+    complete = readCertificate(directory.get(), name, content) && complete;
+    if (isPublicCertificate(content)) files.emplace_back(name, std::move(content));
+  }
+  return complete;
+}
+
+bool archiveCertificates(const std::string& root, std::string& archive) {
+  std::vector<std::pair<std::string, std::string>> files;
+  bool complete = readCertificateFiles(root, files);
+  const Writer writer(archive_write_new(), archive_write_free);
+  if (!writer || archive_write_set_format_ustar(writer.get()) != ARCHIVE_OK ||
+      archive_write_open(writer.get(), &archive, nullptr, append, nullptr) != ARCHIVE_OK) {
+    return false;
+  }
+  for (const auto& [name, content] : files) complete = writeEntry(writer.get(), name, content) && complete;
+  return archive_write_close(writer.get()) == ARCHIVE_OK && complete;
+}
+
+}  // namespace jxinstall

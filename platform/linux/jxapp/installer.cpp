@@ -1,0 +1,163 @@
+#include "platform/linux/jxapp/installer.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <optional>
+#include <thread>
+
+#include "platform/linux/jxapp/disk_space.h"
+#include "platform/linux/jxapp/failure.h"
+#include "platform/linux/jxapp/package.h"
+#include "platform/linux/jxapp/signature.h"
+#include "platform/linux/jxapp/source_directory.h"
+#include "platform/linux/jxapp/staging.h"
+#include "platform/linux/support/terminal_settings.h"
+
+namespace jxinstall {
+namespace {
+
+using jxplatform::SignaturePolicy;
+
+// Holds the root for this installation alone; the system gives it back when the process dies.
+class InstallationLock {
+ public:
+  // Throws Failure when another installation holds it for all of the time.
+  InstallationLock(const std::string& root, int timeoutMs)
+      : root_(open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+    if (!root_) throw Failure("the platform root cannot be opened: " + errorText(errno));
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (flock(root_.get(), LOCK_EX | LOCK_NB) != 0) {
+      if (errno != EWOULDBLOCK && errno != EINTR)
+        throw Failure("the platform root cannot be locked: " + errorText(errno));
+      if (std::chrono::steady_clock::now() >= end) {
+        throw Failure("another installation is still running after " + std::to_string(timeoutMs) + " ms");
+      }
+      std::this_thread::sleep_for(kPause);
+    }
+  }
+
+ private:
+  static constexpr std::chrono::milliseconds kPause{20};
+  Descriptor root_;
+};
+
+class Installation {
+ public:
+  Installation(const InstallOptions& options, jxapp::InstallLog log, void* data)
+      : options_(options), log_(log), data_(data) {}
+
+  int run() {
+    try {
+      const InstallationLock lock(options_.root, options_.lockTimeoutMs);
+      ApplicationStore store(options_.root, options_.replacement);
+      store.sweep();
+      installSources(store);
+      reportApplications(store);
+    } catch (const Failure& failure) {
+      error(failure.what());
+    }
+    return failed_ ? -1 : 0;
+  }
+
+ private:
+  void line(const std::string& text) { log_(data_, "%s", (text + '\n').c_str()); }
+
+  void error(const std::string& text) {
+    failed_ = true;
+    line("Error: " + text);
+  }
+
+  void installSources(ApplicationStore& store) {
+    const Descriptor source = openSourceDirectory(options_.root);
+    std::vector<std::string> names;
+    if (!source || !listArchives(source.get(), names)) {
+      if (source || errno != ENOENT) error("the source directory cannot be read: " + errorText(errno));
+      return;
+    }
+    for (const std::string& name : names) handle(source.get(), name, store);
+  }
+
+  // Whatever becomes of the package, the archive goes: a bad one would otherwise fail again each time.
+  void handle(int source, const std::string& name, ApplicationStore& store) {
+    std::optional<SourceArchive> archive;
+    try {
+      archive.emplace(source, name);
+      line("Package " + name + ": " + std::to_string(archive->size()) + " bytes, sha256 " + archive->digest());
+      install(*archive, store);
+    } catch (const Failure& failure) {
+      error(name + ": " + failure.what());
+    }
+    if (archive && archive->isTakenOver(source)) return;
+    if (unlinkat(source, name.c_str(), 0) != 0 && errno != ENOENT) {
+      error(name + ": the archive cannot be removed: " + errorText(errno));
+    }
+  }
+
+  void install(const SourceArchive& archive, ApplicationStore& store) {
+    const Package package = readPackage(archive.fd(), archive.size());
+    const std::string title = package.manifest.name + ' ' + package.manifest.version;
+    const std::string warning = checkSignature(package, title);
+    checkDiskSpace(store.directory(), package);
+    const std::optional<std::string> before = store.versionOf(package.manifest.name);
+    unpackAndCommit(archive.fd(), package, store);
+    if (!warning.empty()) line("Warning: " + warning);
+    line(before ? changeText(package.manifest, *before) : "Installed " + title);
+  }
+
+  // Returns what to warn of.
+  std::string checkSignature(const Package& package, const std::string& title) const {
+    const auto settings = jxplatform::readTerminalSettings(options_.root);
+    // A policy that cannot be understood must not weaken the one that was meant.
+    if (settings.signaturesMalformed) throw Failure("terminal.json has no readable \"signatures\" policy");
+    const SignaturePolicy policy = settings.signatures.value_or(SignaturePolicy::kWarn);
+    if (policy == SignaturePolicy::kOff) return "";
+    const std::string problem = signatureProblem(options_.root, package.manifestBytes, package.signature);
+    if (problem.empty()) return "";
+    if (policy == SignaturePolicy::kRequired) throw Failure(title + ' ' + problem);
+    return title + ' ' + problem;
+  }
+
+  static void unpackAndCommit(int fd, const Package& package, ApplicationStore& store) {
+    const std::string& name = package.manifest.name;
+    const Descriptor place = store.stage(name);
+    try {
+      unpackInto(place.get(), fd, package);
+      store.commit(name);
+    } catch (...) {
+      store.discard(name);
+      throw;
+    }
+  }
+
+  static std::string changeText(const Manifest& manifest, const std::string& before) {
+    if (before == manifest.version) return "Reinstalled " + manifest.name + ' ' + before;
+    return "Updated " + manifest.name + ' ' + before + " -> " + manifest.version;
+  }
+
+  // One call for the whole list: the log colours a message by its beginning.
+  void reportApplications(const ApplicationStore& store) {
+    std::string text = "List of installed applications:";
+    const std::vector<Application> applications = store.list();
+    for (const Application& application : applications) {
+      text += "\n  " + application.name + ' ' + application.version.value_or("(manifest unreadable)");
+    }
+    line(applications.empty() ? text + "\n  (none)" : text);
+  }
+
+  const InstallOptions& options_;
+  jxapp::InstallLog log_;
+  void* data_;
+  bool failed_ = false;
+};
+
+}  // namespace
+
+int installAll(const InstallOptions& options, jxapp::InstallLog log, void* data) {
+  return Installation(options, log, data).run();
+}
+
+}  // namespace jxinstall

@@ -1,0 +1,195 @@
+#include "platform/linux/jxapp/signature.h"
+
+#include <openssl/bio.h>
+#include <openssl/cms.h>
+#include <openssl/cmserr.h>
+#include <openssl/err.h>
+#include <openssl/pem.h>
+#include <openssl/x509_vfy.h>
+#include <openssl/x509v3.h>
+
+#include <limits>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "platform/linux/jxapp/certificates.h"
+#include "platform/linux/jxapp/printable.h"
+
+namespace jxinstall {
+namespace {
+
+template <auto kFree>
+struct Freer {
+  template <typename T>
+  void operator()(T* object) const {
+    kFree(object);
+  }
+};
+
+void freeCertificates(STACK_OF(X509) * stack) { sk_X509_pop_free(stack, X509_free); }
+void freeStackOnly(STACK_OF(X509) * stack) { sk_X509_free(stack); }
+
+using Bio = std::unique_ptr<BIO, Freer<BIO_free_all>>;
+using Cms = std::unique_ptr<CMS_ContentInfo, Freer<CMS_ContentInfo_free>>;
+using Certificate = std::unique_ptr<X509, Freer<X509_free>>;
+using Certificates = std::unique_ptr<STACK_OF(X509), Freer<freeCertificates>>;
+using BorrowedCertificates = std::unique_ptr<STACK_OF(X509), Freer<freeStackOnly>>;
+using Store = std::unique_ptr<X509_STORE, Freer<X509_STORE_free>>;
+using StoreContext = std::unique_ptr<X509_STORE_CTX, Freer<X509_STORE_CTX_free>>;
+
+constexpr const char* kUnreadable = "has a signature that is not a detached CMS signature in DER";
+
+Bio memoryOf(const std::string& bytes) {
+  if (bytes.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) return nullptr;
+  return Bio(BIO_new_mem_buf(bytes.data(), static_cast<int>(bytes.size())));
+}
+
+std::string contentOf(BIO* memory) {
+  char* data = nullptr;
+  const long size = BIO_get_mem_data(memory, &data);
+  return size > 0 ? std::string(data, static_cast<std::size_t>(size)) : "";
+}
+
+std::string subjectOf(const X509* certificate) {
+  const Bio text(BIO_new(BIO_s_mem()));
+  if (!text || certificate == nullptr) return printable("");
+  X509_NAME_print_ex(text.get(), X509_get_subject_name(certificate), 0, XN_FLAG_RFC2253);
+  return printable(contentOf(text.get()));
+}
+
+std::string timeText(const ASN1_TIME* time) {
+  const Bio text(BIO_new(BIO_s_mem()));
+  if (!text || ASN1_TIME_print(text.get(), time) != 1) return "an unreadable date";
+  return contentOf(text.get());
+}
+
+// The certificates in certs/, each of which is trusted by itself, be it a root or not.
+Store trustedStore(const std::string& root) {
+  Store store(X509_STORE_new());
+  std::vector<std::pair<std::string, std::string>> files;
+  readCertificateFiles(root, files);
+  for (const auto& [name, content] : files) {
+    const Bio text = memoryOf(content);
+    while (text && store) {
+      const Certificate certificate(PEM_read_bio_X509(text.get(), nullptr, nullptr, nullptr));
+      if (!certificate) break;
+      X509_STORE_add_cert(store.get(), certificate.get());
+    }
+  }
+  if (store) X509_STORE_set_flags(store.get(), X509_V_FLAG_PARTIAL_CHAIN);
+  return store;
+}
+
+// Nothing when `bytes` is anything but one DER structure.
+Cms parseSignature(const std::string& bytes) {
+  const auto* data = reinterpret_cast<const unsigned char*>(bytes.data());
+  const unsigned char* const end = data + bytes.size();
+  Cms cms(d2i_CMS_ContentInfo(nullptr, &data, static_cast<long>(bytes.size())));
+  if (!cms || data != end || OBJ_obj2nid(CMS_get0_type(cms.get())) != NID_pkcs7_signed ||
+      CMS_is_detached(cms.get()) != 1) {
+    return nullptr;
+  }
+  const STACK_OF(CMS_SignerInfo)* const signers = CMS_get0_SignerInfos(cms.get());
+  return sk_CMS_SignerInfo_num(signers) > 0 ? std::move(cms) : nullptr;
+}
+
+// Whether the queue of OpenSSL's errors has a reason of its CMS part.
+bool errorsHave(int reason) {
+  bool found = false;
+  while (const unsigned long error = ERR_get_error()) {
+    found = found || (ERR_GET_LIB(error) == ERR_LIB_CMS && ERR_GET_REASON(error) == reason);
+  }
+  return found;
+}
+
+// The signatures alone; the certificates are looked at afterwards, since their faults have texts of their own.
+std::string contentProblem(CMS_ContentInfo* cms, const std::string& manifest) {
+  const Bio content = memoryOf(manifest);
+  if (!content) return kUnreadable;
+  ERR_clear_error();
+  constexpr unsigned kFlags = CMS_DETACHED | CMS_BINARY | CMS_NO_SIGNER_CERT_VERIFY;
+  if (CMS_verify(cms, nullptr, nullptr, content.get(), nullptr, kFlags) == 1) return "";
+  const unsigned long first = ERR_peek_error();
+  if (ERR_GET_LIB(first) == ERR_LIB_CMS && ERR_GET_REASON(first) == CMS_R_SIGNER_CERTIFICATE_NOT_FOUND) {
+    return "is signed without the signer's certificate";
+  }
+  return errorsHave(CMS_R_VERIFICATION_FAILURE) ? "has a signature for another manifest"
+                                                : "has a signature that does not match the signer's key";
+}
+
+std::string digestProblem(CMS_ContentInfo* cms) {
+  const STACK_OF(CMS_SignerInfo)* const signers = CMS_get0_SignerInfos(cms);
+  for (int i = 0; i < sk_CMS_SignerInfo_num(signers); ++i) {
+    X509_ALGOR* digest = nullptr;
+    CMS_SignerInfo_get0_algs(sk_CMS_SignerInfo_value(signers, i), nullptr, nullptr, &digest, nullptr);
+    const ASN1_OBJECT* kind = nullptr;
+    X509_ALGOR_get0(&kind, nullptr, nullptr, digest);
+    const int nid = OBJ_obj2nid(kind);
+    if (nid == NID_md5 || nid == NID_sha1)
+      return std::string("is signed with ") + OBJ_nid2sn(nid) + ", which is too weak";
+  }
+  return "";
+}
+
+// A certificate made for something else, such as a web server, must not vouch for packages.
+bool maySign(X509* certificate) {
+  const std::uint32_t uses = X509_get_extended_key_usage(certificate);
+  constexpr std::uint32_t kSigning = XKU_CODE_SIGN | XKU_SMIME | XKU_ANYEKU;
+  return (X509_get_key_usage(certificate) & KU_DIGITAL_SIGNATURE) != 0 && (uses & kSigning) != 0;
+}
+
+std::string chainProblem(X509_STORE_CTX* context) {
+  const int error = X509_STORE_CTX_get_error(context);
+  const X509* const certificate = X509_STORE_CTX_get_current_cert(context);
+  const std::string subject = ": " + subjectOf(certificate);
+  const std::string signedBy = "is signed by a certificate that ";
+  switch (error) {
+    case X509_V_ERR_CERT_HAS_EXPIRED:
+      return signedBy + "expired on " + timeText(X509_get0_notAfter(certificate)) + subject;
+    case X509_V_ERR_CERT_NOT_YET_VALID:
+      return signedBy + "is not valid before " + timeText(X509_get0_notBefore(certificate)) + subject;
+    case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT:
+    case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY:
+    case X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE:
+    case X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT:
+    case X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN:
+    case X509_V_ERR_CERT_UNTRUSTED:
+      return signedBy + "does not chain to one in certs/" + subject;
+    default:
+      return signedBy + "is not accepted (" + X509_verify_cert_error_string(error) + ")" + subject;
+  }
+}
+
+std::string certificateProblem(X509_STORE* store, X509* certificate, STACK_OF(X509) * others) {
+  constexpr int kAuthenticationLevel = 2;  // 112 bits: RSA of 2048 bits, no SHA-1
+  const StoreContext context(X509_STORE_CTX_new());
+  if (!context || X509_STORE_CTX_init(context.get(), store, certificate, others) != 1) return kUnreadable;
+  X509_VERIFY_PARAM_set_auth_level(X509_STORE_CTX_get0_param(context.get()), kAuthenticationLevel);
+  if (X509_verify_cert(context.get()) != 1) return chainProblem(context.get());
+  if (maySign(certificate)) return "";
+  return "is signed by a certificate that is not accepted (not for signing): " + subjectOf(certificate);
+}
+
+}  // namespace
+
+std::string signatureProblem(const std::string& root, const std::string& manifest,
+                             const std::optional<std::string>& signature) {
+  if (!signature) return "is not signed";
+  const Cms cms = parseSignature(*signature);
+  if (!cms) return kUnreadable;
+  std::string problem = contentProblem(cms.get(), manifest);
+  if (problem.empty()) problem = digestProblem(cms.get());
+  if (!problem.empty()) return problem;
+  const Store store = trustedStore(root);
+  const Certificates others(CMS_get1_certs(cms.get()));
+  const BorrowedCertificates signers(CMS_get0_signers(cms.get()));
+  if (!store || !signers || sk_X509_num(signers.get()) == 0) return kUnreadable;
+  for (int i = 0; i < sk_X509_num(signers.get()) && problem.empty(); ++i) {
+    problem = certificateProblem(store.get(), sk_X509_value(signers.get(), i), others.get());
+  }
+  ERR_clear_error();
+  return problem;
+}
+
+}  // namespace jxinstall

@@ -1,0 +1,87 @@
+#include "platform/linux/jxapp/source_directory.h"
+
+#include <fcntl.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <tuple>
+
+#include "platform/linux/jxapp/digest.h"
+#include "platform/linux/jxapp/failure.h"
+
+namespace jxinstall {
+namespace {
+
+constexpr std::size_t kBlockBytes = std::size_t{64} * 1024;
+
+// The digits of N; empty when the name is no upload-N.zip.
+std::string numberOf(const std::string& name) {
+  const std::string prefix = "upload-";
+  const std::string suffix = ".zip";
+  if (name.size() <= prefix.size() + suffix.size() || name.compare(0, prefix.size(), prefix) != 0 ||
+      name.compare(name.size() - suffix.size(), suffix.size(), suffix) != 0) {
+    return "";
+  }
+  std::string digits = name.substr(prefix.size(), name.size() - prefix.size() - suffix.size());
+  const bool isNumber = std::all_of(digits.begin(), digits.end(), [](char c) { return c >= '0' && c <= '9'; });
+  return isNumber ? digits : "";
+}
+
+// Compares numbers of any length.
+bool comesBefore(const std::string& one, const std::string& other) {
+  const auto order = [](const std::string& name) {
+    const std::string digits = numberOf(name);
+    const std::string value = digits.substr(std::min(digits.find_first_not_of('0'), digits.size()));
+    return std::make_tuple(value.size(), value, name);
+  };
+  return order(one) < order(other);
+}
+
+bool sameTime(const timespec& one, const timespec& other) {
+  return one.tv_sec == other.tv_sec && one.tv_nsec == other.tv_nsec;
+}
+
+}  // namespace
+
+SourceArchive::SourceArchive(int directory, std::string name)
+    : name_(std::move(name)), file_(openAt(directory, name_, O_RDONLY | O_NONBLOCK)) {
+  if (!file_ && errno == ELOOP) throw Failure("is a link, not a file");
+  if (!file_ || fstat(file_.get(), &status_) != 0) throw Failure("cannot be opened: " + errorText(errno));
+  if (!S_ISREG(status_.st_mode)) throw Failure("is not a file");
+}
+
+std::string SourceArchive::digest() const {
+  Sha256 digest;
+  std::vector<char> block(kBlockBytes);
+  std::uint64_t offset = 0;
+  while (offset < size()) {
+    const std::size_t wanted = static_cast<std::size_t>(std::min<std::uint64_t>(block.size(), size() - offset));
+    const std::int64_t got = readAt(fd(), block.data(), wanted, offset);
+    if (got < 0) throw Failure("cannot be read at byte " + std::to_string(offset) + ": " + errorText(errno));
+    if (got == 0) throw Failure("became shorter while it was read");
+    digest.add(block.data(), static_cast<std::size_t>(got));
+    offset += static_cast<std::uint64_t>(got);
+  }
+  return digest.hex();
+}
+
+bool SourceArchive::isTakenOver(int directory) const {
+  struct stat now {};
+  if (fstatat(directory, name_.c_str(), &now, AT_SYMLINK_NOFOLLOW) != 0) return false;
+  return now.st_ino != status_.st_ino || now.st_dev != status_.st_dev || now.st_size != status_.st_size ||
+         !sameTime(now.st_mtim, status_.st_mtim);
+}
+
+Descriptor openSourceDirectory(const std::string& root) {
+  return Descriptor(open((root + "/source").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+}
+
+bool listArchives(int directory, std::vector<std::string>& names) {
+  if (!listDirectory(directory, names)) return false;
+  const auto isOther = [](const std::string& name) { return numberOf(name).empty(); };
+  names.erase(std::remove_if(names.begin(), names.end(), isOther), names.end());
+  std::sort(names.begin(), names.end(), comesBefore);
+  return true;
+}
+
+}  // namespace jxinstall
