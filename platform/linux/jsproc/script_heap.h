@@ -1,0 +1,43 @@
+// A Duktape heap with a limit on its time and its memory.
+#pragma once
+
+#include <duktape.h>
+
+#include <chrono>
+#include <cstddef>
+
+namespace jxplatform {
+
+// One script's heap. Duktape is told that time is over between a script's instructions, every few thousand; when a
+// regular expression begins; and by refusing memory, which reaches the library functions that loop by themselves.
+class ScriptHeap {
+ public:
+  static constexpr std::chrono::milliseconds kTimeLimit{1000};
+  static constexpr std::size_t kMemoryLimit = std::size_t{8} << 20U;  // bytes, those of the engine itself included
+
+  // The time begins now. The context is null where there is no memory for it.
+  ScriptHeap();
+  ~ScriptHeap();
+  ScriptHeap(const ScriptHeap&) = delete;
+  ScriptHeap& operator=(const ScriptHeap&) = delete;
+
+  duk_context* context() const { return context_; }
+  bool timeIsOver() const;
+  bool memoryRanOut() const { return memoryRanOut_; }
+
+  // Duktape's allocation functions.
+  void* allocate(std::size_t size);
+  void* reallocate(void* block, std::size_t size);
+  void release(void* block);
+
+ private:
+  // Whether a block may grow from `before` to `after` bytes.
+  bool mayGrow(std::size_t before, std::size_t after);
+
+  const std::chrono::steady_clock::time_point deadline_;
+  std::size_t used_ = 0;
+  bool memoryRanOut_ = false;
+  duk_context* context_ = nullptr;
+};
+
+}  // namespace jxplatform
