@@ -161,9 +161,6 @@ class IndexReader {
     if (header.method != kMethodStored && header.method != kMethodDeflated) {
       throw Failure(name + "is packed by method " + number(header.method) + ", only 0 and 8 are allowed");
     }
-    if (header.method == kMethodStored && (header.flags & kFlagDescriptor) != 0) {
-      throw Failure(name + "is stored without its size in front");
-    }
     if (header.method == kMethodStored && header.packedSize != header.size) {
       throw Failure(name + "is stored, but its two sizes differ");
     }

@@ -1,0 +1,161 @@
+#include "tools/jxpack/file_tree.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <openssl/evp.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <memory>
+#include <system_error>
+
+#include "tools/jxpack/package_rules.h"
+#include "tools/jxpack/problem.h"
+
+namespace jxpack {
+namespace {
+
+constexpr std::size_t kBlockBytes = std::size_t{64} * 1024;
+
+[[noreturn]] void failRead(const std::string& path) {
+  throw Problem(ExitCode::kFile, path + ": cannot be read: " + std::generic_category().message(errno));
+}
+
+[[noreturn]] void refuse(const std::string& path, const std::string& why) {
+  throw Problem(ExitCode::kRefused, path + ": " + why);
+}
+
+class Digest {
+ public:
+  Digest() : context_(EVP_MD_CTX_new(), EVP_MD_CTX_free) {
+    check(context_ && EVP_DigestInit_ex(context_.get(), EVP_sha256(), nullptr) == 1);
+  }
+  void add(const char* data, std::size_t size) { check(EVP_DigestUpdate(context_.get(), data, size) == 1); }
+  std::string hex() {
+    std::array<unsigned char, EVP_MAX_MD_SIZE> bytes{};
+    unsigned int size = 0;
+    check(EVP_DigestFinal_ex(context_.get(), bytes.data(), &size) == 1);
+    std::string text;
+    for (unsigned int i = 0; i < size; ++i) {
+      text += "0123456789abcdef"[bytes[i] >> 4];
+      text += "0123456789abcdef"[bytes[i] & 15];
+    }
+    return text;
+  }
+
+ private:
+  static void check(bool done) {
+    if (!done) throw Problem(ExitCode::kSigning, "the SHA-256 digest cannot be computed");
+  }
+  std::unique_ptr<EVP_MD_CTX, void (*)(EVP_MD_CTX*)> context_;
+};
+
+using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
+
+std::string readAndDigest(const std::string& path,
+                          const std::function<void(const char* data, std::size_t size)>& sink) {
+  const File file(std::fopen(path.c_str(), "rbe"), std::fclose);
+  if (!file) failRead(path);
+  Digest digest;
+  std::vector<char> block(kBlockBytes);
+  while (const std::size_t got = std::fread(block.data(), 1, block.size(), file.get())) {
+    digest.add(block.data(), got);
+    if (sink) sink(block.data(), got);
+  }
+  if (std::ferror(file.get()) != 0) failRead(path);
+  return digest.hex();
+}
+
+std::vector<std::string> namesIn(const std::string& folder) {
+  const std::unique_ptr<DIR, int (*)(DIR*)> stream(opendir(folder.c_str()), closedir);
+  if (!stream) failRead(folder);
+  std::vector<std::string> names;
+  while (const dirent* entry = readdir(stream.get())) {
+    const std::string name = entry->d_name;
+    if (name != "." && name != "..") names.push_back(name);
+  }
+  return names;
+}
+
+class TreeReader {
+ public:
+  TreeReader(std::string folder, const std::string& output) : folder_(std::move(folder)) {
+    hasOutput_ = stat(output.c_str(), &output_) == 0;
+  }
+
+  std::vector<SourceFile> read() {
+    addFolder("");
+    std::sort(files_.begin(), files_.end(), [](const auto& a, const auto& b) { return a.path < b.path; });
+    return std::move(files_);
+  }
+
+ private:
+  // `below` is the path below the folder, with a slash at its end unless it is empty.
+  void addFolder(const std::string& below) {
+    const std::vector<std::string> names = namesIn(folder_ + '/' + below);
+    if (names.empty()) refuse(folder_ + '/' + below, "the directory is empty; the installer makes none without files");
+    for (const std::string& name : names) add(below + name);
+  }
+
+  void add(const std::string& path) {
+    const std::string full = folder_ + '/' + path;
+    struct stat status {};
+    if (lstat(full.c_str(), &status) != 0) failRead(full);
+    const std::string problem = pathProblem(path);
+    if (!problem.empty()) refuse(full, problem);
+    if (S_ISDIR(status.st_mode)) return addFolder(path + '/');
+    if (S_ISLNK(status.st_mode)) refuse(full, "is a link");
+    if (!S_ISREG(status.st_mode)) refuse(full, "is neither a file nor a directory");
+    if (hasOutput_ && status.st_dev == output_.st_dev && status.st_ino == output_.st_ino) {
+      refuse(full, "is the output file");
+    }
+    addFile(path, full, status);
+  }
+
+  void addFile(const std::string& path, const std::string& full, const struct stat& status) {
+    constexpr std::size_t kMaxFiles = kMaxEntries - 2;
+    total_ += static_cast<std::uint64_t>(status.st_size);
+    if (total_ > kMaxUnpackedBytes) {
+      refuse(folder_, "has more than the " + std::to_string(kMaxUnpackedBytes) + " bytes that are allowed");
+    }
+    if (files_.size() >= kMaxFiles) {
+      refuse(folder_, "has more than the " + std::to_string(kMaxFiles) + " files that are allowed");
+    }
+    SourceFile file;
+    file.path = path;
+    file.digest = readAndDigest(full, nullptr);
+    file.size = static_cast<std::uint64_t>(status.st_size);
+    file.executable = (status.st_mode & (S_IXUSR | S_IXGRP | S_IXOTH)) != 0;
+    files_.push_back(std::move(file));
+  }
+
+  std::string folder_;
+  struct stat output_ {};
+  bool hasOutput_ = false;
+  std::uint64_t total_ = 0;
+  std::vector<SourceFile> files_;
+};
+
+}  // namespace
+
+std::vector<SourceFile> readTree(const std::string& folder, const std::string& output) {
+  std::vector<SourceFile> files = TreeReader(folder, output).read();
+  std::vector<std::string> paths;
+  for (const SourceFile& file : files) paths.push_back(file.path);
+  const std::string problem = caseProblem(paths);
+  if (!problem.empty()) refuse(folder, problem);
+  return files;
+}
+
+void readContent(const std::string& folder, const SourceFile& file,
+                 const std::function<void(const char* data, std::size_t size)>& sink) {
+  const std::string full = folder + '/' + file.path;
+  if (readAndDigest(full, sink) != file.digest) {
+    throw Problem(ExitCode::kFile, full + ": changed while it was being packed");
+  }
+}
+
+}  // namespace jxpack

@@ -1,0 +1,41 @@
+#include "tools/jxpack/manifest_text.h"
+
+#include <nlohmann/json.hpp>
+
+#include "tools/jxpack/package_rules.h"
+#include "tools/jxpack/problem.h"
+
+namespace jxpack {
+namespace {
+
+void check(const std::string& problem) {
+  if (!problem.empty()) throw Problem(ExitCode::kRefused, problem);
+}
+
+std::string dump(const nlohmann::ordered_json& manifest) {
+  constexpr int kIndent = 2;
+  try {
+    return manifest.dump(kIndent) + '\n';
+  } catch (const nlohmann::json::type_error&) {
+    throw Problem(ExitCode::kRefused, "the description is not UTF-8");
+  }
+}
+
+}  // namespace
+
+std::string manifestText(const PackageFacts& facts, const std::vector<SourceFile>& files) {
+  check(nameProblem(facts.name));
+  check(versionProblem(facts.version));
+  check(descriptionProblem(facts.description));
+  nlohmann::ordered_json manifest;
+  manifest["name"] = facts.name;
+  manifest["version"] = facts.version;
+  manifest["description"] = facts.description;
+  manifest["files"] = nlohmann::ordered_json::object();
+  for (const SourceFile& file : files) manifest["files"][file.path] = file.digest;
+  const std::string text = dump(manifest);
+  if (text.size() > kMaxManifestBytes) check("the manifest would have " + std::to_string(text.size()) + " bytes");
+  return text;
+}
+
+}  // namespace jxpack

@@ -1,0 +1,108 @@
+#include "tools/jxpack/package_writer.h"
+
+#include <archive.h>
+#include <archive_entry.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <memory>
+#include <new>
+#include <system_error>
+
+#include "tools/jxpack/package_rules.h"
+#include "tools/jxpack/problem.h"
+
+namespace jxpack {
+namespace {
+
+constexpr unsigned kFileMode = 0644;
+constexpr unsigned kProgramMode = 0755;
+
+class ZipWriter {
+ public:
+  ZipWriter(int fd, const char* compression) : archive_(archive_write_new(), archive_write_free) {
+    if (!archive_) throw std::bad_alloc();
+    check(archive_write_set_format_zip(archive_.get()) == ARCHIVE_OK &&
+          archive_write_set_format_option(archive_.get(), "zip", "compression", compression) == ARCHIVE_OK &&
+          archive_write_set_bytes_per_block(archive_.get(), 0) == ARCHIVE_OK &&
+          archive_write_open_fd(archive_.get(), fd) == ARCHIVE_OK);
+  }
+
+  // The time stays unset: the archive then holds the earliest one that a zip archive can, in every time zone.
+  void begin(const std::string& path, std::uint64_t size, unsigned mode) {
+    const std::unique_ptr<archive_entry, void (*)(archive_entry*)> entry(archive_entry_new(), archive_entry_free);
+    if (!entry) throw std::bad_alloc();
+    archive_entry_set_pathname(entry.get(), path.c_str());
+    archive_entry_set_filetype(entry.get(), AE_IFREG);
+    archive_entry_set_perm(entry.get(), mode);
+    archive_entry_set_size(entry.get(), static_cast<la_int64_t>(size));
+    check(archive_write_header(archive_.get(), entry.get()) == ARCHIVE_OK);
+  }
+
+  void add(const char* data, std::size_t size) {
+    check(archive_write_data(archive_.get(), data, size) == static_cast<la_ssize_t>(size));
+  }
+
+  void addText(const std::string& path, const std::string& text) {
+    begin(path, text.size(), kFileMode);
+    add(text.data(), text.size());
+  }
+
+  void finish() { check(archive_write_close(archive_.get()) == ARCHIVE_OK); }
+
+ private:
+  void check(bool done) {
+    if (done) return;
+    const char* const reason = archive_error_string(archive_.get());
+    throw Problem(ExitCode::kFile,
+                  std::string("the package cannot be written: ") + (reason != nullptr ? reason : "unknown reason"));
+  }
+
+  std::unique_ptr<archive, int (*)(archive*)> archive_;
+};
+
+void writeAll(int fd, const PackageContent& content, const char* compression) {
+  ZipWriter zip(fd, compression);
+  zip.addText(kManifestName, content.manifest);
+  if (content.signature) zip.addText(kSignatureName, *content.signature);
+  for (const SourceFile& file : content.files) {
+    zip.begin(file.path, file.size, file.executable ? kProgramMode : kFileMode);
+    readContent(content.folder, file, [&](const char* data, std::size_t size) { zip.add(data, size); });
+  }
+  zip.finish();
+}
+
+std::uint64_t sizeOf(int fd) {
+  struct stat status {};
+  if (fstat(fd, &status) != 0) {
+    throw Problem(ExitCode::kFile, "the package cannot be examined: " + std::generic_category().message(errno));
+  }
+  return static_cast<std::uint64_t>(status.st_size);
+}
+
+std::uint64_t unpackedBytes(const PackageContent& content) {
+  std::uint64_t total = content.manifest.size() + content.signature.value_or("").size();
+  for (const SourceFile& file : content.files) total += file.size;
+  return total;
+}
+
+}  // namespace
+
+void writePackage(int fd, const PackageContent& content) {
+  const std::uint64_t unpacked = unpackedBytes(content);
+  writeAll(fd, content, "deflate");
+  if (unpacked > kFreeUnpackedBytes && unpacked > kMaxRatio * sizeOf(fd)) {
+    if (ftruncate(fd, 0) != 0 || lseek(fd, 0, SEEK_SET) != 0) {
+      throw Problem(ExitCode::kFile, "the package cannot be rewritten: " + std::generic_category().message(errno));
+    }
+    writeAll(fd, content, "store");
+  }
+  if (unpacked > kMaxUnpackedBytes || sizeOf(fd) > kMaxArchiveBytes) {
+    throw Problem(ExitCode::kRefused, "the package has " + std::to_string(sizeOf(fd)) + " bytes, " +
+                                          std::to_string(unpacked) + " unpacked; the installer takes at most " +
+                                          std::to_string(kMaxArchiveBytes));
+  }
+}
+
+}  // namespace jxpack
