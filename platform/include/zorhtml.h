@@ -2,6 +2,7 @@
 #pragma once
 
 #include <ctime>
+#include <limits>
 #include <map>
 #include <string>
 
@@ -15,11 +16,13 @@ using ScriptProcessor = bool (*)(void* userData, const std::string& script, std:
 // Registers `processor` for the processing instruction `name`, replacing an earlier one; null removes it. Any thread.
 void htmlSetScriptProcessor(const char* name, ScriptProcessor processor, void* userData);
 
-// A point in time or a duration.
+// A point in time or a duration. Whatever is made or computed has 0 to 999,999,999 nanoseconds and the sign in its
+// seconds; what is beyond the range of the seconds stays at its end.
 class TimeStamp {
  public:
   constexpr TimeStamp() = default;
-  constexpr TimeStamp(long seconds, long nanoseconds) : time_{seconds, nanoseconds} {}
+  // Nanoseconds may be any number: whole seconds in them are carried over.
+  constexpr TimeStamp(long seconds, long nanoseconds) : time_(carried(seconds, nanoseconds)) {}
 
   // Now, on the monotonic clock.
   static TimeStamp Monotonic();
@@ -28,10 +31,21 @@ class TimeStamp {
   TimeStamp operator-(const TimeStamp& other) const;
   bool operator<(const TimeStamp& other) const;
 
-  // For the waiting calls of POSIX; nanoseconds are 0 to 999,999,999.
+  // For the waiting calls of POSIX.
   const timespec& get() const { return time_; }
 
  private:
+  static constexpr timespec carried(long seconds, long nanoseconds) {
+    constexpr long kPerSecond = 1000000000;
+    const long carry = nanoseconds / kPerSecond - (nanoseconds % kPerSecond < 0 ? 1 : 0);
+    constexpr long kLargest = std::numeric_limits<long>::max();
+    constexpr long kSmallest = std::numeric_limits<long>::min();
+    if (carry > 0 && seconds > kLargest - carry) return {kLargest, kPerSecond - 1};
+    if (carry < 0 && seconds < kSmallest - carry) return {kSmallest, 0};
+    const long rest = nanoseconds % kPerSecond;
+    return {seconds + carry, rest < 0 ? rest + kPerSecond : rest};
+  }
+
   timespec time_{0, 0};
 };
 

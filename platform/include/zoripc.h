@@ -7,8 +7,10 @@
 
 namespace zoripc {
 
-// A connected byte stream, or an endpoint that accepts them. Deleting it delivers what was written, then closes it.
-// One thread at a time uses an object; no operation throws; none raises SIGPIPE.
+// A connected byte stream, or an endpoint that accepts them. Deleting it delivers what was written, even when the peer
+// has sent more than was read, then closes it: it blocks until the peer closes in its turn, but no longer than 10
+// seconds, nor 2 seconds after the peer's last byte. One thread at a time uses an object; no operation throws; none
+// raises SIGPIPE.
 //
 // A time-out is in milliseconds, a deadline for the whole call on the monotonic clock: -1 waits without limit,
 // 0 takes only what is there already.
@@ -32,7 +34,8 @@ class IPC {
 
   // Writes `size` bytes. Small writes may be gathered: they leave before the next read that blocks, when the gathering
   // buffer is full, and when the stream is deleted; an error of theirs is reported by a later write. False when the
-  // stream has failed. Blocks while the peer does not take more.
+  // stream has failed. Blocks while the peer does not take more; one that takes nothing for 30 seconds fails the
+  // stream.
   virtual bool write(const void* data, std::size_t size) = 0;
 
   // True once a read has met the end of the stream: the failed read was no time-out.
@@ -61,7 +64,7 @@ class TCP : public IPC {
   // of descriptors or memory returns only after a short pause. Blocks.
   IPC* accept(int timeoutMs);
 
-  // "ADDRESS:PORT" of the local end; empty when there is none.
+  // "ADDRESS:PORT" of the local end, an IPv6 address in brackets; empty when there is none.
   std::string localAddress() const;
 
   int getFD() const override;
@@ -128,7 +131,9 @@ class JSObject {
 
   // The value as JSON text in one line; bytes that are not UTF-8 become U+FFFD.
   std::string dump() const;
-  // Reads JSON text. False when it is not JSON, nests deeper than 100 levels or memory ran out: `value` is null then.
+  // Reads JSON text. False when it is not JSON, has a number beyond the range of double, nests deeper than 100 levels
+  // or memory ran out: `value` is null then. An integer that long long cannot hold becomes a double; of members with
+  // one name the last counts.
   static bool parse(const std::string& text, JSObject& value);
 
  private:

@@ -1,0 +1,176 @@
+// JSObject as JSON text, and back.
+#include <exception>
+#include <limits>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/linux/zoripc/js_node.h"
+
+namespace zoripc {
+
+namespace {
+
+using nlohmann::json;
+
+constexpr std::size_t kMaxDepth = 100;
+
+std::string quoted(const std::string& text) { return json(text).dump(-1, ' ', false, json::error_handler_t::replace); }
+
+}  // namespace
+
+// Builds the value from the parser's events. Neither keeps a stack of calls; the depth is limited for what the value
+// meets later.
+class JSObject::Node::Builder : public nlohmann::json_sax<json> {
+ public:
+  explicit Builder(JSObject& root) : root_(root) {}
+
+  bool null() override { return put(JSObject()); }
+  bool boolean(bool value) override { return put(JSObject(value)); }
+  bool number_integer(number_integer_t value) override { return put(JSObject(static_cast<long long>(value))); }
+  // Called for every integer without a sign, whatever its size.
+  bool number_unsigned(number_unsigned_t value) override {
+    constexpr auto kLargest = static_cast<number_unsigned_t>(std::numeric_limits<long long>::max());
+    return value <= kLargest ? put(JSObject(static_cast<long long>(value))) : put(JSObject(static_cast<double>(value)));
+  }
+  bool number_float(number_float_t value, const string_t& /*text*/) override { return put(JSObject(value)); }
+  bool string(string_t& value) override { return put(JSObject(value)); }
+  bool binary(binary_t& /*value*/) override { return false; }
+  bool start_object(std::size_t /*elements*/) override { return open(JSObject::object()); }
+  bool key(string_t& value) override {
+    key_ = std::move(value);
+    return true;
+  }
+  bool end_object() override { return shut(); }
+  bool start_array(std::size_t /*elements*/) override { return open(JSObject::array()); }
+  bool end_array() override { return shut(); }
+  bool parse_error(std::size_t /*position*/, const std::string& /*token*/, const json::exception& /*error*/) override {
+    return false;
+  }
+
+ private:
+  // An open array or object. It goes into its parent when it is shut: until then the elements of a growing array have
+  // no lasting address.
+  struct Level {
+    JSObject value;
+    std::string key;
+  };
+
+  bool open(JSObject&& value) {
+    if (levels_.size() == kMaxDepth) return false;
+    levels_.push_back({std::move(value), std::move(key_)});
+    return true;
+  }
+
+  bool shut() {
+    Level level = std::move(levels_.back());
+    levels_.pop_back();
+    key_ = std::move(level.key);
+    return put(std::move(level.value));
+  }
+
+  bool put(JSObject&& value) {
+    if (levels_.empty()) {
+      root_ = std::move(value);
+      return true;
+    }
+    Node& parent = *levels_.back().value.node_;
+    if (auto* elements = parent.as<Array>()) {
+      elements->push_back(std::move(value));
+    } else {
+      (*parent.as<Object>())[key_] = std::move(value);
+    }
+    return true;
+  }
+
+  JSObject& root_;
+  std::string key_;
+  std::vector<Level> levels_;
+};
+
+// Writes the value with a list of the arrays and objects that are open, since a tree may be deeper than the stack.
+class JSObject::Node::Writer {
+ public:
+  std::string write(const JSObject& root) {
+    begin(root);
+    while (!open_.empty()) {
+      Level& level = open_.back();
+      if (const JSObject* next = advance(level)) {
+        begin(*next);
+      } else {
+        text_ += level.elements != nullptr ? ']' : '}';
+        open_.pop_back();
+      }
+    }
+    return std::move(text_);
+  }
+
+ private:
+  struct Level {
+    const Array* elements;  // null for an object
+    const Object* members;
+    std::size_t index;
+    Object::const_iterator member;
+  };
+
+  void begin(const JSObject& value) {
+    if (!value.node_) {
+      text_ += "null";
+    } else if (const auto* elements = value.node_->as<Array>()) {
+      text_ += '[';
+      open_.push_back({elements, nullptr, 0, {}});
+    } else if (const auto* members = value.node_->as<Object>()) {
+      text_ += '{';
+      open_.push_back({nullptr, members, 0, members->begin()});
+    } else {
+      writeScalar(*value.node_);
+    }
+  }
+
+  void writeScalar(const Node& node) {
+    if (const auto* truth = node.as<bool>()) {
+      text_ += *truth ? "true" : "false";
+    } else if (const auto* integer = node.as<long long>()) {
+      text_ += std::to_string(*integer);
+    } else if (const auto* number = node.as<double>()) {
+      text_ += json(*number).dump();
+    } else {
+      text_ += quoted(*node.as<std::string>());
+    }
+  }
+
+  // The next value of the level, its separator and name written; null when there is none.
+  const JSObject* advance(Level& level) {
+    if (level.elements != nullptr) {
+      if (level.index == level.elements->size()) return nullptr;
+      if (level.index > 0) text_ += ',';
+      return &(*level.elements)[level.index++];
+    }
+    if (level.member == level.members->end()) return nullptr;
+    if (level.member != level.members->begin()) text_ += ',';
+    text_ += quoted(level.member->first) + ":";
+    return &(level.member++)->second;
+  }
+
+  std::string text_;
+  std::vector<Level> open_;
+};
+
+std::string JSObject::dump() const { return Node::Writer().write(*this); }
+
+bool JSObject::parse(const std::string& text, JSObject& value) {
+  JSObject parsed;
+  bool complete = false;
+  try {
+    Node::Builder builder(parsed);
+    // The parser takes a zero byte for the end of the text.
+    complete = text.find('\0') == std::string::npos && json::sax_parse(text, &builder);
+  } catch (const std::exception&) {
+    complete = false;
+  }
+  value = complete ? std::move(parsed) : JSObject();
+  return complete;
+}
+
+}  // namespace zoripc

@@ -1,0 +1,55 @@
+#include "platform/linux/zoripc/read_ahead.h"
+
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+namespace zoripc {
+
+std::size_t ReadAhead::take(void* data, std::size_t size) {
+  const std::size_t count = std::min(size, end_ - begin_);
+  if (count == 0) return 0;
+  std::memcpy(data, data_ + begin_, count);
+  begin_ += count;
+  return count;
+}
+
+ReadAhead::Room ReadAhead::prepare() {
+  begin_ = end_ = 0;
+  if (bulk_ && capacity_ < kLarge) obtain(kLarge);
+  if (data_ == nullptr) obtain(kSmall);
+  return {data_, capacity_};
+}
+
+void ReadAhead::received(std::size_t count) {
+  end_ = count;
+  if (count == capacity_) bulk_ = true;
+}
+
+// Bulk memory is mapped rather than allocated, so that giving it back really returns its pages to the system.
+bool ReadAhead::obtain(std::size_t size) {
+  void* memory = size == kLarge ? mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)
+                                : std::malloc(size);
+  if (memory == MAP_FAILED || memory == nullptr) return false;
+  const bool bulk = bulk_;
+  release();
+  bulk_ = bulk;
+  data_ = static_cast<unsigned char*>(memory);
+  capacity_ = size;
+  return true;
+}
+
+void ReadAhead::release() {
+  if (capacity_ == kLarge) {
+    munmap(data_, capacity_);
+  } else {
+    std::free(data_);
+  }
+  data_ = nullptr;
+  capacity_ = begin_ = end_ = 0;
+  bulk_ = false;
+}
+
+}  // namespace zoripc

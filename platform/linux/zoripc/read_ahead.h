@@ -1,0 +1,53 @@
+// What a stream has received before anybody asked for it.
+#pragma once
+
+#include <cstddef>
+
+namespace zoripc {
+
+// A buffer that is small for a conversation, large for bulk, and nothing while the stream is idle: with a thousand idle
+// connections each byte kept here counts a thousand times. No operation throws.
+class ReadAhead {
+ public:
+  static constexpr std::size_t kSmall = 2048;
+  static constexpr std::size_t kLarge = 128 * 1024;
+
+  ReadAhead() = default;
+  ReadAhead(const ReadAhead&) = delete;
+  ReadAhead& operator=(const ReadAhead&) = delete;
+  ~ReadAhead() { release(); }
+
+  // Moves up to `size` of the bytes held to `data`; returns how many.
+  std::size_t take(void* data, std::size_t size);
+
+  // Room to receive into; valid until the next call of prepare() or release(). Only when every byte has been taken. The
+  // size is 0 when there is no memory.
+  struct Room {
+    unsigned char* data;
+    std::size_t size;
+  };
+  Room prepare();
+
+  // Tells that `count` bytes have been put into the room.
+  void received(std::size_t count);
+
+  // Tells that a receive filled all it was given: the next room is a large one.
+  void expectBulk() { bulk_ = true; }
+
+  // True when memory is held but no byte.
+  bool idle() const { return data_ != nullptr && begin_ == end_; }
+
+  // Gives the memory back, and what it holds.
+  void release();
+
+ private:
+  bool obtain(std::size_t size);
+
+  unsigned char* data_ = nullptr;
+  std::size_t capacity_ = 0;
+  std::size_t begin_ = 0;
+  std::size_t end_ = 0;
+  bool bulk_ = false;
+};
+
+}  // namespace zoripc

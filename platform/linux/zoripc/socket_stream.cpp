@@ -1,0 +1,208 @@
+#include "platform/linux/zoripc/socket_stream.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+
+namespace zoripc {
+
+namespace {
+
+// A stream that has been silent for this long gives its memory back. Bulk that is slower than we are makes shorter
+// pauses, in which mapping the memory anew each time would cost more than the pause.
+constexpr int kIdleMs = 20;
+
+bool wouldBlock(int error) { return error == EAGAIN || error == EWOULDBLOCK; }
+
+}  // namespace
+
+bool SocketStream::readExact(void* data, std::size_t size, int timeoutMs, int gapTimeoutMs) {
+  auto* bytes = static_cast<unsigned char*>(data);
+  std::size_t got = ahead_.take(bytes, size);
+  if (got == size) return true;
+  const Deadline whole(timeoutMs);
+  while (got < size) {
+    const int limitMs = got > 0 && gapTimeoutMs >= 0 ? whole.remainingMs(gapTimeoutMs) : whole.remainingMs();
+    const std::size_t count = readSome(bytes + got, size - got, Deadline(limitMs));
+    if (count == 0) return false;
+    got += count;
+    if (got < size && timeoutMs > 0 && whole.passed()) return false;
+  }
+  return true;
+}
+
+std::size_t SocketStream::read(void* data, std::size_t size, int timeoutMs) {
+  auto* bytes = static_cast<unsigned char*>(data);
+  std::size_t got = ahead_.take(bytes, size);
+  if (got == size) return got;
+  const Deadline whole(timeoutMs);
+  while (got < size) {
+    const std::size_t count = readSome(bytes + got, size - got, whole);
+    if (count == 0) break;
+    got += count;
+    if (timeoutMs > 0 && whole.passed()) break;
+  }
+  return got;
+}
+
+// At least one byte, or 0 at the end of the stream, on failure or when the time is over.
+std::size_t SocketStream::readSome(void* data, std::size_t size, const Deadline& deadline) {
+  while (!ended_ && !readFailed_) {
+    const std::size_t count = receive(data, size);
+    if (count > 0) return count;
+    if (ended_ || readFailed_ || !waitForInput(deadline)) break;
+  }
+  return 0;
+}
+
+// What is there now, up to `size`; the rest of it goes into the read-ahead. A read that is no smaller than the
+// read-ahead goes straight to its destination, as does one for which there is no memory.
+std::size_t SocketStream::receive(void* data, std::size_t size) {
+  const ReadAhead::Room room = ahead_.prepare();
+  if (room.size > size) {
+    ahead_.received(receiveInto(room.data, room.size));
+    return ahead_.take(data, size);
+  }
+  const std::size_t count = receiveInto(data, size);
+  if (count == size) ahead_.expectBulk();
+  return count;
+}
+
+std::size_t SocketStream::receiveInto(void* data, std::size_t size) {
+  for (;;) {
+    const ssize_t count = recv(fd_, data, size, MSG_DONTWAIT);
+    if (count > 0) return static_cast<std::size_t>(count);
+    if (count == 0) {
+      ended_ = true;
+      return 0;
+    }
+    if (errno == EINTR) continue;
+    if (!wouldBlock(errno)) readFailed_ = true;
+    return 0;
+  }
+}
+
+// Sends what was gathered as far as the peer takes it, while waiting for input: a peer that sends before it reads must
+// not be able to stop both ends.
+bool SocketStream::waitForInput(const Deadline& deadline) {
+  for (;;) {
+    if (!out_.empty()) sendOnce(nullptr, 0);
+    const bool yielding = holdsIdleMemory();
+    const int timeoutMs = yielding ? deadline.remainingMs(kIdleMs) : deadline.remainingMs();
+    short happened = 0;
+    if (!pollOnce(static_cast<short>(out_.empty() ? POLLIN : POLLIN | POLLOUT), timeoutMs, happened)) return false;
+    if ((happened & ~POLLOUT) != 0) return true;
+    if (happened != 0) continue;
+    if (timeoutMs == kIdleMs) releaseIdleMemory();
+    if (deadline.passed()) return false;
+  }
+}
+
+// False on failure. `happened` is 0 when the time was over or a signal came.
+bool SocketStream::pollOnce(short events, int timeoutMs, short& happened) {
+  pollfd entry{fd_, events, 0};
+  const int count = poll(&entry, 1, timeoutMs);
+  happened = count > 0 ? entry.revents : static_cast<short>(0);
+  if (count >= 0 || errno == EINTR) return true;
+  readFailed_ = true;
+  return false;
+}
+
+void SocketStream::releaseIdleMemory() {
+  if (ahead_.idle()) ahead_.release();
+  if (out_.idle()) out_.release();
+}
+
+bool SocketStream::write(const void* data, std::size_t size) {
+  if (fd_ < 0) writeFailed_ = true;
+  if (failed()) return false;
+  if (size == 0) return true;
+  wrote_ = true;
+  return out_.append(data, size) || sendAll(data, size, kWriteStallMs, Deadline(-1));
+}
+
+// Sends what was gathered and then `data`, as far as the peer takes it at once. Returns how many bytes of `data` went.
+std::size_t SocketStream::sendOnce(const void* data, std::size_t size) {
+  std::array<iovec, 2> pieces{{{const_cast<unsigned char*>(out_.empty() ? nullptr : out_.data()), out_.size()},
+                               {const_cast<void*>(data), size}}};
+  msghdr message{};
+  message.msg_iov = pieces.data();
+  message.msg_iovlen = pieces.size();
+  ssize_t count = 0;
+  do count = sendmsg(fd_, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+  while (count < 0 && errno == EINTR);
+  if (count >= 0) {
+    const std::size_t gathered = std::min(static_cast<std::size_t>(count), out_.size());
+    out_.sent(gathered);
+    return static_cast<std::size_t>(count) - gathered;
+  }
+  if (!wouldBlock(errno)) {
+    writeFailed_ = true;
+    out_.release();
+  }
+  return 0;
+}
+
+bool SocketStream::sendAll(const void* data, std::size_t size, int stallMs, const Deadline& deadline) {
+  const auto* bytes = static_cast<const unsigned char*>(data);
+  Deadline stall(stallMs);
+  while (!writeFailed_) {
+    const std::size_t before = out_.size() + size;
+    const std::size_t count = sendOnce(bytes, size);
+    if (writeFailed_) return false;
+    bytes += count;
+    size -= count;
+    const std::size_t left = out_.size() + size;
+    if (left == 0) return true;
+    if (left < before) stall = Deadline(stallMs);
+    const int timeoutMs = deadline.remainingMs(stall.remainingMs());
+    if (timeoutMs == 0) {
+      errno = ETIMEDOUT;
+      writeFailed_ = true;
+      out_.release();
+    }
+    pollfd entry{fd_, POLLOUT, 0};
+    if (!writeFailed_) poll(&entry, 1, timeoutMs);
+  }
+  return false;
+}
+
+void SocketStream::close() {
+  if (fd_ < 0) return;
+  ahead_.release();
+  const Deadline deadline(kCloseMs);
+  if (!out_.empty() && !writeFailed_) sendAll(nullptr, 0, kCloseMs, deadline);
+  if (wrote_ && !ended_ && !failed() && shutdown(fd_, SHUT_WR) == 0) drain(deadline);
+  ::close(fd_);
+  fd_ = -1;
+}
+
+void SocketStream::drain(const Deadline& deadline) {
+  std::array<unsigned char, 4096> discarded;
+  std::size_t total = 0;
+  Deadline silence(kCloseSilenceMs);
+  while (total < kCloseDrainBytes) {
+    const std::size_t count = receiveInto(discarded.data(), discarded.size());
+    total += count;
+    if (ended_ || readFailed_) return;
+    if (count > 0) silence = Deadline(kCloseSilenceMs);
+    const int timeoutMs = deadline.remainingMs(silence.remainingMs());
+    if (timeoutMs == 0) return;
+    short happened = 0;
+    if (count == 0 && !pollOnce(POLLIN, timeoutMs, happened)) return;
+  }
+}
+
+void SocketStream::reset(int fd) {
+  close();
+  ahead_.release();
+  out_.release();
+  ended_ = readFailed_ = writeFailed_ = wrote_ = false;
+  fd_ = fd;
+}
+
+}  // namespace zoripc

@@ -1,0 +1,64 @@
+// A connected stream socket behind the stream contract of zoripc.h.
+#pragma once
+
+#include <cstddef>
+
+#include "platform/linux/zoripc/deadline.h"
+#include "platform/linux/zoripc/read_ahead.h"
+#include "platform/linux/zoripc/send_gather.h"
+
+namespace zoripc {
+
+// Reads ahead, gathers writes, and closes without losing what was written. One thread at a time; no operation throws
+// or raises SIGPIPE. The operations mean what those of zoripc::IPC say.
+class SocketStream {
+ public:
+  // A peer that takes nothing for this long fails the write that waits for it.
+  static constexpr int kWriteStallMs = 30000;
+
+  // Closing waits for the peer to take what was written and to close in its turn, reading on and discarding, because a
+  // close with bytes unread resets the connection and takes the last answer with it. It ends by force after
+  // kCloseMs altogether, kCloseSilenceMs without a byte from the peer, or kCloseDrainBytes discarded.
+  static constexpr int kCloseMs = 10000;
+  static constexpr int kCloseSilenceMs = 2000;
+  static constexpr std::size_t kCloseDrainBytes = 64 * 1024 * 1024;
+
+  // Takes over `fd`, a connected socket, blocking or not; -1 makes a stream that is not connected.
+  explicit SocketStream(int fd = -1) : fd_(fd) {}
+  SocketStream(const SocketStream&) = delete;
+  SocketStream& operator=(const SocketStream&) = delete;
+  ~SocketStream() { close(); }
+
+  int fd() const { return fd_; }
+  bool readExact(void* data, std::size_t size, int timeoutMs, int gapTimeoutMs);
+  std::size_t read(void* data, std::size_t size, int timeoutMs);
+  bool write(const void* data, std::size_t size);
+  bool closed() const { return ended_; }
+  bool failed() const { return readFailed_ || writeFailed_; }
+
+  // Closes what is held and takes over `fd`.
+  void reset(int fd);
+
+ private:
+  std::size_t receive(void* data, std::size_t size);
+  std::size_t receiveInto(void* data, std::size_t size);
+  std::size_t readSome(void* data, std::size_t size, const Deadline& deadline);
+  bool waitForInput(const Deadline& deadline);
+  bool pollOnce(short events, int timeoutMs, short& happened);
+  bool holdsIdleMemory() const { return out_.empty() && (ahead_.idle() || out_.idle()); }
+  void releaseIdleMemory();
+  std::size_t sendOnce(const void* data, std::size_t size);
+  bool sendAll(const void* data, std::size_t size, int stallMs, const Deadline& deadline);
+  void close();
+  void drain(const Deadline& deadline);
+
+  int fd_;
+  bool ended_ = false;
+  bool readFailed_ = false;
+  bool writeFailed_ = false;
+  bool wrote_ = false;
+  ReadAhead ahead_;
+  SendGather out_;
+};
+
+}  // namespace zoripc

@@ -1,0 +1,30 @@
+// What a zoripc::TCP object is made of.
+#pragma once
+
+#include <zoripc.h>
+
+#include <memory>
+
+#include "platform/linux/zoripc/socket_stream.h"
+
+namespace zoripc {
+
+// Either a connection or a listening endpoint, or neither.
+class TCP::Impl {
+ public:
+  explicit Impl(int connectedFd = -1) : stream(connectedFd) {}
+  Impl(const Impl&) = delete;
+  Impl& operator=(const Impl&) = delete;
+  ~Impl() { stopListening(); }
+
+  void stopListening();
+  int fd() const { return listening >= 0 ? listening : stream.fd(); }
+
+  SocketStream stream;
+  int listening = -1;
+};
+
+// Makes small messages leave at once. A failure costs speed only and is ignored.
+void setNoDelay(int fd);
+
+}  // namespace zoripc

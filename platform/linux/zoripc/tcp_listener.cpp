@@ -1,0 +1,128 @@
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <memory>
+#include <new>
+
+#include "platform/linux/zoripc/socket_address.h"
+#include "platform/linux/zoripc/tcp_impl.h"
+
+namespace zoripc {
+
+namespace {
+
+// How long an accept that fails for want of something waits: the connection stays in the queue, so that the caller's
+// next poll reports it again at once.
+constexpr int kShortageMs = 100;
+
+void closeKeepingError(int fd) {
+  const int error = errno;
+  close(fd);
+  errno = error;
+}
+
+// A descriptor that listens, or -1 with errno set.
+int listenAt(const sockaddr* address, socklen_t length) {
+  const int fd = socket(address->sa_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+  if (fd < 0) return -1;
+  const int on = 1;
+  const int off = 0;
+  setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  if (address->sa_family == AF_INET6) setsockopt(fd, IPPROTO_IPV6, IPV6_V6ONLY, &off, sizeof off);
+  if (bind(fd, address, length) == 0 && ::listen(fd, SOMAXCONN) == 0) return fd;
+  closeKeepingError(fd);
+  return -1;
+}
+
+int listenEverywhere(unsigned short port) {
+  sockaddr_in6 six{};
+  six.sin6_family = AF_INET6;
+  six.sin6_port = htons(port);
+  const int fd = listenAt(reinterpret_cast<const sockaddr*>(&six), sizeof six);
+  if (fd >= 0 || (errno != EAFNOSUPPORT && errno != EADDRNOTAVAIL)) return fd;
+  sockaddr_in four{};
+  four.sin_family = AF_INET;
+  four.sin_port = htons(port);
+  return listenAt(reinterpret_cast<const sockaddr*>(&four), sizeof four);
+}
+
+int listenOn(const char* address, unsigned short port) {
+  const AddressList found = resolve(address, port, AI_NUMERICHOST | AI_PASSIVE);
+  if (found != nullptr) return listenAt(found->ai_addr, found->ai_addrlen);
+  errno = EINVAL;
+  return -1;
+}
+
+bool isShortage(int error) { return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM; }
+
+// The listener is in order and the next accept may succeed: nothing is there, a signal came, or the error belongs to a
+// connection that is gone already.
+bool isPassing(int error) {
+  switch (error) {
+    case EAGAIN:
+    case EINTR:
+    case ECONNABORTED:
+    case EPROTO:
+    case EPERM:
+    case ENETDOWN:
+    case ENETUNREACH:
+    case ENOPROTOOPT:
+    case EHOSTDOWN:
+    case ENONET:
+    case EHOSTUNREACH:
+    case EOPNOTSUPP:
+      return true;
+    default:
+      return false;
+  }
+}
+
+// A connected descriptor, or -1 with errno set.
+int acceptWithin(int listening, const Deadline& deadline) {
+  for (;;) {
+    const int fd = accept4(listening, nullptr, nullptr, SOCK_CLOEXEC);
+    if (fd >= 0 || !isPassing(errno)) return fd;
+    if (errno != EAGAIN) continue;
+    const int timeoutMs = deadline.remainingMs();
+    pollfd entry{listening, POLLIN, 0};
+    if (timeoutMs == 0) return -1;
+    poll(&entry, 1, timeoutMs);
+  }
+}
+
+void waitOutShortage() { poll(nullptr, 0, kShortageMs); }
+
+}  // namespace
+
+int TCP::listen(unsigned short port, const char* address) {
+  impl_->stopListening();
+  impl_->stream.reset(-1);
+  impl_->listening = address == nullptr ? listenEverywhere(port) : listenOn(address, port);
+  return impl_->listening >= 0 ? 1 : 0;
+}
+
+IPC* TCP::accept(int timeoutMs) {
+  const int fd = acceptWithin(impl_->listening, Deadline(timeoutMs));
+  if (fd < 0) {
+    if (isShortage(errno)) waitOutShortage();
+    return nullptr;
+  }
+  setNoDelay(fd);
+  try {
+    auto connection = std::make_unique<Impl>();
+    std::unique_ptr<TCP> stream(new TCP(std::move(connection)));
+    stream->impl_->stream.reset(fd);
+    return stream.release();
+  } catch (const std::bad_alloc&) {
+    close(fd);
+    waitOutShortage();
+    return nullptr;
+  }
+}
+
+std::string TCP::localAddress() const { return impl_->fd() >= 0 ? localAddressOf(impl_->fd()) : ""; }
+
+}  // namespace zoripc
