@@ -1,0 +1,67 @@
+#include "platform/linux/zorguiprt/connection_threads.h"
+
+#include <condition_variable>
+#include <mutex>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+namespace jxplatform {
+
+struct ConnectionThreads::State {
+  std::mutex mutex;
+  std::condition_variable changed;
+  std::size_t running = 0;
+  bool finished = false;
+
+  void end() {
+    const std::lock_guard<std::mutex> lock(mutex);
+    --running;
+    changed.notify_all();
+  }
+};
+
+namespace {
+
+class TaskQueue : public httplib::TaskQueue {
+ public:
+  explicit TaskQueue(ConnectionThreads threads) : threads_(std::move(threads)) {}
+  void enqueue(std::function<void()> connection) override { threads_.run(std::move(connection)); }
+  void shutdown() override {}  // finish() waits
+
+ private:
+  ConnectionThreads threads_;
+};
+
+}  // namespace
+
+ConnectionThreads::ConnectionThreads() : state_(std::make_shared<State>()) {}
+
+void ConnectionThreads::run(std::function<void()> connection) {
+  {
+    std::unique_lock<std::mutex> lock(state_->mutex);
+    state_->changed.wait(lock, [this] { return state_->running < kMostConnections || state_->finished; });
+    if (state_->finished) return;
+    ++state_->running;
+  }
+  const auto serve = [state = state_, connection = std::move(connection)] {
+    connection();
+    state->end();
+  };
+  try {
+    std::thread(serve).detach();
+  } catch (const std::system_error&) {
+    serve();  // no thread to be had: the others wait a little
+  }
+}
+
+bool ConnectionThreads::finish(std::chrono::milliseconds timeout) {
+  std::unique_lock<std::mutex> lock(state_->mutex);
+  state_->finished = true;
+  state_->changed.notify_all();
+  return state_->changed.wait_for(lock, timeout, [this] { return state_->running == 0; });
+}
+
+httplib::TaskQueue* ConnectionThreads::newTaskQueue() { return new TaskQueue(*this); }
+
+}  // namespace jxplatform

@@ -1,0 +1,35 @@
+// Who serves the screen's connections.
+#pragma once
+
+#include <httplib.h>
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <memory>
+
+namespace jxplatform {
+
+// Runs each connection on a thread of its own, so that those that wait for a page keep nobody else waiting. With
+// kMostConnections of them the next stays in the system's queue until one has ended.
+class ConnectionThreads {
+ public:
+  static constexpr std::size_t kMostConnections = 64;
+
+  ConnectionThreads();
+
+  // Runs `connection` on a new thread; blocks while there are too many. Does nothing once finish() was called.
+  void run(std::function<void()> connection);
+
+  // Lets no more in, and waits at most `timeout` for those that run. True when all have ended.
+  bool finish(std::chrono::milliseconds timeout);
+
+  // The server's end of it, deleted by the server.
+  httplib::TaskQueue* newTaskQueue();
+
+ private:
+  struct State;
+  std::shared_ptr<State> state_;  // shared with the threads, which may outlast this object
+};
+
+}  // namespace jxplatform

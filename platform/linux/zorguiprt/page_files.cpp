@@ -1,0 +1,133 @@
+#include "platform/linux/zorguiprt/page_files.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+namespace jxplatform {
+namespace {
+
+bool isFolder(const char* path) {
+  struct stat status {};
+  return stat(path, &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+// A descriptor that is closed at the end of the scope.
+class Descriptor {
+ public:
+  explicit Descriptor(int fd) : fd_(fd) {}
+  ~Descriptor() { reset(-1); }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+
+  int get() const { return fd_; }
+  int release() { return std::exchange(fd_, -1); }
+  void reset(int fd) {
+    const int reason = errno;
+    if (fd_ >= 0) close(fd_);
+    errno = reason;
+    fd_ = fd;
+  }
+
+ private:
+  int fd_;
+};
+
+bool isPlainName(const std::string& component) {
+  return !component.empty() && component[0] != '.' && component.find('\0') == std::string::npos;
+}
+
+bool readAll(int fd, std::string& content) {
+  char block[16384];
+  while (true) {
+    const ssize_t count = ::read(fd, block, sizeof block);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return false;
+    if (count == 0) return true;
+    if (content.size() + static_cast<std::size_t>(count) > PageFiles::kLargestFile) {
+      errno = EFBIG;
+      return false;
+    }
+    content.append(block, static_cast<std::size_t>(count));
+  }
+}
+
+bool isMissing(int reason) {
+  return reason == ENOENT || reason == ENOTDIR || reason == ELOOP || reason == ENAMETOOLONG;
+}
+
+}  // namespace
+
+std::string pagesFolder() {
+  const char* const configured = std::getenv("JXPLATFORM_PAGES");
+  if (configured != nullptr && *configured != '\0') return configured;
+  return isFolder(JX_PAGES_SOURCE) ? JX_PAGES_SOURCE : JX_PAGES_INSTALLED;
+}
+
+PageFiles::PageFiles(std::string folder) : folder_(std::move(folder)) {}
+
+// Opened component by component, following no link: a link, or a folder swapped for one meanwhile, leads nowhere.
+int PageFiles::openBelow(const std::string& path) const {
+  Descriptor folder(open(folder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  std::size_t begin = 0;
+  while (folder.get() >= 0) {
+    const std::size_t slash = path.find('/', begin);
+    const std::string component = path.substr(begin, slash == std::string::npos ? slash : slash - begin);
+    if (!isPlainName(component)) {
+      errno = ENOENT;
+      return -1;
+    }
+    const int kind = slash == std::string::npos ? O_NONBLOCK : O_DIRECTORY;  // a pipe must not block
+    folder.reset(openat(folder.get(), component.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | kind));
+    if (slash == std::string::npos) break;
+    begin = slash + 1;
+  }
+  return folder.release();
+}
+
+PageFiles::Outcome PageFiles::read(const std::string& path, std::string& content) const {
+  content.clear();
+  const Descriptor file(openBelow(path));
+  if (file.get() < 0) return isMissing(errno) ? Outcome::kMissing : Outcome::kUnreadable;
+  struct stat status {};
+  if (fstat(file.get(), &status) != 0) return Outcome::kUnreadable;
+  if (!S_ISREG(status.st_mode)) {
+    errno = S_ISDIR(status.st_mode) ? EISDIR : ENOENT;
+    return Outcome::kMissing;
+  }
+  return readAll(file.get(), content) ? Outcome::kRead : Outcome::kUnreadable;
+}
+
+const char* contentType(const std::string& path) {
+  static constexpr struct {
+    const char* ending;
+    const char* type;
+  } kTypes[] = {
+      {".css", "text/css; charset=utf-8"},
+      {".gif", "image/gif"},
+      {".html", "text/html; charset=utf-8"},
+      {".ico", "image/vnd.microsoft.icon"},
+      {".jpeg", "image/jpeg"},
+      {".jpg", "image/jpeg"},
+      {".js", "text/javascript; charset=utf-8"},
+      {".json", "application/json"},
+      {".mjs", "text/javascript; charset=utf-8"},
+      {".png", "image/png"},
+      {".svg", "image/svg+xml"},
+      {".txt", "text/plain; charset=utf-8"},
+      {".webp", "image/webp"},
+      {".woff2", "font/woff2"},
+  };
+  for (const auto& known : kTypes) {
+    const std::size_t size = std::strlen(known.ending);
+    if (path.size() > size && path.compare(path.size() - size, size, known.ending) == 0) return known.type;
+  }
+  return "application/octet-stream";
+}
+
+}  // namespace jxplatform

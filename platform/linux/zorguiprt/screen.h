@@ -1,0 +1,106 @@
+// What is on the terminal's screen: the page of the moment, who waits for it and who waits for its result.
+#pragma once
+
+#include <zorguiprt.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <thread>
+
+namespace jxplatform {
+
+// What a page hands back: its result, and the variables it sets or, without a value, removes.
+struct PageResult {
+  int result = 0;
+  std::map<std::string, std::optional<std::string>> vars;
+};
+
+// A page that is ready to be shown.
+struct PageContent {
+  std::string page;  // its file name
+  std::map<std::string, std::string> vars;
+  std::string html;  // processed
+};
+
+// The state behind the screen's requests. Any thread may call anything; nothing here throws but for want of memory.
+class Screen {
+ public:
+  struct Page;
+  using PagePointer = std::shared_ptr<Page>;
+  using Text = std::shared_ptr<const std::string>;
+
+  // Gives a page its id, above every earlier one.
+  using NextId = std::function<std::uint64_t()>;
+
+  // Requests that wait for a page at the same time; one more releases the oldest, so that the server's connections
+  // cannot all be waiting ones.
+  static constexpr std::size_t kMostWaiting = 48;
+
+  explicit Screen(NextId nextId);
+  ~Screen();
+  Screen(const Screen&) = delete;
+  Screen& operator=(const Screen&) = delete;
+
+  // A later page has been requested: the one on screen takes no more results, the call that waits for its result
+  // returns -1, and after this function's return its callback neither runs nor is called again. Waits for a callback
+  // that is running, unless it is called by that callback.
+  void endPage();
+
+  // Puts a page on the screen in place of the one before, as endPage does. While another thread is in endPage, a page
+  // that a callback shows is ended at once.
+  PagePointer showSynchronous(PageContent content);
+  void showAsynchronous(PageContent content, zorgui::UIAsyncCallback callback, void* data);
+
+  // Calls an asynchronous page's callback with -1 on the library's thread, for a page that cannot be shown; endPage
+  // ends that too.
+  void reportUnshown(zorgui::UIAsyncCallback callback, void* data);
+
+  // Blocks until `page` has its result; without one it was replaced, `callback` (may be null; asked every tenth of a
+  // second, on this thread) returned false, or the program ends. The page stays on screen but takes no result any more.
+  std::optional<PageResult> waitForResult(const PagePointer& page, zorgui::UICallback callback, void* data);
+
+  // The JSON text of the page on screen when its id is above `after`; waits for one for at most `wait`. Null when none
+  // came, the program ends, or too many wait.
+  Text newest(std::uint64_t after, std::chrono::milliseconds wait);
+
+  // A result for the page `id`. True when it was given to the program: to the waiting call, or to the callback, which
+  // has then begun. False when that page is not on screen, was left (-1) before, or the callback before has kept the
+  // library's thread busy for ten seconds.
+  bool post(std::uint64_t id, PageResult result);
+
+  // Releases everybody who waits; the screen is of no use any more. Waits for a callback that is running.
+  void close();
+
+ private:
+  struct Report;
+  using Lock = std::unique_lock<std::mutex>;
+
+  void endPageLocked(Lock& lock);
+  void put(Lock& lock, const PagePointer& page, PageContent content);
+  bool report(Lock& lock, const PagePointer& page, int result);
+  void dispatch();
+  bool onDispatcher() const;
+
+  const NextId nextId_;
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  PagePointer page_;
+  std::set<std::uint64_t> waiting_;  // tickets of newest(), oldest first
+  std::uint64_t nextTicket_ = 0;
+  std::deque<std::shared_ptr<Report>> reports_;
+  bool callbackRuns_ = false;
+  unsigned endsWaiting_ = 0;  // threads in endPage that wait for the callback
+  bool closed_ = false;
+  std::thread dispatcher_;
+};
+
+}  // namespace jxplatform

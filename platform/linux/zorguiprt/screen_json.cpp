@@ -1,0 +1,88 @@
+#include "platform/linux/zorguiprt/screen_json.h"
+
+#include <limits>
+#include <nlohmann/json.hpp>
+
+namespace jxplatform {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+std::optional<int> asInt(const Json& value) {
+  if (!value.is_number_integer()) return std::nullopt;
+  constexpr auto kLargest = std::numeric_limits<std::int32_t>::max();
+  constexpr auto kSmallest = std::numeric_limits<std::int32_t>::min();
+  if (value.is_number_unsigned()) {
+    const auto number = value.get<std::uint64_t>();
+    return number <= std::uint64_t{kLargest} ? std::optional<int>(static_cast<int>(number)) : std::nullopt;
+  }
+  const auto number = value.get<std::int64_t>();
+  return number >= kSmallest ? std::optional<int>(static_cast<int>(number)) : std::nullopt;
+}
+
+std::optional<Refusal> readVars(const Json& vars, PageResult& result) {
+  if (!vars.is_object()) return Refusal{"\"vars\" is not an object"};
+  for (const auto& [name, value] : vars.items()) {
+    if (value.is_null()) {
+      result.vars[name] = std::nullopt;
+    } else if (value.is_string()) {
+      result.vars[name] = value.get<std::string>();
+    } else {
+      return Refusal{"\"vars\": the value of \"" + name + "\" is neither a string nor null"};
+    }
+  }
+  return std::nullopt;
+}
+
+std::variant<PageResult, Refusal> readResult(const Json& body) {
+  if (!body.is_object()) return Refusal{"the body is not a JSON object"};
+  PageResult result;
+  bool hasResult = false;
+  for (const auto& [name, value] : body.items()) {
+    if (name == "result") {
+      const auto number = asInt(value);
+      if (!number) return Refusal{"\"result\" is not an integer of 32 bits"};
+      result.result = *number;
+      hasResult = true;
+    } else if (name == "vars") {
+      if (auto refusal = readVars(value, result)) return std::move(*refusal);
+    } else {
+      return Refusal{"\"" + name + "\" is neither \"result\" nor \"vars\""};
+    }
+  }
+  if (!hasResult) return Refusal{"\"result\" is missing"};
+  return result;
+}
+
+}  // namespace
+
+std::string screenJson(std::uint64_t id, bool synchronous, const PageContent& content) {
+  Json screen;
+  screen["id"] = id;
+  screen["page"] = content.page;
+  screen["sync"] = synchronous;
+  screen["vars"] = content.vars;
+  screen["html"] = content.html;
+  return screen.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+std::variant<PageResult, Refusal> parseResult(const std::string& body) {
+  try {
+    return readResult(Json::parse(body));
+  } catch (const Json::parse_error& error) {
+    return Refusal{"the body is not JSON, from byte " + std::to_string(error.byte) + " on"};
+  }
+}
+
+std::optional<std::uint64_t> parseNumber(const std::string& text) {
+  if (text.empty()) return std::nullopt;
+  std::uint64_t number = 0;
+  for (const char c : text) {
+    if (c < '0' || c > '9') return std::nullopt;
+    number = number * 10 + static_cast<std::uint64_t>(c - '0');
+    if (number > kLargestId) return std::nullopt;
+  }
+  return number;
+}
+
+}  // namespace jxplatform
