@@ -1,0 +1,66 @@
+#include "shell/install.h"
+
+#include <jxapp.h>
+#include <zorguiprt.h>
+
+#include <cstdarg>
+#include <cstddef>
+#include <exception>
+
+#include "shell/controller.h"
+
+pthread_mutex_t installLock = PTHREAD_MUTEX_INITIALIZER;
+
+namespace {
+
+class InstallGuard {
+ public:
+  InstallGuard() { pthread_mutex_lock(&installLock); }
+  ~InstallGuard() { pthread_mutex_unlock(&installLock); }
+  InstallGuard(const InstallGuard&) = delete;
+  InstallGuard& operator=(const InstallGuard&) = delete;
+};
+
+bool beginsWith(const std::string& line, const char* prefix) { return line.rfind(prefix, 0) == 0; }
+
+// Warnings share the red of errors, deliberately: there is no third colour.
+const char* spanOf(const std::string& line) {
+  if (beginsWith(line, "Error:") || beginsWith(line, "Warning:")) return "<span style='color:#f00'>";
+  if (beginsWith(line, "List of installed applications")) return "<span style='color:#0a0'>";
+  return nullptr;
+}
+
+// "%S" ends at a zero byte, so that the line goes through it piece by piece, with a blank for each zero byte.
+std::string escape(const std::string& line) {
+  std::string html;
+  for (std::size_t at = 0;;) {
+    html += zorgui::uiPrint("%S", line.c_str() + at);
+    at = line.find('\0', at);
+    if (at++ == std::string::npos) return html;
+    html += ' ';
+  }
+}
+
+std::string toHtml(const std::string& line) {
+  const char* const span = spanOf(line);
+  return span == nullptr ? escape(line) : span + escape(line) + "</span>";
+}
+
+}  // namespace
+
+void installPackages(std::string& text) {
+  const InstallGuard guard;
+  static_cast<void>(jxapp::jxInstall(installLogLine, &text));  // its messages are the report
+  notifyController("libmac_scan_manifests");
+}
+
+void installLogLine(void* data, const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  try {
+    *static_cast<std::string*>(data) += toHtml(zorgui::uiPrintV(format, args));
+  } catch (const std::exception&) {
+    // A message that there is no memory for is lost; the installer, which called, must not see the exception.
+  }
+  va_end(args);
+}

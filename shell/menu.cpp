@@ -1,0 +1,52 @@
+#include "shell/menu.h"
+
+#include "shell/controller.h"
+#include "shell/pages.h"
+
+namespace {
+
+// Indexed by the result of the download menu; the first two are never used.
+constexpr SerialPort kSerialPorts[] = {
+    {"", ""}, {"", ""}, {"USB", "/dev/ttyGS0"}, {"COM1", "/dev/ttyAMA0"}, {"COM2", "/dev/ttyAMA1"},
+};
+
+int showMainMenu(const MenuEntries& entries) {
+  PageVars vars;
+  vars["show_settings"] = entries.showSettings;
+  vars["show_cloudproxy"] = entries.showCloudproxy;
+  return showPage(vars, "mainmenu.html");
+}
+
+void runMainMenuEntry(int result, const Activities& activities) {
+  switch (result) {
+    case 1:
+      return runDownloadMenu(activities);
+    case 2:
+      return activities.information();
+    case 3:
+      return activities.logLevel();
+    case 4:
+      return activities.cloudProxy();
+    default:
+      return;
+  }
+}
+
+}  // namespace
+
+void runMainMenu(const MenuEntries& entries, const Activities& activities) {
+  // Every result below 1 leaves, not only the one for a page that was left.
+  for (int result = showMainMenu(entries); result > 0; result = showMainMenu(entries)) {
+    runMainMenuEntry(result, activities);
+  }
+  notifyController("libmac_show_desktop");
+}
+
+void runDownloadMenu(const Activities& activities) {
+  for (;;) {
+    const int result = showPlainPage("download.html");
+    if (result == kPageLeft) return;
+    if (result == 1) activities.httpDownload();
+    if (result >= 2 && result <= 4) activities.serialDownload(kSerialPorts[result]);
+  }
+}

@@ -1,0 +1,33 @@
+// The main menu and the download menu. What their entries start is handed in.
+#pragma once
+
+#include <functional>
+#include <string>
+
+// The entries that the main menu offers for the whole run, as the page takes them: "1" or "0".
+struct MenuEntries {
+  std::string showSettings = "0";
+  std::string showCloudproxy = "0";
+};
+
+// One line of the serial port table.
+struct SerialPort {
+  const char* name;    // as shown to the operator
+  const char* device;  // its path
+};
+
+// What the menu entries run, on the main thread; each returns when the operator is to see the menu again.
+struct Activities {
+  std::function<void()> information;
+  std::function<void()> logLevel;
+  std::function<void()> cloudProxy;
+  std::function<void()> httpDownload;
+  std::function<void(const SerialPort& port)> serialDownload;
+};
+
+// Shows the main menu and runs what is chosen until the operator leaves it, then tells the application controller to
+// show the desktop. Main thread; blocks.
+void runMainMenu(const MenuEntries& entries, const Activities& activities);
+
+// Shows the download menu and runs what is chosen until the operator leaves it. Main thread; blocks.
+void runDownloadMenu(const Activities& activities);

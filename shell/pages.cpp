@@ -1,0 +1,36 @@
+#include "shell/pages.h"
+
+#include <cstdarg>
+#include <cstddef>
+#include <cstdio>
+
+int showPage(PageVars& vars, const std::string& page, zorgui::UICallback callback, void* data) {
+  return zorgui::uiInvokeURL(0, 0, vars, page, callback, data);
+}
+
+void showPageAsync(const PageVars& vars, const std::string& page, zorgui::UIAsyncCallback callback, void* data) {
+  zorgui::uiInvokeURLAsync(0, 0, vars, page, callback, data);
+}
+
+int showPlainPage(const std::string& page, zorgui::UICallback callback, void* data) {
+  PageVars vars;
+  return showPage(vars, page, callback, data);
+}
+
+void formatText(std::string& text, const char* format, ...) {
+  va_list args;
+  va_list again;
+  va_start(args, format);
+  va_copy(again, args);
+  std::string formatted;
+  const int length = std::vsnprintf(nullptr, 0, format, args);
+  if (length > 0) {
+    const auto size = static_cast<std::size_t>(length);
+    formatted.resize(size + 1);  // room for the zero byte that the C library adds
+    std::vsnprintf(&formatted[0], size + 1, format, again);
+    formatted.resize(size);
+  }
+  va_end(again);
+  va_end(args);
+  text = formatted;
+}
