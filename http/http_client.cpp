@@ -22,9 +22,8 @@ constexpr std::array<const char*, 9> kMethodWords = {"OPTIONS ", "GET ",   "HEAD
 
 // Null for a code that no request has.
 const char* methodWord(HttpMethod method) {
-  const int index = static_cast<int>(method) - static_cast<int>(HttpMethod::Options);
-  if (index < 0 || index >= static_cast<int>(kMethodWords.size())) return nullptr;
-  return kMethodWords[static_cast<std::size_t>(index)];
+  if (method < HttpMethod::Options || method > HttpMethod::Patch) return nullptr;
+  return kMethodWords[static_cast<std::size_t>(method) - static_cast<std::size_t>(HttpMethod::Options)];
 }
 
 // What the caller's fields say in place of the engine.

@@ -11,7 +11,7 @@ namespace zorhtml {
 // of the derived class for each connection.
 class HttpThread : public HttpProto, public Thread {
  public:
-  HttpThread() = default;
+  HttpThread();
   HttpThread(const HttpThread& other);
   HttpThread& operator=(const HttpThread&) = delete;
   ~HttpThread() override;

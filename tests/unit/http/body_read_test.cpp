@@ -1,0 +1,390 @@
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <vector>
+
+#include "http/whole_body.h"
+#include "tests/unit/http/engine.h"
+
+namespace {
+
+using End = ScriptedPeer::End;
+using Bytes = std::vector<unsigned char>;
+
+// The reads of a body through a buffer of `size`, up to the first that gives 0 or -1; the results and the bytes.
+struct Reads {
+  std::vector<int> results;
+  std::string bytes;
+};
+
+Reads readThrough(Engine& engine, int size) {
+  Reads reads;
+  std::vector<char> buffer(static_cast<std::size_t>(size));
+  for (;;) {
+    const int count = engine.readBody(buffer.data(), size);
+    reads.results.push_back(count);
+    if (count <= 0) return reads;
+    reads.bytes.append(buffer.data(), static_cast<std::size_t>(count));
+  }
+}
+
+class Chunked : public Engine {
+ public:
+  explicit Chunked(const ScriptedPeer& peer) : Engine(peer) { bodyRemaining = -1; }
+};
+
+using Results = std::vector<int>;
+
+TEST(FixedBody, Reads_CountDownToZero) {
+  const ScriptedPeer peer("helloNEXT");
+  Engine engine(peer);
+  engine.bodyRemaining = 5;
+  const Reads reads = readThrough(engine, 3);
+  EXPECT_EQ(reads.results, (Results{3, 2, 0}));
+  EXPECT_EQ(reads.bytes, "hello");
+  EXPECT_EQ(engine.bodyRemaining, 0);
+  EXPECT_EQ(peer.unread(), 4U);
+}
+
+TEST(FixedBody, EachRead_IsOneStreamReadWithTheTimeout) {
+  const ScriptedPeer peer("hello");
+  Engine engine(peer);
+  engine.bodyRemaining = 5;
+  engine.timeout = 77;
+  readThrough(engine, 4);
+  ASSERT_EQ(peer.reads().size(), 2U);
+  EXPECT_EQ(peer.reads()[0].size, 4U);
+  EXPECT_EQ(peer.reads()[1].size, 1U);
+  EXPECT_FALSE(peer.reads()[0].exact);
+  EXPECT_EQ(peer.reads()[0].timeoutMs, 77);
+}
+
+TEST(FixedBody, ShortBody_DropsTheConnection) {
+  for (const End end : {End::Closed, End::TimedOut, End::Failed}) {
+    const ScriptedPeer peer("hell", end);
+    Engine engine(peer);
+    engine.bodyRemaining = 5;
+    char buffer[8];
+    EXPECT_EQ(engine.readBody(buffer, 8), -1);
+    EXPECT_TRUE(peer.deleted());
+    EXPECT_EQ(engine.connection, nullptr);
+    EXPECT_EQ(engine.readBody(buffer, 8), 0);
+  }
+}
+
+TEST(FixedBody, NoBodyOrNoConnection_GivesZero) {
+  char buffer[8];
+  std::string text = "left";
+  Bytes bytes(3);
+  const ScriptedPeer peer("hello");
+  Engine finished(peer);
+  EXPECT_EQ(finished.readBody(buffer, 8), 0);
+  EXPECT_EQ(finished.readBody(text), 0);
+  EXPECT_EQ(text, "");
+  EXPECT_EQ(finished.readBody(bytes), 0);
+  EXPECT_TRUE(bytes.empty());
+  EXPECT_TRUE(peer.reads().empty());
+  Engine unconnected;
+  unconnected.bodyRemaining = 5;
+  text = "left";
+  EXPECT_EQ(unconnected.readBody(buffer, 8), 0);
+  EXPECT_EQ(unconnected.readBody(text), 0);
+  EXPECT_EQ(text, "");
+}
+
+TEST(FixedBody, ZeroOrNegativeLength_ReadsNothing) {
+  const ScriptedPeer peer("hello");
+  Engine engine(peer);
+  engine.bodyRemaining = 5;
+  char buffer[1];
+  EXPECT_EQ(engine.readBody(buffer, 0), 0);
+  EXPECT_EQ(engine.readBody(buffer, -1), 0);
+  EXPECT_EQ(engine.bodyRemaining, 5);
+  engine.bodyRemaining = -1;
+  EXPECT_EQ(engine.readBody(buffer, -1), 0);
+  EXPECT_EQ(peer.unread(), 5U);
+}
+
+TEST(FixedBody, WholeBody_IsReadAtOnce) {
+  const ScriptedPeer peer("hello");
+  Engine engine(peer);
+  engine.bodyRemaining = 5;
+  std::string text = "left over";
+  EXPECT_EQ(engine.readBody(text), 5);
+  EXPECT_EQ(text, "hello");
+  ASSERT_EQ(peer.reads().size(), 1U);
+  EXPECT_EQ(peer.reads()[0].size, 5U);
+}
+
+TEST(FixedBody, WholeBodyIntoBytes_IsReadAtOnce) {
+  Engine engine(ScriptedPeer("hello"));
+  engine.bodyRemaining = 5;
+  Bytes bytes(9);
+  EXPECT_EQ(engine.readBody(bytes), 5);
+  EXPECT_EQ(bytes, (Bytes{'h', 'e', 'l', 'l', 'o'}));
+}
+
+TEST(FixedBody, WholeBodyCutAnywhere_FailsWithAnEmptyOutput) {
+  for (std::size_t cut = 0; cut < 5; ++cut) {
+    const ScriptedPeer peer(std::string("hello").substr(0, cut));
+    Engine engine(peer);
+    engine.bodyRemaining = 5;
+    std::string text;
+    EXPECT_EQ(engine.readBody(text), -1);
+    EXPECT_EQ(text, "");
+    EXPECT_TRUE(peer.deleted());
+  }
+}
+
+TEST(FixedBody, LargeWholeBody_IsReadInOneReadToo) {
+  const std::string sent(3000000, 'x');
+  const ScriptedPeer peer(sent + "NEXT");
+  Engine engine(peer);
+  engine.bodyRemaining = 3000000;
+  std::string text;
+  EXPECT_EQ(engine.readBody(text), 3000000);
+  EXPECT_TRUE(text == sent);
+  EXPECT_EQ(peer.reads().size(), 1U);
+  EXPECT_EQ(peer.unread(), 4U);
+}
+
+TEST(FixedBody, LargeWholeBodyIntoBytes_IsTheSame) {
+  Engine engine(ScriptedPeer(std::string(3000000, 'x')));
+  engine.bodyRemaining = 3000000;
+  Bytes bytes;
+  EXPECT_EQ(engine.readBody(bytes), 3000000);
+  EXPECT_TRUE(bytes == Bytes(3000000, 'x'));
+}
+
+long peakKiB() {
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  return usage.ru_maxrss;
+}
+
+TEST(FixedBody, TwoGigabytesAnnounced_TakeNoMemoryBeforeTheyArrive) {
+  const long before = peakKiB();
+  const ScriptedPeer peer("hello");
+  Engine engine(peer);
+  engine.bodyRemaining = 2147483647;
+  std::string text;
+  EXPECT_EQ(engine.readBody(text), -1);
+  EXPECT_EQ(text, "");
+  EXPECT_TRUE(peer.deleted());
+  ASSERT_EQ(peer.reads().size(), 1U);
+  EXPECT_EQ(peer.reads()[0].size, 2147483647U);
+  EXPECT_LT(peakKiB() - before, 512 * 1024);
+}
+
+TEST(ChunkedBody, SmallBuffer_CrossesTheChunks) {
+  Chunked engine(ScriptedPeer("5\r\nhello\r\n0\r\n\r\n"));
+  const Reads reads = readThrough(engine, 3);
+  EXPECT_EQ(reads.results, (Results{3, 2, 0}));
+  EXPECT_EQ(reads.bytes, "hello");
+  EXPECT_EQ(engine.bodyRemaining, 0);
+}
+
+TEST(ChunkedBody, LargeBuffer_TakesAllChunksAtOnce) {
+  const ScriptedPeer peer("5\r\nhello\r\n6;ext=1\r\n world\r\n0\r\nTrailer: x\r\n\r\nNEXT");
+  Chunked engine(peer);
+  const Reads reads = readThrough(engine, 100);
+  EXPECT_EQ(reads.results, (Results{11, 0}));
+  EXPECT_EQ(reads.bytes, "hello world");
+  EXPECT_EQ(peer.unread(), 4U);
+}
+
+TEST(ChunkedBody, BufferThatEndsWithTheData_LeavesTheLastChunkForTheNextRead) {
+  const ScriptedPeer peer("5\r\nhello\r\n0\r\n\r\n");
+  Chunked engine(peer);
+  const Reads reads = readThrough(engine, 5);
+  EXPECT_EQ(reads.results, (Results{5, 0}));
+  EXPECT_EQ(peer.unread(), 0U);
+}
+
+TEST(ChunkedBody, LineEndAfterTheData_IsNotExamined) {
+  Chunked engine(ScriptedPeer("2\r\nabjunk\n1\nc\n0\n\n"));
+  const Reads reads = readThrough(engine, 100);
+  EXPECT_EQ(reads.bytes, "abc");
+}
+
+TEST(ChunkedBody, SplitAnywhere_ReadsTheSame) {
+  const std::string wire = "5\r\nhello\r\nA\r\n, my world\r\n0\r\nT: x\r\n\r\n";
+  for (std::size_t piece = 1; piece <= wire.size(); ++piece) {
+    for (int size = 1; size <= 16; ++size) {
+      ScriptedPeer peer;
+      Chunked engine(peer.sendInPieces(wire, piece));
+      const Reads reads = readThrough(engine, size);
+      EXPECT_EQ(reads.bytes, "hello, my world") << piece << " " << size;
+      EXPECT_EQ(reads.results.back(), 0) << piece << " " << size;
+      EXPECT_EQ(peer.unread(), 0U) << piece << " " << size;
+    }
+  }
+}
+
+TEST(ChunkedBody, CutAnywhere_FailsAndDropsTheConnection) {
+  const std::string wire = "5\r\nhello\r\n3\r\nabc\r\n0\r\nT: x\r\n\r\n";
+  for (std::size_t cut = 0; cut < wire.size(); ++cut) {
+    for (const End end : {End::Closed, End::TimedOut}) {
+      const ScriptedPeer peer(wire.substr(0, cut), end);
+      Chunked engine(peer);
+      char buffer[100];
+      EXPECT_EQ(engine.readBody(buffer, 100), -1) << cut;
+      EXPECT_TRUE(peer.deleted()) << cut;
+      EXPECT_EQ(engine.connection, nullptr) << cut;
+    }
+  }
+}
+
+TEST(ChunkedBody, FailureInTheTrailer_FinishesTheBody) {
+  Chunked inTrailer(ScriptedPeer("0\r\nT: x\r\n"));
+  char buffer[8];
+  EXPECT_EQ(inTrailer.readBody(buffer, 8), -1);
+  EXPECT_EQ(inTrailer.bodyRemaining, 0);
+  Chunked inData(ScriptedPeer("5\r\nhe"));
+  EXPECT_EQ(inData.readBody(buffer, 8), -1);
+  EXPECT_EQ(inData.bodyRemaining, -1);
+}
+
+TEST(ChunkedBody, EveryFailingRead_FailsAndDropsTheConnection) {
+  const std::string wire = "5\r\nhello\r\n0\r\n\r\n";
+  const ScriptedPeer counter(wire);
+  Chunked counted(counter);
+  char buffer[100];
+  ASSERT_EQ(counted.readBody(buffer, 100), 5);
+  for (int nth = 1; nth <= static_cast<int>(counter.reads().size()); ++nth) {
+    ScriptedPeer peer(wire);
+    Chunked engine(peer.failRead(nth));
+    EXPECT_EQ(engine.readBody(buffer, 100), -1) << nth;
+    EXPECT_TRUE(peer.deleted()) << nth;
+  }
+}
+
+TEST(ChunkedBody, SizeLineWithoutASize_Fails) {
+  for (const char* line :
+       {"", "g", "0x", ";5", "-5", "-1", "80000000", "ffffffff", "100000000", "fffffffffffffffffff"}) {
+    const ScriptedPeer peer(std::string(line) + "\r\nhello\r\n0\r\n\r\n");
+    Chunked engine(peer);
+    char buffer[100];
+    EXPECT_EQ(engine.readBody(buffer, 100), -1) << line;
+    EXPECT_TRUE(peer.deleted()) << line;
+    EXPECT_EQ(engine.bodyRemaining, -1) << line;
+  }
+}
+
+TEST(ChunkedBody, OddSizeLines_AreReadAsHexadecimal) {
+  for (const char* line : {"5", "05", "0x5", "0X5", " 5", "+5", "5 ", "5;a=b", "5hello", "00000000000000000005"}) {
+    Chunked engine(ScriptedPeer(std::string(line) + "\r\nhello\r\n0\r\n\r\n"));
+    EXPECT_EQ(readThrough(engine, 100).bytes, "hello") << line;
+  }
+  Chunked minusZero(ScriptedPeer("-0\r\n\r\n"));
+  EXPECT_EQ(readThrough(minusZero, 100).results, (Results{0}));
+}
+
+TEST(ChunkedBody, LargestSize_IsReadAsFarAsItArrives) {
+  const ScriptedPeer peer("7fffffff\r\nhello");
+  Chunked engine(peer);
+  char buffer[5];
+  EXPECT_EQ(engine.readBody(buffer, 5), 5);
+  EXPECT_EQ(engine.chunkRemaining, 0x7fffffff - 5);
+  EXPECT_EQ(engine.readBody(buffer, 5), -1);
+}
+
+TEST(ChunkedBody, NegativeContentLength_ReadsChunks) {
+  Engine engine(ScriptedPeer("POST / HTTP/1.1\r\nContent-Length: -3\r\n\r\n2\r\nab\r\n0\r\n\r\n"));
+  readHead(engine);
+  std::string text;
+  EXPECT_EQ(engine.readBody(text), 2);
+  EXPECT_EQ(text, "ab");
+  EXPECT_EQ(engine.bodyRemaining, 0);
+}
+
+TEST(ChunkedBody, CloseInAResponse_DropsTheConnectionAtTheEnd) {
+  const ScriptedPeer peer("0\r\n\r\n");
+  Chunked engine(peer);
+  engine.headers["connection"] = "Keep-Alive, Close";
+  char buffer[8];
+  EXPECT_EQ(engine.readBody(buffer, 8), 0);
+  EXPECT_TRUE(peer.deleted());
+  EXPECT_EQ(engine.bodyRemaining, 0);
+}
+
+TEST(ChunkedBody, CloseInARequest_KeepsTheConnectionForTheReply) {
+  const ScriptedPeer peer("2\r\nab\r\n0\r\n\r\n");
+  Chunked engine(peer);
+  engine.clientMode = 0;
+  engine.headers["connection"] = "close";
+  char buffer[8];
+  EXPECT_EQ(engine.readBody(buffer, 8), 2);
+  EXPECT_FALSE(peer.deleted());
+}
+
+TEST(ChunkedBody, ResponseWithoutClose_KeepsTheConnection) {
+  const ScriptedPeer peer("0\r\n\r\n");
+  Chunked engine(peer);
+  engine.headers["connection"] = "keep-alive";
+  char buffer[8];
+  EXPECT_EQ(engine.readBody(buffer, 8), 0);
+  EXPECT_FALSE(peer.deleted());
+}
+
+std::string chunk(std::size_t size) {
+  char line[16];
+  std::snprintf(line, sizeof line, "%zx\r\n", size);
+  return line + std::string(size, 'x') + "\r\n";
+}
+
+TEST(ChunkedBody, WholeBodyOfAnyLength_IsGathered) {
+  for (const std::size_t size : {1U, 4095U, 4096U, 4097U, 8192U, 10000U}) {
+    const ScriptedPeer peer(chunk(size) + "0\r\n\r\nNEXT");
+    Chunked engine(peer);
+    std::string text = "left";
+    EXPECT_EQ(engine.readBody(text), static_cast<int>(size));
+    EXPECT_TRUE(text == std::string(size, 'x')) << size;
+    EXPECT_EQ(peer.unread(), 4U) << size;
+    Chunked again(ScriptedPeer(chunk(size) + "0\r\n\r\n"));
+    Bytes bytes;
+    EXPECT_EQ(again.readBody(bytes), static_cast<int>(size));
+    EXPECT_TRUE(bytes == Bytes(size, 'x')) << size;
+  }
+}
+
+TEST(ChunkedBody, EmptyWholeBody_GivesZero) {
+  Chunked engine(ScriptedPeer("0\r\n\r\n"));
+  std::string text = "left";
+  EXPECT_EQ(engine.readBody(text), 0);
+  EXPECT_EQ(text, "");
+}
+
+TEST(ChunkedBody, WholeBodyThatFailsLate_LeavesTheOutputEmpty) {
+  const ScriptedPeer peer(chunk(10000) + "5\r\nhel");
+  Chunked engine(peer);
+  std::string text;
+  EXPECT_EQ(engine.readBody(text), -1);
+  EXPECT_EQ(text, "");
+  EXPECT_TRUE(peer.deleted());
+}
+
+// Counts its size without holding the bytes.
+struct Weightless {
+  std::size_t size = 0;
+  char block[1] = {};
+  void resize(std::size_t newSize) { size = newSize; }
+  char& operator[](std::size_t) { return block[0]; }
+};
+
+TEST(GatherBlocks, BodyBeyondAnInt_FailsBeforeItOverflows) {
+  Weightless body;
+  int calls = 0;
+  EXPECT_EQ(zorhtml::gatherBlocks(body, [&](void*, int size) { return ++calls, size; }), -1);
+  EXPECT_EQ(calls, 524287);
+  EXPECT_EQ(body.size, 2147479552U);
+}
+
+TEST(BodyLength, SizeBeyondAnInt_IsMinusOne) {
+  EXPECT_EQ(zorhtml::bodyLength(0), 0);
+  EXPECT_EQ(zorhtml::bodyLength(2147483647U), 2147483647);
+  EXPECT_EQ(zorhtml::bodyLength(2147483648U), -1);
+  EXPECT_EQ(zorhtml::bodyLength(static_cast<std::size_t>(-1)), -1);
+}
+
+}  // namespace

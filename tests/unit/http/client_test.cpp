@@ -1,0 +1,244 @@
+#include <gtest/gtest.h>
+
+#include "tests/unit/http/engine.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+using zorhtml::HttpHeaders;
+using zorhtml::HttpMethod;
+using End = ScriptedPeer::End;
+
+TEST(SetBasicAuth, Credentials_AreEncoded) {
+  Engine engine;
+  engine.setBasicAuth("user", "pass");
+  EXPECT_EQ(engine.basicAuth, "dXNlcjpwYXNz");
+  engine.setBasicAuth("", "");
+  EXPECT_EQ(engine.basicAuth, "Og==");
+}
+
+TEST(WriteRequestHeader, GetWithoutBody_AnnouncesLengthZero) {
+  const ScriptedPeer peer;
+  Engine engine(peer);
+  engine.clientMode = 0;
+  EXPECT_TRUE(engine.writeRequestHeader(HttpMethod::Get, "http://host/a?b", 0, "", true, {}));
+  EXPECT_EQ(peer.writes(), (Lines{"GET /a?b HTTP/1.1\r\n", "Host: host\r\n", "Content-Length: 0\r\n",
+                                  "Connection: Keep-Alive\r\n", "\r\n"}));
+  EXPECT_EQ(engine.clientMode, 1);
+  EXPECT_EQ(engine.bodyRemaining, 0);
+}
+
+TEST(WriteRequestHeader, EveryMethod_HasItsWord) {
+  const Lines words = {"OPTIONS", "GET", "HEAD", "POST", "PUT", "DELETE", "TRACE", "CONNECT", "PATCH"};
+  for (int code = 2; code <= 10; ++code) {
+    const ScriptedPeer peer;
+    Engine engine(peer);
+    EXPECT_TRUE(engine.writeRequestHeader(static_cast<HttpMethod>(code), "h", 0, "", true, {}));
+    EXPECT_EQ(peer.writes()[0], words[static_cast<std::size_t>(code - 2)] + " / HTTP/1.1\r\n");
+  }
+}
+
+TEST(WriteRequestHeader, OtherMethodCode_WritesNothing) {
+  for (const int code : {0, 1, 11, -1, 2147483647, -2147483647 - 1}) {
+    const ScriptedPeer peer;
+    Engine engine(peer);
+    engine.clientMode = 0;
+    EXPECT_FALSE(engine.writeRequestHeader(static_cast<HttpMethod>(code), "h", 5, "", true, {})) << code;
+    EXPECT_EQ(peer.writeCalls(), 0);
+    EXPECT_FALSE(peer.deleted());
+    EXPECT_EQ(engine.clientMode, 0);
+    EXPECT_EQ(engine.bodyRemaining, 5);
+  }
+}
+
+TEST(WriteRequestHeader, ChunkedBodyWithType_AndClose) {
+  const ScriptedPeer peer;
+  Engine engine(peer);
+  EXPECT_TRUE(engine.writeRequestHeader(HttpMethod::Post, "h:81/x", -1, "a/b", false, {}));
+  EXPECT_EQ(peer.writes(), (Lines{"POST /x HTTP/1.1\r\n", "Host: h:81\r\n", "Transfer-Encoding: chunked\r\n",
+                                  "Content-Type: a/b\r\n", "Connection: close\r\n", "\r\n"}));
+  EXPECT_EQ(engine.bodyRemaining, -1);
+}
+
+TEST(WriteRequestHeader, ProxyForm_CarriesTheAbsoluteUrl) {
+  Lines lines;
+  for (const char* url : {"ftp://h:81/x", "h/x"}) {
+    const ScriptedPeer peer;
+    Engine engine(peer);
+    engine.proxyForm = 1;
+    EXPECT_TRUE(engine.writeRequestHeader(HttpMethod::Get, url, 0, "", true, {}));
+    lines.push_back(peer.writes()[0]);
+  }
+  EXPECT_EQ(lines, (Lines{"GET ftp://h:81/x HTTP/1.1\r\n", "GET http://h/x HTTP/1.1\r\n"}));
+}
+
+TEST(WriteRequestHeader, HostField_ReplacesTheHostButNotThePort) {
+  const ScriptedPeer peer;
+  Engine engine(peer);
+  EXPECT_TRUE(engine.writeRequestHeader(HttpMethod::Get, "real:8080/", 0, "", true, {{"HOST", "example"}}));
+  EXPECT_EQ(peer.writes(), (Lines{"GET / HTTP/1.1\r\n", "Host: example:8080\r\n", "Content-Length: 0\r\n",
+                                  "Connection: Keep-Alive\r\n", "\r\n"}));
+}
+
+TEST(WriteRequestHeader, CredentialsAndAuthorizationField_AreBothWritten) {
+  const ScriptedPeer peer;
+  Engine engine(peer);
+  engine.setBasicAuth("user", "pass");
+  EXPECT_TRUE(engine.writeRequestHeader(HttpMethod::Get, "h", 0, "", true, {{"authorization", "Bearer x"}}));
+  EXPECT_EQ(peer.writes(),
+            (Lines{"GET / HTTP/1.1\r\n", "Host: h\r\n", "Content-Length: 0\r\n", "Authorization: Bearer x\r\n",
+                   "Authorization: Basic dXNlcjpwYXNz\r\n", "Connection: Keep-Alive\r\n", "\r\n"}));
+}
+
+TEST(WriteRequestHeader, EmptyAuthorizationField_IsNotWritten) {
+  const ScriptedPeer peer;
+  Engine engine(peer);
+  EXPECT_TRUE(engine.writeRequestHeader(HttpMethod::Get, "h", 0, "", true, {{"Authorization", ""}}));
+  EXPECT_EQ(peer.written().find("uthorization"), std::string::npos);
+}
+
+TEST(WriteRequestHeader, ExtraFields_FollowInKeyOrderWithoutTheEnginesOwn) {
+  const ScriptedPeer peer;
+  Engine engine(peer);
+  const HttpHeaders extra = {{"x-b", "2"},
+                             {"X-A", "1"},
+                             {"Content-Length", "9"},
+                             {"content-type", "x"},
+                             {"Content-Encoding", "gzip"},
+                             {"TRANSFER-ENCODING", "chunked"},
+                             {"Connection", "Upgrade"}};
+  EXPECT_TRUE(engine.writeRequestHeader(HttpMethod::Get, "h", 0, "", true, extra));
+  EXPECT_EQ(peer.writes(),
+            (Lines{"GET / HTTP/1.1\r\n", "Host: h\r\n", "Content-Length: 0\r\n", "Connection: Keep-Alive\r\n",
+                   "Connection: Upgrade\r\n", "X-A: 1\r\n", "x-b: 2\r\n", "\r\n"}));
+}
+
+TEST(WriteRequestHeader, EveryFailingWrite_GivesFalseAndKeepsTheStream) {
+  for (int nth = 1; nth <= 9; ++nth) {
+    ScriptedPeer peer;
+    Engine engine(peer.failWrite(nth));
+    engine.clientMode = 0;
+    engine.setBasicAuth("u", "p");
+    const bool sent =
+        engine.writeRequestHeader(HttpMethod::Get, "h", 0, "a/b", true, {{"authorization", "x"}, {"A", "b"}});
+    EXPECT_EQ(sent, nth == 10) << nth;
+    EXPECT_EQ(peer.writeCalls(), nth);
+    EXPECT_FALSE(peer.deleted()) << nth;
+    EXPECT_EQ(engine.clientMode, 0) << nth;
+  }
+}
+
+TEST(WriteRequestHeader, NoConnection_IsFalse) {
+  Engine engine;
+  engine.bodyRemaining = 7;
+  EXPECT_FALSE(engine.writeRequestHeader(HttpMethod::Get, "h", 0, "", true, {}));
+  EXPECT_EQ(engine.bodyRemaining, 7);
+}
+
+struct Exchange {
+  int status = 0;
+  std::string body = "left";
+  std::string type = "over";
+};
+
+Exchange exchange(const ScriptedPeer& peer, const std::string& body = "", HttpMethod method = HttpMethod::Post) {
+  Engine engine(peer);
+  Exchange result;
+  result.status = engine.request(method, "http://host:8080/x", body, "a/b", result.body, result.type, true);
+  return result;
+}
+
+TEST(Request, WholeExchange_GivesStatusBodyAndType) {
+  const ScriptedPeer peer("HTTP/1.1 200 OK\r\nContent-Type: text/html\r\nContent-Length: 5\r\n\r\nhello");
+  const Exchange result = exchange(peer, "body");
+  EXPECT_EQ(result.status, 200);
+  EXPECT_EQ(result.body, "hello");
+  EXPECT_EQ(result.type, "text/html");
+  EXPECT_EQ(peer.writes(), (Lines{"POST /x HTTP/1.1\r\n", "Host: host:8080\r\n", "Content-Length: 4\r\n",
+                                  "Content-Type: a/b\r\n", "Connection: Keep-Alive\r\n", "\r\n", "body"}));
+}
+
+TEST(Request, ChunkedAnswer_IsGathered) {
+  const Exchange result =
+      exchange(ScriptedPeer("HTTP/1.1 201 Created\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nhello\r\n0\r\n\r\n"));
+  EXPECT_EQ(result.status, 201);
+  EXPECT_EQ(result.body, "hello");
+  EXPECT_EQ(result.type, "");
+}
+
+TEST(Request, ErrorAnswer_ComesWithItsBody) {
+  const Exchange result =
+      exchange(ScriptedPeer("HTTP/1.1 404 Not Found\r\nContent-Type: text/plain\r\nContent-Length: 2\r\n\r\nno"));
+  EXPECT_EQ(result.status, 404);
+  EXPECT_EQ(result.body, "no");
+  EXPECT_EQ(result.type, "text/plain");
+}
+
+TEST(Request, AnswerWithoutLength_HasNoBody) {
+  const ScriptedPeer peer("HTTP/1.1 200 OK\r\n\r\nhello");
+  const Exchange result = exchange(peer);
+  EXPECT_EQ(result.status, 200);
+  EXPECT_EQ(result.body, "");
+  EXPECT_EQ(peer.unread(), 5U);
+}
+
+TEST(Request, UnreadableBody_Is410InPlaceOf200Alone) {
+  const Exchange ok = exchange(ScriptedPeer("HTTP/1.1 200 OK\r\nContent-Type: t\r\nContent-Length: 5\r\n\r\nhel"));
+  EXPECT_EQ(ok.status, 410);
+  EXPECT_EQ(ok.body, "");
+  EXPECT_EQ(ok.type, "");
+  EXPECT_EQ(exchange(ScriptedPeer("HTTP/1.1 206 x\r\nContent-Length: 5\r\n\r\nhel")).status, 206);
+  EXPECT_EQ(exchange(ScriptedPeer("HTTP/1.1 500 x\r\nContent-Length: 5\r\n\r\nhel")).status, 500);
+}
+
+TEST(Request, AnswerCutInItsHead_Is400Or408) {
+  EXPECT_EQ(exchange(ScriptedPeer("")).status, 400);
+  EXPECT_EQ(exchange(ScriptedPeer("HTTP/1.1 200 OK\r\nA")).status, 400);
+  EXPECT_EQ(exchange(ScriptedPeer("HTTP/1.1 200 OK\r\nA", End::TimedOut)).status, 408);
+  EXPECT_EQ(exchange(ScriptedPeer("GET / HTTP/1.1\r\n\r\n")).status, 400);
+  EXPECT_EQ(exchange(ScriptedPeer("nonsense\r\n")).status, 400);
+}
+
+TEST(Request, EveryFailingWrite_Is410) {
+  const std::string answer = "HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nhello";
+  for (int nth = 1; nth <= 7; ++nth) {
+    ScriptedPeer peer(answer);
+    const Exchange result = exchange(peer.failWrite(nth), "body");
+    EXPECT_EQ(result.status, 410) << nth;
+    EXPECT_EQ(result.body + result.type, "") << nth;
+    EXPECT_TRUE(peer.reads().empty()) << nth;
+  }
+}
+
+TEST(Request, EveryFailingRead_IsReported) {
+  const std::string head = "HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\n";
+  const int headReads = static_cast<int>(head.size());
+  for (int nth = 1; nth <= headReads + 1; ++nth) {
+    ScriptedPeer peer(head + "hello");
+    const Exchange result = exchange(peer.failRead(nth, End::Closed));
+    EXPECT_EQ(result.status, nth <= headReads ? 400 : 410) << nth;
+    EXPECT_EQ(result.body, "") << nth;
+  }
+}
+
+TEST(Request, NoConnectionOrOtherMethod_Is410) {
+  Engine engine;
+  std::string body = "left", type = "over";
+  EXPECT_EQ(engine.request(HttpMethod::Get, "h", "", "", body, type, true), 410);
+  EXPECT_EQ(body + type, "");
+  const ScriptedPeer peer("HTTP/1.1 200 OK\r\n\r\n");
+  EXPECT_EQ(exchange(peer, "", HttpMethod::Response).status, 410);
+  EXPECT_EQ(peer.writeCalls(), 0);
+}
+
+TEST(Request, TwoExchangesOnOneConnection_Work) {
+  Engine engine(
+      ScriptedPeer("HTTP/1.1 200 OK\r\nContent-Length: 1\r\n\r\naHTTP/1.1 200 OK\r\nContent-Length: 1\r\n\r\nb"));
+  std::string body, type;
+  EXPECT_EQ(engine.request(HttpMethod::Get, "h", "", "", body, type, true), 200);
+  EXPECT_EQ(body, "a");
+  EXPECT_EQ(engine.request(HttpMethod::Get, "h", "", "", body, type, true), 200);
+  EXPECT_EQ(body, "b");
+}
+
+}  // namespace

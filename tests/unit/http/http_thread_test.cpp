@@ -1,0 +1,209 @@
+#include <gtest/gtest.h>
+
+#include <new>
+#include <stdexcept>
+
+#include "tests/unit/http/test_server.h"
+
+namespace {
+
+using End = ScriptedPeer::End;
+
+// What the connection loop writes for `input`.
+std::string answersTo(const std::string& input, End end = End::Closed) {
+  const ScriptedPeer peer(input, end);
+  TestServer server(peer);
+  EXPECT_EQ(server.run(), 0);
+  return peer.written();
+}
+
+const std::string kKeep = "Connection: Keep-Alive\r\n\r\n";
+
+std::string answer(const std::string& body) {
+  return "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(body.size()) + "\r\n" + kKeep + body;
+}
+
+std::string refusal(const std::string& status, const std::string& version = "") {
+  return version + " " + status + "\r\nContent-Length: 0\r\nContent-Type: text/plain\r\n" + kKeep;
+}
+
+TEST(ConnectionLoop, KeepAliveRequests_AreServedInTurn) {
+  EXPECT_EQ(
+      answersTo("GET /a HTTP/1.1\r\nConnection: keep-alive\r\n\r\nGET /b HTTP/1.1\r\nConnection: keep-alive\r\n\r\n",
+                End::TimedOut),
+      answer("GET /a") + answer("GET /b") + refusal("408 Request Time-out"));
+}
+
+TEST(ConnectionLoop, RequestWithoutTheField_EndsAfterItsReply) {
+  EXPECT_EQ(
+      answersTo("GET /a HTTP/1.1\r\nConnection: keep-alive\r\n\r\nGET /b HTTP/1.1\r\n\r\nGET /c HTTP/1.1\r\n\r\n"),
+      answer("GET /a") + answer("GET /b"));
+}
+
+TEST(ConnectionLoop, OnlyTheExactWordInAnyCase_KeepsTheConnection) {
+  const std::string rest = "GET /b HTTP/1.1\r\n\r\n";
+  for (const char* value : {"keep-alive", "Keep-Alive", "KEEP-ALIVE", "  Keep-Alive "}) {
+    EXPECT_EQ(answersTo("GET /a HTTP/1.1\r\nConnection:" + std::string(value) + "\r\n\r\n" + rest),
+              answer("GET /a") + answer("GET /b"))
+        << value;
+  }
+  for (const char* value : {"", "close", "keep-alive, TE", "Keep-Alive, Upgrade", "keepalive"}) {
+    EXPECT_EQ(answersTo("GET /a HTTP/1.1\r\nConnection: " + std::string(value) + "\r\n\r\n" + rest), answer("GET /a"))
+        << value;
+  }
+}
+
+TEST(ConnectionLoop, PostBody_IsReadByTheHandler) {
+  EXPECT_EQ(
+      answersTo("POST /p HTTP/1.1\r\nConnection: keep-alive\r\nContent-Length: 5\r\n\r\nhelloGET /b HTTP/1.1\r\n\r\n"),
+      answer("POST /p hello") + answer("GET /b"));
+}
+
+TEST(ConnectionLoop, Reply_HasTheVersionOfTheRequest) {
+  EXPECT_EQ(answersTo("GET /a\r\n\r\n").substr(0, 15), "HTTP/1.0 200 OK");
+}
+
+TEST(ConnectionLoop, MethodWithoutHandler_IsMetWithSilence) {
+  for (const char* method : {"OPTIONS", "PUT", "DELETE", "TRACE", "CONNECT", "PATCH"}) {
+    const std::string request = std::string(method) + " /x HTTP/1.1\r\n";
+    EXPECT_EQ(answersTo(request + "Connection: keep-alive\r\n\r\nGET /b HTTP/1.1\r\n\r\n"), answer("GET /b")) << method;
+    EXPECT_EQ(answersTo(request + "\r\nGET /b HTTP/1.1\r\n\r\n"), "") << method;
+  }
+}
+
+TEST(ConnectionLoop, BodyThatNobodyRead_IsTakenAsTheNextRequest) {
+  EXPECT_EQ(
+      answersTo(
+          "PUT /x HTTP/1.1\r\nConnection: keep-alive\r\nContent-Length: 6\r\n\r\njunk\r\nGET /b HTTP/1.1\r\n\r\n"),
+      refusal("400 Bad Request"));
+}
+
+TEST(ConnectionLoop, Head_IsRefusedAndTheConnectionGoesOn) {
+  EXPECT_EQ(answersTo("HEAD /x HTTP/1.1\r\nConnection: keep-alive\r\n\r\nGET /b HTTP/1.1\r\n\r\n"),
+            refusal("405 Method Not Allowed", "HTTP/1.1") + answer("GET /b"));
+}
+
+TEST(ConnectionLoop, BadRequest_IsAnsweredWithKeepAliveAndEnds) {
+  const std::string rest = "GET /b HTTP/1.1\r\nConnection: keep-alive\r\n\r\n";
+  for (const char* line : {"get / HTTP/1.1", "GET / HTTP/1.1 extra", "GET", ""}) {
+    EXPECT_EQ(answersTo(std::string(line) + "\r\n" + rest), refusal("400 Bad Request")) << line;
+  }
+  EXPECT_EQ(answersTo("HTTP/1.1 200 OK\r\n\r\n" + rest), refusal("400 Bad Request", "HTTP/1.1"));
+  EXPECT_EQ(answersTo("GET / HTTP/1.1\r\nA: b"), refusal("400 Bad Request", "HTTP/1.1"));
+}
+
+TEST(ConnectionLoop, Silence_IsA408) {
+  EXPECT_EQ(answersTo("", End::TimedOut), refusal("408 Request Time-out"));
+  EXPECT_EQ(answersTo("GET / HTT", End::TimedOut), refusal("408 Request Time-out"));
+  EXPECT_EQ(answersTo("GET / HTTP/1.1\r\n", End::TimedOut), refusal("408 Request Time-out", "HTTP/1.1"));
+}
+
+TEST(ConnectionLoop, NoConnection_Ends) { EXPECT_EQ(TestServer().run(), 0); }
+
+TEST(ConnectionLoop, HandlerThatGivesFalse_EndsWithoutWriting) {
+  struct Refusing : TestServer {
+    using TestServer::TestServer;
+    bool doGET(const std::string&) override { return false; }
+  };
+  const ScriptedPeer peer("GET /a HTTP/1.1\r\nConnection: keep-alive\r\n\r\nPOST /b HTTP/1.1\r\n\r\n");
+  Refusing server(peer);
+  EXPECT_EQ(server.run(), 0);
+  EXPECT_EQ(peer.writeCalls(), 0);
+  EXPECT_FALSE(peer.deleted());
+}
+
+TEST(ConnectionLoop, HandlerThatDropsTheConnection_EndsWithoutAReply) {
+  EXPECT_EQ(answersTo("POST /p HTTP/1.1\r\nConnection: keep-alive\r\nContent-Length: 5\r\n\r\nhel"), "");
+}
+
+TEST(ConnectionLoop, EveryFailingWrite_Ends) {
+  for (int nth = 1; nth <= 4; ++nth) {
+    ScriptedPeer peer("GET /a HTTP/1.1\r\nConnection: keep-alive\r\n\r\nGET /b HTTP/1.1\r\n\r\n");
+    TestServer server(peer.failWrite(nth));
+    EXPECT_EQ(server.run(), 0);
+    EXPECT_EQ(peer.writeCalls(), nth) << nth;
+  }
+}
+
+TEST(ConnectionLoop, EveryFailingRead_EndsWithItsRefusal) {
+  const std::string request = "POST /a HTTP/1.1\r\nContent-Length: 5\r\n\r\n";
+  for (int nth = 1; nth <= static_cast<int>(request.size()); ++nth) {
+    ScriptedPeer peer(request + "hello");
+    TestServer server(peer.failRead(nth));
+    EXPECT_EQ(server.run(), 0);
+    EXPECT_NE(peer.written().find(" 408 Request Time-out\r\n"), std::string::npos) << nth;
+  }
+}
+
+template <class Exception>
+struct Throwing : TestServer {
+  using TestServer::TestServer;
+  bool doGET(const std::string&) override { throw Exception(); }
+};
+
+template <class Exception>
+void expectDropped() {
+  const ScriptedPeer peer("GET /a HTTP/1.1\r\nConnection: keep-alive\r\n\r\nGET /b HTTP/1.1\r\n\r\n");
+  Throwing<Exception> server(peer);
+  EXPECT_EQ(server.run(), 0);
+  EXPECT_TRUE(peer.deleted());
+  EXPECT_EQ(peer.writeCalls(), 0);
+}
+
+struct NoStandardException {};
+
+TEST(ConnectionLoop, AnyException_DropsTheConnectionAlone) {
+  expectDropped<std::bad_alloc>();
+  expectDropped<NoStandardException>();
+}
+
+TEST(SendResponse, EmptyBodyAndType_WriteNoLength) {
+  const ScriptedPeer peer;
+  TestServer server(peer);
+  server.headers["http-version"] = "HTTP/1.1";
+  EXPECT_TRUE(server.sendResponse(204, "", "", {}));
+  EXPECT_EQ(peer.written(), "HTTP/1.1 204 No Content\r\n" + kKeep);
+}
+
+TEST(SendResponse, BodyTypeAndFields_AreWritten) {
+  const ScriptedPeer peer;
+  TestServer server(peer);
+  server.headers["http-version"] = "HTTP/1.1";
+  EXPECT_TRUE(server.sendResponse(200, "hello", "a/b", {{"X", "y"}}));
+  EXPECT_EQ(peer.written(),
+            "HTTP/1.1 200 OK\r\nContent-Length: 5\r\nContent-Type: a/b\r\nConnection: Keep-Alive\r\nX: y\r\n\r\nhello");
+}
+
+TEST(SendResponseClose, Reply_SaysClose) {
+  const ScriptedPeer peer;
+  TestServer server(peer);
+  server.headers["http-version"] = "HTTP/1.1";
+  EXPECT_TRUE(server.sendResponseClose(200, "hello", "a/b", {}));
+  EXPECT_EQ(peer.written(),
+            "HTTP/1.1 200 OK\r\nContent-Length: 5\r\nContent-Type: a/b\r\nConnection: close\r\n\r\nhello");
+  EXPECT_FALSE(peer.deleted());
+}
+
+TEST(SendResponse, EveryFailingWrite_IsFalseAndABodyCloses) {
+  for (const bool close : {false, true}) {
+    for (int nth = 1; nth <= 6; ++nth) {
+      ScriptedPeer peer;
+      TestServer server(peer.failWrite(nth));
+      const bool sent =
+          close ? server.sendResponseClose(200, "hello", "a/b", {}) : server.sendResponse(200, "hello", "a/b", {});
+      EXPECT_FALSE(sent) << nth;
+      EXPECT_EQ(peer.deleted(), nth == 6) << nth;
+    }
+  }
+}
+
+TEST(DoHead, EveryFailingWrite_IsFalse) {
+  for (int nth = 1; nth <= 5; ++nth) {
+    ScriptedPeer peer;
+    TestServer server(peer.failWrite(nth));
+    EXPECT_FALSE(server.doHEAD("/")) << nth;
+    EXPECT_FALSE(peer.deleted()) << nth;
+  }
+}
+
+}  // namespace

@@ -1,0 +1,148 @@
+#include "http/thread.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdint>
+#include <future>
+#include <stdexcept>
+
+#include "tests/unit/http/wrapped_calls.h"
+
+namespace {
+
+using zorhtml::Thread;
+using zorhtml::ThreadControl;
+
+struct Control : ThreadControl {
+  using ThreadControl::state;
+  using ThreadControl::thread;
+  using ThreadControl::ThreadControl;
+};
+
+// What became of a job; outlives it.
+struct Fate {
+  std::promise<void> allowed;  // the job runs until then
+  std::promise<void> deleted;
+  std::atomic<int> steps{0};  // 1 onStart, 2 run, 3 destructor: the decimal digits, in their order
+  std::atomic<void*> argument{nullptr};
+  pthread_t runner{};
+  bool detached = false;
+};
+
+class Job : public Thread {
+ public:
+  explicit Job(Fate& fate) : fate_(fate) {}
+  ~Job() override {
+    fate_.steps = fate_.steps * 10 + 3;
+    fate_.deleted.set_value();
+  }
+  void onStart(void* argument) override {
+    fate_.steps = fate_.steps * 10 + 1;
+    fate_.argument = argument;
+  }
+  int run() override {
+    fate_.allowed.get_future().wait();
+    fate_.steps = fate_.steps * 10 + 2;
+    fate_.runner = pthread_self();
+    pthread_attr_t attributes;
+    int state = 0;
+    pthread_getattr_np(pthread_self(), &attributes);
+    pthread_attr_getdetachstate(&attributes, &state);
+    pthread_attr_destroy(&attributes);
+    fate_.detached = state == PTHREAD_CREATE_DETACHED;
+    return 42;
+  }
+
+ private:
+  Fate& fate_;
+};
+
+TEST(ThreadEntry, Job_IsStartedRunAndDeleted) {
+  Fate fate;
+  fate.allowed.set_value();
+  auto* job = new Job(fate);
+  EXPECT_EQ(zorhtml::threadEntry(static_cast<Thread*>(job)), reinterpret_cast<void*>(std::intptr_t{42}));
+  EXPECT_EQ(fate.steps, 123);
+  EXPECT_EQ(fate.argument, static_cast<Thread*>(job));
+}
+
+TEST(ThreadEntry, NoJob_DoesNothing) { EXPECT_EQ(zorhtml::threadEntry(nullptr), nullptr); }
+
+TEST(ThreadEntry, Exception_DeletesTheJobAlone) {
+  struct Throwing : Job {
+    using Job::Job;
+    int run() override { throw std::runtime_error("out of luck"); }
+  };
+  Fate fate;
+  EXPECT_EQ(zorhtml::threadEntry(static_cast<Thread*>(new Throwing(fate))), nullptr);
+  EXPECT_EQ(fate.steps, 13);
+}
+
+TEST(ThreadEntry, BaseOnStart_DoesNothing) {
+  struct Plain : Thread {
+    int run() override { return -1; }
+  };
+  EXPECT_EQ(zorhtml::threadEntry(static_cast<Thread*>(new Plain)), reinterpret_cast<void*>(std::intptr_t{-1}));
+}
+
+TEST(ThreadControl, JoinableHandle_WaitsForItsThread) {
+  Fate fate;
+  {
+    const Control control(new Job(fate), false);
+    EXPECT_EQ(control.state, 1);
+    fate.allowed.set_value();
+  }
+  EXPECT_EQ(fate.steps, 123);
+  EXPECT_FALSE(fate.detached);
+}
+
+TEST(ThreadControl, JoinableHandle_HoldsTheThread) {
+  Fate fate;
+  pthread_t handle{};
+  {
+    const Control control(new Job(fate), false);
+    handle = control.thread;
+    fate.allowed.set_value();
+  }
+  EXPECT_NE(pthread_equal(handle, fate.runner), 0);
+}
+
+TEST(ThreadControl, DetachedHandle_LeavesItsThreadRunning) {
+  Fate fate;
+  {
+    const Control control(new Job(fate), true);
+    EXPECT_EQ(control.state, 3);
+  }
+  EXPECT_NE(fate.steps % 10, 3);
+  fate.allowed.set_value();
+  fate.deleted.get_future().wait();
+  EXPECT_EQ(fate.steps, 123);
+  EXPECT_TRUE(fate.detached);
+}
+
+TEST(ThreadControl, FailedCreation_DeletesTheJobAtOnce) {
+  for (const bool detached : {false, true}) {
+    Fate fate;
+    wrapped::failThreads(true);
+    {
+      const Control control(new Job(fate), detached);
+      EXPECT_EQ(control.state, 0);
+      EXPECT_EQ(fate.steps, 3);
+    }
+    wrapped::failThreads(false);
+  }
+}
+
+TEST(ThreadControl, FailedCreationWithoutAJob_DeletesNothing) {
+  wrapped::failThreads(true);
+  for (const bool detached : {false, true}) EXPECT_EQ(Control(nullptr, detached).state, 0);
+  wrapped::failThreads(false);
+}
+
+TEST(ThreadControl, NoJob_IsStartedAllTheSame) {
+  EXPECT_EQ(Control(nullptr, false).state, 1);
+  EXPECT_EQ(Control(nullptr, true).state, 3);
+}
+
+}  // namespace

@@ -1,0 +1,63 @@
+#include "tests/unit/http/wrapped_calls.h"
+
+#include <pthread.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <utility>
+
+namespace {
+
+struct Script {
+  bool active = false;
+  std::size_t next = 0;
+  std::vector<wrapped::PollAnswer> answers;
+  std::vector<wrapped::Poll> calls;
+};
+
+thread_local Script script;
+std::atomic<bool> threadsFail{false};
+
+}  // namespace
+
+extern "C" int __real_poll(pollfd* set, nfds_t count, int timeoutMs);
+extern "C" int __wrap_poll(pollfd* set, nfds_t count, int timeoutMs);
+extern "C" int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*),
+                                     void* argument);
+extern "C" int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*),
+                                     void* argument);
+
+int __wrap_poll(pollfd* set, nfds_t count, int timeoutMs) {
+  if (!script.active) return __real_poll(set, count, timeoutMs);
+  if (script.next == script.answers.size()) {
+    std::fputs("poll was called once more than the test expects\n", stderr);
+    std::abort();
+  }
+  script.calls.push_back({{set[0], set[1]}, count, timeoutMs});
+  return script.answers[script.next++](set);
+}
+
+int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*), void* argument) {
+  if (threadsFail) return EAGAIN;
+  return __real_pthread_create(thread, attributes, start, argument);
+}
+
+namespace wrapped {
+
+void answerPolls(std::vector<PollAnswer> answers) {
+  script = Script();
+  script.active = true;
+  script.answers = std::move(answers);
+}
+
+std::vector<Poll> takePolls() {
+  std::vector<Poll> calls = std::move(script.calls);
+  script = Script();
+  return calls;
+}
+
+void failThreads(bool fail) { threadsFail = fail; }
+
+}  // namespace wrapped

@@ -1,0 +1,31 @@
+// poll() and pthread_create() of the code under test, which the linker redirects here.
+#pragma once
+
+#include <poll.h>
+
+#include <functional>
+#include <vector>
+
+namespace wrapped {
+
+// One call of poll: the entries of the set it was given (both of the listener's, whatever the count), the count and the
+// time-out.
+struct Poll {
+  std::vector<pollfd> set;
+  unsigned long count;
+  int timeoutMs;
+};
+
+// What the next poll does: it may fill in the returned events of the set's first entry, sets errno, returns a result.
+using PollAnswer = std::function<int(pollfd* set)>;
+
+// Answers each poll of this thread's code under test in turn; when the answers are used up the test has failed and the
+// process ends. Without answers poll is the system's.
+void answerPolls(std::vector<PollAnswer> answers);
+// Goes back to the system's poll; returns the calls since answerPolls.
+std::vector<Poll> takePolls();
+
+// Makes pthread_create fail, without a thread, while it is set.
+void failThreads(bool fail);
+
+}  // namespace wrapped
