@@ -114,7 +114,8 @@ std::string contentProblem(CMS_ContentInfo* cms, const std::string& manifest) {
   if (ERR_GET_LIB(first) == ERR_LIB_CMS && ERR_GET_REASON(first) == CMS_R_SIGNER_CERTIFICATE_NOT_FOUND) {
     return "is signed without the signer's certificate";
   }
-  return errorsHave(CMS_R_VERIFICATION_FAILURE) ? "has a signature for another manifest"
+  // The step that compares content and signature; a signature without signed attributes fails in it whatever is wrong.
+  return errorsHave(CMS_R_CONTENT_VERIFY_ERROR) ? "has a signature for another manifest"
                                                 : "has a signature that does not match the signer's key";
 }
 

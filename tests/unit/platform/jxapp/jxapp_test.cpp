@@ -1,0 +1,64 @@
+// The interface of the library, on the root that the environment names.
+#include <jxapp.h>
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdarg>
+#include <cstdlib>
+
+#include "tests/unit/platform/jxapp/scratch.h"
+#include "tests/unit/platform/jxapp/zip_bytes.h"
+
+namespace {
+
+// The root is the process's own: made before the library looks for it.
+const Scratch& root() {
+  static const Scratch folder;
+  return folder;
+}
+
+class RootEnvironment : public testing::Environment {
+ public:
+  void SetUp() override { setenv("JXPLATFORM_ROOT", (root().path() + "/var/jx/").c_str(), 1); }
+};
+const testing::Environment* const kRoot = testing::AddGlobalTestEnvironment(new RootEnvironment);
+
+void collect(void* data, const char* format, ...) {
+  char line[4096];
+  std::va_list arguments;
+  va_start(arguments, format);
+  std::vsnprintf(line, sizeof line, format, arguments);
+  va_end(arguments);
+  *static_cast<std::string*>(data) += line;
+}
+
+TEST(JxApp, SourceDirectory_IsMadeOnRequestAndInstalledFrom) {
+  const std::string directory = jxapp::jxInstallSourceDir();
+  EXPECT_EQ(directory, root().path() + "/var/jx/source");
+  EXPECT_EQ(jxapp::jxInstallSourceDir(), directory);
+  EXPECT_TRUE(jxapp::jxInstallCreateSourceDir());
+  EXPECT_TRUE(jxapp::jxInstallCreateSourceDir());
+  EXPECT_TRUE(root().exists("var/jx/source"));
+
+  root().write("var/jx/source/upload-0.zip", zipBytes(packageEntries("hello", "1.0.0", {{"a", "b"}})));
+  std::string log;
+  EXPECT_EQ(jxapp::jxInstall(collect, &log), 0);
+  EXPECT_NE(log.find("Installed hello 1.0.0\nList of installed applications:\n  hello 1.0.0\n"), std::string::npos)
+      << log;
+
+  ASSERT_EQ(rmdir(directory.c_str()), 0);
+  root().write("var/jx/source", "");
+  EXPECT_FALSE(jxapp::jxInstallCreateSourceDir());
+  ASSERT_EQ(unlink(directory.c_str()), 0);
+}
+
+TEST(JxApp, CertificateArchive_IsAppended) {
+  std::string archive;
+  EXPECT_TRUE(jxapp::jxGetCertificateArchive(archive));
+  EXPECT_EQ(archive, std::string(archive.size(), '\0'));
+  EXPECT_FALSE(archive.empty());
+}
+
+}  // namespace

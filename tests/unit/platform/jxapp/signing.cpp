@@ -1,0 +1,79 @@
+#include "tests/unit/platform/jxapp/signing.h"
+
+#include <openssl/cms.h>
+#include <openssl/ec.h>
+#include <openssl/evp.h>
+#include <openssl/pem.h>
+#include <openssl/x509v3.h>
+
+#include <stdexcept>
+
+namespace {
+
+void check(bool done) {
+  if (!done) throw std::runtime_error("OpenSSL refuses");
+}
+
+void addExtension(X509* certificate, int kind, const char* value) {
+  if (value == nullptr) return;
+  X509_EXTENSION* const extension = X509V3_EXT_conf_nid(nullptr, nullptr, kind, value);
+  check(extension != nullptr && X509_add_ext(certificate, extension, -1) == 1);
+  X509_EXTENSION_free(extension);
+}
+
+std::string bytesOf(BIO* memory) {
+  char* data = nullptr;
+  const long size = BIO_get_mem_data(memory, &data);
+  return {data, static_cast<std::size_t>(size)};
+}
+
+}  // namespace
+
+std::string Identity::certificatePem() const {
+  const std::unique_ptr<BIO, decltype(&BIO_free_all)> memory(BIO_new(BIO_s_mem()), BIO_free_all);
+  check(PEM_write_bio_X509(memory.get(), certificate.get()) == 1);
+  return bytesOf(memory.get());
+}
+
+Identity makeIdentity(const CertificateWish& wish, const Identity* issuer) {
+  static long serial = 0;
+  Identity identity;
+  identity.key.reset(EVP_EC_gen("P-256"), EVP_PKEY_free);
+  identity.certificate.reset(X509_new(), X509_free);
+  X509* const certificate = identity.certificate.get();
+  const Identity& signer = issuer != nullptr ? *issuer : identity;
+  check(X509_set_version(certificate, X509_VERSION_3) == 1);
+  ASN1_INTEGER_set(X509_get_serialNumber(certificate), ++serial);
+  X509_gmtime_adj(X509_getm_notBefore(certificate), wish.beginsInSeconds);
+  X509_gmtime_adj(X509_getm_notAfter(certificate), wish.endsInSeconds);
+  X509_NAME_add_entry_by_txt(X509_get_subject_name(certificate), "CN", MBSTRING_UTF8,
+                             reinterpret_cast<const unsigned char*>(wish.commonName.c_str()), -1, -1, 0);
+  check(X509_set_issuer_name(certificate, X509_get_subject_name(signer.certificate.get())) == 1);
+  check(X509_set_pubkey(certificate, identity.key.get()) == 1);
+  addExtension(certificate, NID_basic_constraints, wish.authority ? "critical,CA:TRUE" : "CA:FALSE");
+  addExtension(certificate, NID_key_usage, wish.keyUsage);
+  addExtension(certificate, NID_ext_key_usage, wish.extendedKeyUsage);
+  check(X509_sign(certificate, signer.key.get(), EVP_sha256()) > 0);
+  return identity;
+}
+
+std::string signatureOf(const Identity& signer, const std::string& content, const SignatureWish& wish) {
+  unsigned flags = CMS_BINARY | CMS_PARTIAL;
+  if (!wish.attached) flags |= CMS_DETACHED;
+  if (wish.withoutAttributes) flags |= CMS_NOATTR;
+  if (wish.withoutCertificate) flags |= CMS_NOCERTS;
+  const EVP_MD* const digest = wish.sha1 ? EVP_sha1() : EVP_sha256();
+  const std::unique_ptr<BIO, decltype(&BIO_free_all)> data(
+      BIO_new_mem_buf(content.data(), static_cast<int>(content.size())), BIO_free_all);
+  const std::unique_ptr<CMS_ContentInfo, decltype(&CMS_ContentInfo_free)> cms(
+      CMS_sign(nullptr, nullptr, nullptr, nullptr, flags), CMS_ContentInfo_free);
+  check(CMS_add1_signer(cms.get(), signer.certificate.get(), signer.key.get(), digest, flags) != nullptr);
+  if (wish.second != nullptr) {
+    check(CMS_add1_signer(cms.get(), wish.second->certificate.get(), wish.second->key.get(), digest, flags) != nullptr);
+  }
+  if (wish.intermediate != nullptr) check(CMS_add1_cert(cms.get(), wish.intermediate->certificate.get()) == 1);
+  check(CMS_final(cms.get(), data.get(), nullptr, flags) == 1);
+  const std::unique_ptr<BIO, decltype(&BIO_free_all)> memory(BIO_new(BIO_s_mem()), BIO_free_all);
+  check(i2d_CMS_bio(memory.get(), cms.get()) == 1);
+  return bytesOf(memory.get());
+}
