@@ -1,0 +1,4 @@
+// Where browsers reach the upload server.
+#pragma once
+
+constexpr int httpPort = 6370;  // TCP

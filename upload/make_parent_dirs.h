@@ -1,0 +1,8 @@
+// Directories for a file that is to be made.
+#pragma once
+
+#include <string>
+
+// Makes every missing directory above the file `path`, with the modes that the process's mask leaves. True when the
+// directory of the file is there, or `path` names none. Directories made stay, also after a failure.
+bool makeParentDirs(const std::string& path);

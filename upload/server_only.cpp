@@ -1,0 +1,11 @@
+#include "upload/server_only.h"
+
+#include "http/listener.h"
+#include "upload/http_port.h"
+#include "upload/jx_download_server.h"
+
+void runServerOnly() {
+  zorhtml::ServerSettings settings(httpPort);
+  const JXDownloadServer server;
+  static_cast<void>(zorhtml::serve(settings, server));
+}
