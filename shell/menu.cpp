@@ -5,11 +5,6 @@
 
 namespace {
 
-// Indexed by the result of the download menu; the first two are never used.
-constexpr SerialPort kSerialPorts[] = {
-    {"", ""}, {"", ""}, {"USB", "/dev/ttyGS0"}, {"COM1", "/dev/ttyAMA0"}, {"COM2", "/dev/ttyAMA1"},
-};
-
 int showMainMenu(const MenuEntries& entries) {
   PageVars vars;
   vars["show_settings"] = entries.showSettings;
@@ -47,6 +42,6 @@ void runDownloadMenu(const Activities& activities) {
     const int result = showPlainPage("download.html");
     if (result == kPageLeft) return;
     if (result == 1) activities.httpDownload();
-    if (result >= 2 && result <= 4) activities.serialDownload(kSerialPorts[result]);
+    if (result >= 2 && result <= 4) activities.serialDownload(result);
   }
 }

@@ -10,19 +10,13 @@ struct MenuEntries {
   std::string showCloudproxy = "0";
 };
 
-// One line of the serial port table.
-struct SerialPort {
-  const char* name;    // as shown to the operator
-  const char* device;  // its path
-};
-
 // What the menu entries run, on the main thread; each returns when the operator is to see the menu again.
 struct Activities {
   std::function<void()> information;
   std::function<void()> logLevel;
   std::function<void()> cloudProxy;
   std::function<void()> httpDownload;
-  std::function<void(const SerialPort& port)> serialDownload;
+  std::function<void(int port)> serialDownload;  // 2: USB, 3: COM1, 4: COM2
 };
 
 // Shows the main menu and runs what is chosen until the operator leaves it, then tells the application controller to
