@@ -4,6 +4,7 @@
 #include <exception>
 #include <new>
 
+#include "platform/linux/jsproc/qr_code.h"
 #include "platform/linux/jsproc/script_heap.h"
 #include "platform/linux/jsproc/utf8.h"
 #include "platform/linux/zorhtml/html_escape.h"
@@ -38,6 +39,7 @@ class Run {
   static duk_ret_t runProtected(duk_context* context, void* run);
   static duk_ret_t print(duk_context* context);
   static duk_ret_t escape(duk_context* context);
+  static duk_ret_t qr(duk_context* context);
   static Run* of(duk_context* context);
 
   static void defineGlobals(duk_context* context, Run* run);
@@ -47,6 +49,7 @@ class Run {
   // Sets `buffer_` and returns whether it could.
   bool convertIn(const std::string& text) noexcept;
   bool convertEscaped(const char* data, std::size_t size) noexcept;
+  bool drawQrCode(const char* data, std::size_t size) noexcept;
   bool collect(const char* name, std::size_t nameSize, const char* value, std::size_t valueSize) noexcept;
   bool append(const char* data, std::size_t size) noexcept;
 
@@ -75,6 +78,11 @@ bool Run::convertIn(const std::string& text) noexcept {
 
 bool Run::convertEscaped(const char* data, std::size_t size) noexcept {
   return withoutThrowing([&] { buffer_ = jxplatform::escapeHtml(std::string(data, size)); });
+}
+
+bool Run::drawQrCode(const char* data, std::size_t size) noexcept {
+  return withoutThrowing(
+      [&] { buffer_ = jxplatform::toCesu8(jxplatform::qrCodeSvg(jxplatform::fromCesu8(data, size))); });
 }
 
 bool Run::collect(const char* name, std::size_t nameSize, const char* value, std::size_t valueSize) noexcept {
@@ -127,6 +135,16 @@ duk_ret_t Run::escape(duk_context* context) {
   return 1;
 }
 
+// qr(text): the text as a QR code's markup; nothing when it does not fit one.
+duk_ret_t Run::qr(duk_context* context) {
+  Run* const run = of(context);
+  duk_size_t size = 0;
+  const char* const text = duk_safe_to_lstring(context, 0, &size);
+  if (!run->drawQrCode(text, size)) return duk_range_error(context, "qr: out of memory");
+  duk_push_lstring(context, run->buffer_.data(), run->buffer_.size());
+  return 1;
+}
+
 void Run::defineVars(duk_context* context, Run* run) {
   duk_push_bare_object(context);
   for (const auto& variable : run->vars_) {
@@ -151,6 +169,8 @@ void Run::defineGlobals(duk_context* context, Run* run) {
   duk_put_global_string(context, "print");
   duk_push_c_function(context, escape, 1);
   duk_put_global_string(context, "escape");
+  duk_push_c_function(context, qr, 1);
+  duk_put_global_string(context, "qr");
   duk_push_global_object(context);
   duk_del_prop_string(context, -1, "Duktape");  // the engine's own interface: nothing a page needs
   duk_pop(context);

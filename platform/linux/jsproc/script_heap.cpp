@@ -6,6 +6,7 @@ namespace jxplatform {
 namespace {
 
 constexpr unsigned kStepsLimit = 2'000'000;
+constexpr unsigned kGrowthsPerLook = 64;
 
 // Stands before each block and keeps what follows aligned for anything.
 union BlockHeader {
@@ -32,7 +33,9 @@ extern "C" unsigned jxDuktapeStepsLimit(void* heapUserData) {
   return static_cast<ScriptHeap*>(heapUserData)->timeIsOver() ? 1 : kStepsLimit;
 }
 
-ScriptHeap::ScriptHeap() : deadline_(std::chrono::steady_clock::now() + kTimeLimit) {
+ScriptHeap::ScriptHeap() {
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &deadline_);
+  deadline_.tv_sec += kSecondsLimit;
   context_ = duk_create_heap(allocateFor, reallocateFor, releaseFor, this, fatal);
 }
 
@@ -40,7 +43,13 @@ ScriptHeap::~ScriptHeap() {
   if (context_ != nullptr) duk_destroy_heap(context_);
 }
 
-bool ScriptHeap::timeIsOver() const { return std::chrono::steady_clock::now() >= deadline_; }
+bool ScriptHeap::timeIsOver() {
+  if (timeIsOver_) return true;
+  timespec now{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+  timeIsOver_ = now.tv_sec > deadline_.tv_sec || (now.tv_sec == deadline_.tv_sec && now.tv_nsec >= deadline_.tv_nsec);
+  return timeIsOver_;
+}
 
 bool ScriptHeap::mayGrow(std::size_t before, std::size_t after) {
   if (after <= before) return true;
@@ -48,7 +57,8 @@ bool ScriptHeap::mayGrow(std::size_t before, std::size_t after) {
     memoryRanOut_ = true;
     return false;
   }
-  return !timeIsOver();
+  if (growths_++ % kGrowthsPerLook == 0) (void)timeIsOver();  // asking the clock costs a system call
+  return !timeIsOver_;
 }
 
 void* ScriptHeap::allocate(std::size_t size) { return size == 0 ? nullptr : reallocate(nullptr, size); }

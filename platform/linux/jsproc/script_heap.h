@@ -3,8 +3,8 @@
 
 #include <duktape.h>
 
-#include <chrono>
 #include <cstddef>
+#include <ctime>
 
 namespace jxplatform {
 
@@ -12,7 +12,7 @@ namespace jxplatform {
 // regular expression begins; and by refusing memory, which reaches the library functions that loop by themselves.
 class ScriptHeap {
  public:
-  static constexpr std::chrono::milliseconds kTimeLimit{1000};
+  static constexpr long kSecondsLimit = 1;  // of the thread's processor time, which a busy machine does not use up
   static constexpr std::size_t kMemoryLimit = std::size_t{8} << 20U;  // bytes, those of the engine itself included
 
   // The time begins now. The context is null where there is no memory for it.
@@ -22,7 +22,7 @@ class ScriptHeap {
   ScriptHeap& operator=(const ScriptHeap&) = delete;
 
   duk_context* context() const { return context_; }
-  bool timeIsOver() const;
+  bool timeIsOver();  // once true, true for ever
   bool memoryRanOut() const { return memoryRanOut_; }
 
   // Duktape's allocation functions.
@@ -34,7 +34,9 @@ class ScriptHeap {
   // Whether a block may grow from `before` to `after` bytes.
   bool mayGrow(std::size_t before, std::size_t after);
 
-  const std::chrono::steady_clock::time_point deadline_;
+  timespec deadline_{};
+  bool timeIsOver_ = false;
+  unsigned growths_ = 0;  // blocks that have grown, counted round
   std::size_t used_ = 0;
   bool memoryRanOut_ = false;
   duk_context* context_ = nullptr;

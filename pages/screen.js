@@ -1,0 +1,278 @@
+// Shows the terminal's pages as they come and sends back what the operator does. Pages say by attributes what their parts do:
+//
+//   data-result="N"       a button that returns N; a form that returns N with its fields as variables
+//   data-key="1 Escape"   the keys that press this element
+//   data-auto-result="N"  the page returns N by itself once it is to be seen
+//   data-focus            has the focus at first; else the first entry of a menu has it
+//   data-announce         is read out when it changes; ="assertive" at once
+//   data-for="F" data-value="V"   a fieldset that counts only while the form's field F has the value V
+//   class="text_nowrap_tick"      goes to and fro where it is too long for its line
+'use strict';
+
+(() => {
+  const kWaitSeconds = 25;
+  const kRetryMs = [500, 1000, 2000, 3000];
+  const kRoundTripMs = 15000;  // an answer that takes longer does not come any more
+  const kAbortedPressMs = 5000;  // a page that stays may be pressed again after this
+
+  const main = document.getElementById('screen');
+  const live = {polite: addStatus('unseen', 'polite'), assertive: addStatus('unseen', 'assertive')};
+  const connection = addStatus('', 'polite');
+  connection.id = 'connection';
+
+  let screen = {id: 0, page: ''};
+  let sending = false;  // a result is on its way, or the next page is
+  let wake = () => {};
+
+  function addStatus(className, politeness) {
+    const element = document.createElement('p');
+    element.className = className;
+    element.setAttribute('aria-live', politeness);
+    document.body.append(element);
+    return element;
+  }
+
+  const pause = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
+
+  async function request(path, ms, options) {
+    const abort = new AbortController();
+    const timer = setTimeout(() => abort.abort(), ms);
+    try {
+      const response = await fetch(path, {...options, cache: 'no-store', signal: abort.signal});
+      return {status: response.status, body: response.status === 200 ? await response.json() : null};
+    } finally {
+      clearTimeout(timer);
+    }
+  }
+
+  // The pages, one after the other, for ever
+
+  async function follow() {
+    for (let failures = 0;;) {
+      try {
+        await takeNext(failures > 0);
+        failures = 0;
+      } catch (error) {
+        showConnection(false);
+        const retry = new Promise((resolve) => { wake = resolve; });
+        await Promise.race([retry, pause(kRetryMs[Math.min(failures++, kRetryMs.length - 1)])]);
+      }
+    }
+  }
+
+  // After a failure the program may be another one: whatever page it shows is asked for, without waiting.
+  async function takeNext(afresh) {
+    const began = Date.now();
+    const query = afresh ? 'after=0&wait=0' : `after=${screen.id}&wait=${kWaitSeconds}`;
+    const {status, body} = await request(`/api/screen?${query}`, kWaitSeconds * 1000 + kRoundTripMs);
+    if (status !== 200 && status !== 204) throw new Error(`answer ${status}`);
+    showConnection(true);
+    if (body && body.id !== screen.id) return show(body);
+    if (afresh) return resume();
+    if (Date.now() - began < 1000) await pause(1000);
+  }
+
+  // The same page is still there: a press that got lost may be repeated.
+  function resume() {
+    setSending(false);
+    returnByItself();
+  }
+
+  function showConnection(there) {
+    const text = there ? '' : 'No connection. Trying again.';
+    if (connection.textContent !== text) connection.textContent = text;
+    main.inert = !there;
+    if (there && document.activeElement === document.body) focusFirst();
+  }
+
+  function show(next) {
+    const again = next.page === screen.page;
+    screen = next;
+    const page = new DOMParser().parseFromString(next.html, 'text/html');
+    document.title = page.title;
+    main.dataset.page = next.page;
+    const before = announcement().text;
+    if (again) {
+      update(main, page.body);
+      main.querySelectorAll('form').forEach((form) => form.reset());
+    } else {
+      main.replaceChildren(...page.body.childNodes);
+    }
+    setSending(false);
+    furnish();
+    if (!again || !main.contains(document.activeElement)) focusFirst();
+    if (!again || announcement().text !== before) announce();
+    returnByItself();
+  }
+
+  // Makes the children of `old` those of `fresh` and leaves alone what is the same, with its focus and animations.
+  function update(old, fresh) {
+    const nodes = [...fresh.childNodes];
+    nodes.forEach((node, i) => {
+      const present = old.childNodes[i];
+      if (!present) {
+        old.append(node);
+      } else if (present.nodeType !== node.nodeType || present.nodeName !== node.nodeName) {
+        present.replaceWith(node);
+      } else if (node.nodeType !== Node.ELEMENT_NODE) {
+        if (present.data !== node.data) present.data = node.data;
+      } else {
+        updateAttributes(present, node);
+        update(present, node);
+      }
+    });
+    while (old.childNodes.length > nodes.length) old.lastChild.remove();
+  }
+
+  function updateAttributes(old, fresh) {
+    for (const {name} of [...old.attributes]) if (!fresh.hasAttribute(name)) old.removeAttribute(name);
+    for (const {name, value} of fresh.attributes) if (old.getAttribute(name) !== value) old.setAttribute(name, value);
+  }
+
+  function announcement() {
+    const element = main.querySelector('[data-announce]');
+    return {text: element ? element.innerText : '', politeness: element && element.dataset.announce || 'polite'};
+  }
+
+  function announce() {
+    const {text, politeness} = announcement();
+    for (const [name, element] of Object.entries(live)) element.textContent = name === politeness ? text : '';
+  }
+
+  function focusFirst() {
+    const element = main.querySelector('[data-focus]') || main.querySelector('.menu button, form input:checked') || main;
+    element.focus({preventScroll: element === main});
+  }
+
+  // What the style sheet cannot do
+
+  function furnish() {
+    main.querySelectorAll('form').forEach(chooseFieldsets);
+    main.querySelectorAll('.text_nowrap_tick').forEach(tick);
+    const content = main.querySelector('.content');
+    const reachable = content && content.querySelector('button, input:not([type="hidden"])');
+    if (content && !reachable && content.scrollHeight > content.clientHeight) content.tabIndex = 0;
+  }
+
+  function chooseFieldsets(form) {
+    for (const fieldset of form.querySelectorAll('fieldset[data-for]')) {
+      const counts = new FormData(form).get(fieldset.dataset.for) === fieldset.dataset.value;
+      fieldset.hidden = fieldset.disabled = !counts;
+    }
+  }
+
+  function tick(line) {
+    const inner = line.querySelector(':scope > .tick');
+    if (inner) inner.replaceWith(...inner.childNodes);
+    line.normalize();
+    const excess = line.scrollWidth - line.clientWidth;
+    if (excess <= 0) return;
+    const moving = document.createElement('span');
+    moving.className = 'tick';
+    moving.append(...line.childNodes);
+    moving.style.setProperty('--tick-by', `${-excess}px`);
+    moving.style.setProperty('--tick-time', `${2 + excess / 60}s`);
+    line.append(moving);
+  }
+
+  // Results
+
+  function setSending(on) {
+    sending = on;
+    main.setAttribute('aria-busy', String(on));
+    if (!on) main.querySelectorAll('.pressed').forEach((element) => element.classList.remove('pressed'));
+  }
+
+  // Returns `result` from the page on screen. One press counts; the next page ends the sending. When somebody else was
+  // quicker, the next page is on its way as well.
+  async function send(result, vars, pressed) {
+    if (sending || main.inert) return;
+    const {id, sync} = screen;
+    setSending(true);
+    if (pressed) pressed.classList.add('pressed');
+    try {
+      const {status} = await request(`/api/screen/${id}/result`, kRoundTripMs, {
+        method: 'POST',
+        headers: {'Content-Type': 'application/json'},
+        body: JSON.stringify({result, vars}),
+      });
+      if (status !== 204 && status !== 409) throw new Error(`answer ${status}`);
+      if (!sync && result !== -1) await pause(kAbortedPressMs);
+      else return;
+    } catch (error) {
+      wake();
+    }
+    if (screen.id === id) setSending(false);
+  }
+
+  // A page that nobody sees must return too, so painting is waited for only so long.
+  async function returnByItself() {
+    const element = main.querySelector('[data-auto-result]');
+    if (!element) return;
+    const {id} = screen;
+    const painted = new Promise((resolve) => requestAnimationFrame(() => requestAnimationFrame(resolve)));
+    await Promise.race([painted, pause(500)]);
+    if (screen.id === id) send(Number(element.dataset.autoResult), {});
+  }
+
+  main.addEventListener('click', (event) => {
+    const button = event.target.closest('button[data-result]');
+    if (button) send(Number(button.dataset.result), {}, button);
+  });
+
+  main.addEventListener('submit', (event) => {
+    event.preventDefault();
+    const form = event.target;
+    if (form.dataset.result === undefined) return;
+    send(Number(form.dataset.result), Object.fromEntries(new FormData(form)), event.submitter);
+  });
+
+  main.addEventListener('change', (event) => {
+    if (event.target.form) chooseFieldsets(event.target.form);
+  });
+
+  // Keys
+
+  document.addEventListener('keydown', (event) => {
+    if (event.ctrlKey || event.altKey || event.metaKey || event.repeat && event.key === 'Enter') return;
+    if (event.target.matches('input:not([type="radio"]), select, textarea')) return;
+    if (pressByKey(event.key) || moveInMenu(event.key) || scrollByKey(event.key)) event.preventDefault();
+  });
+
+  function pressByKey(key) {
+    const element = [...main.querySelectorAll('[data-key]')].find((one) => one.dataset.key.split(' ').includes(key));
+    if (element) {
+      element.click();
+      return true;
+    }
+    if (key !== 'Enter' || document.activeElement.matches('button, input')) return false;
+    const accepts = main.querySelector('.primary');
+    if (accepts) accepts.click();
+    return Boolean(accepts);
+  }
+
+  function moveInMenu(key) {
+    const step = {ArrowDown: 1, ArrowRight: 1, ArrowUp: -1, ArrowLeft: -1}[key];
+    const entries = [...main.querySelectorAll('.menu button')];
+    if (!step || entries.length === 0) return false;
+    const at = entries.indexOf(document.activeElement);
+    const next = at < 0 ? 0 : (at + step + entries.length) % entries.length;
+    entries[next].focus();
+    return true;
+  }
+
+  function scrollByKey(key) {
+    const content = main.querySelector('.content');
+    const step = {ArrowDown: 60, ArrowUp: -60, PageDown: 0.9, PageUp: -0.9}[key];
+    if (!content || !step || document.activeElement.matches('input')) return false;
+    content.scrollBy({top: Math.abs(step) < 1 ? step * content.clientHeight : step});
+    return true;
+  }
+
+  addEventListener('resize', furnish);
+  matchMedia('(prefers-reduced-motion: reduce)').addEventListener('change', furnish);
+  addEventListener('online', () => wake());
+  document.addEventListener('visibilitychange', () => wake());
+
+  follow();
+})();
