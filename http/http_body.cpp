@@ -1,7 +1,7 @@
 // Reading of a message's body.
+#include <sys/mman.h>
+
 #include <algorithm>
-#include <cstdlib>
-#include <memory>
 
 #include "http/header_text.h"
 #include "http/http_proto.h"
@@ -15,8 +15,23 @@ namespace {
 // Up to here the output is sized before its bytes have arrived.
 constexpr int kEagerBody = 1 << 20;
 
-struct FreeBlock {
-  void operator()(void* block) const { std::free(block); }
+// Memory whose pages are taken when they are first written.
+class LazyBlock {
+ public:
+  explicit LazyBlock(std::size_t size)
+      : size_(size), data_(mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)) {}
+  LazyBlock(const LazyBlock&) = delete;
+  LazyBlock& operator=(const LazyBlock&) = delete;
+  ~LazyBlock() {
+    if (data_ != MAP_FAILED) munmap(data_, size_);
+  }
+
+  // Null where there is no room.
+  unsigned char* data() const { return data_ == MAP_FAILED ? nullptr : static_cast<unsigned char*>(data_); }
+
+ private:
+  std::size_t size_;
+  void* data_;
 };
 
 }  // namespace
@@ -110,8 +125,8 @@ int HttpProto::readWholeBody(Body& body) {
   return length;
 }
 
-// One read takes the whole length. A large one goes into pages that take no memory until their bytes arrive, so that an
-// announcement alone cannot exhaust it; where there is no room for them the body cannot be read.
+// One read takes the whole length. A large one goes through pages that take no memory until their bytes arrive, so that
+// an announcement alone cannot exhaust it; where there is no room for them the body cannot be read.
 template <class Body>
 int HttpProto::readAnnounced(Body& body) {
   const auto size = static_cast<std::size_t>(bodyRemaining);
@@ -119,10 +134,10 @@ int HttpProto::readAnnounced(Body& body) {
     body.resize(size);
     return readBody(&body[0], bodyRemaining);
   }
-  const std::unique_ptr<unsigned char, FreeBlock> block(static_cast<unsigned char*>(std::calloc(size, 1)));
-  if (!block) return -1;
-  const int length = readBody(block.get(), bodyRemaining);
-  if (length >= 0) body.assign(block.get(), block.get() + size);
+  const LazyBlock block(size);
+  if (block.data() == nullptr) return -1;
+  const int length = readBody(block.data(), bodyRemaining);
+  if (length >= 0) body.assign(block.data(), block.data() + size);
   return length;
 }
 
