@@ -24,7 +24,7 @@ class SocketStream {
   static constexpr std::size_t kCloseDrainBytes = 64 * 1024 * 1024;
 
   // Takes over `fd`, a connected socket, blocking or not; -1 makes a stream that is not connected.
-  explicit SocketStream(int fd = -1) : fd_(fd) {}
+  explicit SocketStream(int fd = -1, int writeStallMs = kWriteStallMs) : fd_(fd), writeStallMs_(writeStallMs) {}
   SocketStream(const SocketStream&) = delete;
   SocketStream& operator=(const SocketStream&) = delete;
   ~SocketStream() { close(); }
@@ -53,6 +53,7 @@ class SocketStream {
   void drain(const Deadline& deadline);
 
   int fd_;
+  int writeStallMs_;
   bool ended_ = false;
   bool readFailed_ = false;
   bool writeFailed_ = false;

@@ -1,0 +1,101 @@
+#include "platform/linux/services/controllerd/manifests.h"
+
+#include <dirent.h>
+#include <zoripc.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+namespace controllerd {
+
+namespace {
+
+using zoripc::JSObject;
+
+// A manifest lists every file of its application, and no application has this many.
+constexpr std::size_t kMaxManifestBytes = 16 * 1024 * 1024;
+
+struct CloseDirectory {
+  void operator()(DIR* directory) const { closedir(directory); }
+};
+struct CloseFile {
+  void operator()(std::FILE* file) const { std::fclose(file); }
+};
+
+std::string printable(std::string text) {
+  for (char& c : text) {
+    if (c < 0x20 || c > 0x7E) c = '?';
+  }
+  return text;
+}
+
+// What lies beside the applications and begins with a dot is the installer's work in progress.
+std::vector<std::string> applicationsIn(const std::string& directory) {
+  std::vector<std::string> names;
+  const std::unique_ptr<DIR, CloseDirectory> open(opendir(directory.c_str()));
+  if (!open) return names;
+  while (const dirent* entry = readdir(open.get())) {
+    if (entry->d_name[0] != '.') names.emplace_back(entry->d_name);
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+// False with `reason` set when the file cannot be read.
+bool readText(const std::string& path, std::string& text, std::string& reason) {
+  const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(path.c_str(), "rbe"));
+  if (!file) {
+    reason = std::strerror(errno);
+    return false;
+  }
+  char block[4096];
+  std::size_t count = 0;
+  while (text.size() <= kMaxManifestBytes && (count = std::fread(block, 1, sizeof block, file.get())) > 0) {
+    text.append(block, count);
+  }
+  if (std::ferror(file.get()) != 0) reason = std::strerror(errno);
+  if (text.size() > kMaxManifestBytes) reason = "larger than 16 MiB";
+  return reason.empty();
+}
+
+// "NAME VERSION", or empty with `reason` set.
+std::string describe(const std::string& name, const std::string& text, std::string& reason) {
+  JSObject manifest;
+  if (!JSObject::parse(text, manifest) || !manifest.isObject()) {
+    reason = "not a JSON object";
+  } else if (!manifest["name"].isString() || !manifest["version"].isString() ||
+             manifest["version"].getString().empty()) {
+    reason = "without a name and a version";
+  } else if (manifest["name"].getString() != name) {
+    reason = "names another application, " + manifest["name"].getString();
+  } else {
+    return name + " " + manifest["version"].getString();
+  }
+  return "";
+}
+
+}  // namespace
+
+std::vector<std::string> scanManifests(const std::string& root) {
+  std::vector<std::string> lines;
+  std::vector<std::string> errors;
+  for (const std::string& name : applicationsIn(root + "/apps")) {
+    const std::string file = "apps/" + name + "/manifest.json";
+    std::string text;
+    std::string reason;
+    std::string line;
+    if (readText(root + "/" + file, text, reason)) line = describe(name, text, reason);
+    if (reason.empty()) {
+      lines.push_back(printable(line));
+    } else {
+      errors.push_back(printable("Error: " + file + ": " + reason));
+    }
+  }
+  lines.insert(lines.end(), errors.begin(), errors.end());
+  return lines;
+}
+
+}  // namespace controllerd

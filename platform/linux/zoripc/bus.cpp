@@ -1,0 +1,241 @@
+#include "platform/linux/zoripc/bus.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <systemd/sd-bus.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <limits>
+#include <memory>
+#include <utility>
+
+#include "platform/linux/zoripc/application_name.h"
+#include "platform/linux/zoripc/bus_address.h"
+#include "platform/linux/zoripc/deadline.h"
+
+namespace zoripc {
+
+namespace {
+
+constexpr std::uint64_t kUsPerMs = 1000;
+constexpr int kFlushMs = 1000;
+// Messages handled before the lock is given up for a moment.
+constexpr int kBatch = 64;
+
+struct DropMessage {
+  void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
+};
+using Message = std::unique_ptr<sd_bus_message, DropMessage>;
+
+// Milliseconds until the bus wants to be processed again; -1: when something comes.
+int timeoutOf(sd_bus* bus) {
+  std::uint64_t dueUs = 0;
+  if (sd_bus_get_timeout(bus, &dueUs) < 0 || dueUs == std::numeric_limits<std::uint64_t>::max()) return -1;
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  const std::uint64_t nowUs =
+      static_cast<std::uint64_t>(now.tv_sec) * 1000000U + static_cast<std::uint64_t>(now.tv_nsec) / 1000U;
+  if (dueUs <= nowUs) return 0;
+  return static_cast<int>(std::min<std::uint64_t>((dueUs - nowUs + kUsPerMs - 1) / kUsPerMs, 3600000U));
+}
+
+bool isDisconnection(int error) {
+  return error == -ENOTCONN || error == -ECONNRESET || error == -EPIPE || error == -ESHUTDOWN;
+}
+
+// Signs on to the bus; the library's own waiting for that has no limit of ours.
+bool waitReady(sd_bus* bus, int timeoutMs) {
+  const Deadline deadline(timeoutMs);
+  while (sd_bus_is_ready(bus) <= 0) {
+    const int result = sd_bus_process(bus, nullptr);
+    if (result < 0) return false;
+    if (result > 0) continue;
+    const int leftMs = deadline.remainingMs();
+    if (leftMs == 0 || sd_bus_wait(bus, static_cast<std::uint64_t>(leftMs) * kUsPerMs) < 0) return false;
+  }
+  return true;
+}
+
+// A started connection, or null.
+sd_bus* connectTo(const std::string& address, Recipient* recipient) {
+  sd_bus* bus = nullptr;
+  if (sd_bus_new(&bus) < 0) return nullptr;
+  if (sd_bus_set_address(bus, address.c_str()) >= 0 && sd_bus_set_bus_client(bus, 1) >= 0 &&
+      sd_bus_set_method_call_timeout(bus, Bus::kConnectMs * kUsPerMs) >= 0 &&
+      addNotificationObject(bus, recipient) >= 0 && sd_bus_start(bus) >= 0 && waitReady(bus, Bus::kConnectMs)) {
+    return bus;
+  }
+  sd_bus_close_unref(bus);
+  return nullptr;
+}
+
+}  // namespace
+
+// A notification that has not been acknowledged yet. It lives as long as the bus may still report on it; what goes
+// without an acknowledgement has not been delivered.
+struct Bus::Sent {
+  Bus& bus;
+  Notification notification;
+  bool acknowledged = false;
+
+  static int onReply(sd_bus_message* reply, void* userData, sd_bus_error* /*error*/) {
+    static_cast<Sent*>(userData)->acknowledged = sd_bus_message_is_method_error(reply, nullptr) == 0;
+    return 1;
+  }
+
+  static void onDestroy(void* userData) {
+    const std::unique_ptr<Sent> sent(static_cast<Sent*>(userData));
+    if (!sent->acknowledged && !sent->bus.closed_) sent->bus.mailbox_.postFailure(std::move(sent->notification));
+  }
+};
+
+Bus::Bus(Mailbox& mailbox)
+    : mailbox_(mailbox),
+      address_(busAddress()),
+      recipient_{mailbox, id_},
+      wakeFd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+
+void Bus::setId(const std::string& id) {
+  const std::lock_guard<std::mutex> hold(lock_);
+  if (closed_ || id == id_) return;
+  if (bus_ != nullptr && !id_.empty()) sd_bus_release_name(bus_, busNameOf(id_).c_str());
+  id_ = id;
+  if (bus_ != nullptr && sd_bus_is_open(bus_) > 0) {
+    claimName();
+  } else {
+    ensureOpen();
+  }
+  // Without a bus as well: the thread is what finds one later.
+  if (!id_.empty()) thread_.start([this] { run(); });
+  wake();
+}
+
+int Bus::send(Notification notification) {
+  const std::lock_guard<std::mutex> hold(lock_);
+  if (closed_ || notification.receiver.empty()) return -EINVAL;
+  if (notification.sender.empty()) notification.sender = id_;
+  if (!ensureOpen()) return -ENOTCONN;
+  int result = sendOnce(notification);
+  // The bus may have gone since the last use and be back already.
+  if (isDisconnection(result) && ensureOpen()) result = sendOnce(notification);
+  wake();
+  return result < 0 ? result : 0;
+}
+
+int Bus::sendOnce(const Notification& notification) {
+  sd_bus_message* made = nullptr;
+  int result = sd_bus_message_new_method_call(bus_, &made, busNameOf(notification.receiver).c_str(), kNotificationPath,
+                                              kNotificationInterface, kNotifyMethod);
+  if (result < 0) return result;
+  const Message call(made);
+  result = sd_bus_message_append(made, kNotifySignature, notification.name.c_str(), notification.message.dump().c_str(),
+                                 notification.flags, notification.sender.c_str());
+  if (result < 0) return result;
+  sd_bus_message_set_auto_start(made, 0);
+  auto sent = std::make_unique<Sent>(Sent{*this, notification});
+  sd_bus_slot* slot = nullptr;
+  result = sd_bus_call_async(bus_, &slot, made, Sent::onReply, sent.get(), kDeliveryMs * kUsPerMs);
+  if (result < 0) return result;
+  sd_bus_slot_set_destroy_callback(slot, Sent::onDestroy);
+  sent.release();
+  sd_bus_slot_set_floating(slot, 1);  // the bus keeps it until the reply has come
+  sd_bus_slot_unref(slot);
+  return 0;
+}
+
+// True when there is a connection to work with.
+bool Bus::ensureOpen() {
+  if (bus_ != nullptr && sd_bus_is_open(bus_) > 0) return true;
+  retire();
+  if (address_.empty() || wakeFd_ < 0) return false;
+  bus_ = connectTo(address_, &recipient_);
+  if (bus_ == nullptr) return false;
+  if (!id_.empty()) claimName();
+  if (thread_.start([this] { run(); })) return true;
+  retire();
+  dropRetired();
+  return false;
+}
+
+void Bus::claimName() {
+  const std::string name = busNameOf(id_);
+  const int result = sd_bus_request_name(bus_, name.c_str(), SD_BUS_NAME_QUEUE);
+  if (result < 0 && result != -EALREADY && !isDisconnection(result)) {
+    std::fprintf(stderr, "libzoripc: the bus does not let us have the name %s: %s\n", name.c_str(),
+                 std::strerror(-result));
+  }
+}
+
+void Bus::retire() {
+  if (bus_ != nullptr) retired_.push_back(bus_);
+  bus_ = nullptr;
+}
+
+void Bus::dropRetired() {
+  for (sd_bus* bus : retired_) sd_bus_close_unref(bus);
+  retired_.clear();
+}
+
+void Bus::wake() const { eventfd_write(wakeFd_, 1); }
+
+void Bus::run() {
+  std::unique_lock<std::mutex> hold(lock_);
+  while (!closed_) {
+    dropRetired();
+    waitForWork(serve(), hold);
+  }
+  flush();
+  retire();
+  dropRetired();
+}
+
+// Does what there is to do, and tells for how many milliseconds to wait then.
+int Bus::serve() {
+  if (bus_ == nullptr && (id_.empty() || !ensureOpen())) return id_.empty() ? -1 : kReconnectMs;
+  int result = 1;
+  for (int i = 0; i < kBatch && result > 0; ++i) result = sd_bus_process(bus_, nullptr);
+  if (result > 0) return 0;
+  if (result == 0) return timeoutOf(bus_);
+  // The bus has gone; what nobody acknowledged is reported with it. It may be back at once.
+  retire();
+  dropRetired();
+  return 0;
+}
+
+void Bus::waitForWork(int timeoutMs, std::unique_lock<std::mutex>& hold) {
+  std::array<pollfd, 2> entries{{{wakeFd_, POLLIN, 0}, {-1, 0, 0}}};
+  if (bus_ != nullptr) entries[1] = {sd_bus_get_fd(bus_), static_cast<short>(sd_bus_get_events(bus_)), 0};
+  hold.unlock();
+  poll(entries.data(), entries.size(), timeoutMs);
+  eventfd_t ignored = 0;
+  eventfd_read(wakeFd_, &ignored);
+  hold.lock();
+}
+
+void Bus::flush() {
+  const Deadline deadline(kFlushMs);
+  while (bus_ != nullptr && sd_bus_process(bus_, nullptr) >= 0 && !deadline.passed()) {
+    const int events = sd_bus_get_events(bus_);
+    if (events < 0 || (events & POLLOUT) == 0) return;
+    pollfd entry{sd_bus_get_fd(bus_), POLLOUT, 0};
+    poll(&entry, 1, deadline.remainingMs());
+  }
+}
+
+void Bus::close(int timeoutMs) {
+  {
+    const std::lock_guard<std::mutex> hold(lock_);
+    closed_ = true;
+    wake();
+  }
+  thread_.finish(timeoutMs);
+}
+
+}  // namespace zoripc

@@ -1,0 +1,70 @@
+// The connection to the bus that carries notifications.
+#pragma once
+
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "platform/linux/zoripc/mailbox.h"
+#include "platform/linux/zoripc/notification_object.h"
+#include "platform/linux/zoripc/worker_thread.h"
+
+struct sd_bus;
+
+namespace zoripc {
+
+// Connects when it is first needed, and again after the bus has gone: for an application with an id by itself, every
+// kReconnectMs, else on the next use. A thread of its own does the bus's work; callbacks run in the mailbox. Any thread
+// may call. Never destroyed while its thread may run: close() first.
+class Bus {
+ public:
+  // The receiver has this long to acknowledge a notification; after it the delivery has failed.
+  static constexpr int kDeliveryMs = 10000;
+  // A bus that is there but does not answer is given up after this long.
+  static constexpr int kConnectMs = 5000;
+  static constexpr int kReconnectMs = 1000;
+
+  explicit Bus(Mailbox& mailbox);
+  Bus(const Bus&) = delete;
+  Bus& operator=(const Bus&) = delete;
+
+  // Takes `id` as this application's: owns its bus name now and after each new connection. While another process owns
+  // it, this one waits for it in the bus's queue. An earlier, different id is given up.
+  void setId(const std::string& id);
+
+  // Hands a notification to the bus; an empty sender means the id set before. 0 when that was done; a negative error
+  // number without a bus, or when the notification is none that the bus carries. Failure to deliver it goes to the
+  // mailbox.
+  int send(Notification notification);
+
+  // Sends what is still waiting, for a bounded time, and ends the connection. Afterwards nothing can be sent.
+  void close(int timeoutMs);
+
+ private:
+  struct Sent;
+
+  bool ensureOpen();
+  bool open();
+  void claimName();
+  int sendOnce(const Notification& notification);
+  void retire();
+  void dropRetired();
+  void wake() const;
+  void run();
+  int serve();
+  void waitForWork(int timeoutMs, std::unique_lock<std::mutex>& hold);
+  void flush();
+
+  Mailbox& mailbox_;
+  std::mutex lock_;  // of everything below
+  std::string address_;
+  std::string id_;
+  Recipient recipient_;
+  sd_bus* bus_ = nullptr;
+  std::vector<sd_bus*> retired_;  // to be closed by the thread, which may be waiting on their descriptors
+  int wakeFd_ = -1;
+  bool closed_ = false;
+  WorkerThread thread_;
+};
+
+}  // namespace zoripc

@@ -1,0 +1,54 @@
+#include "platform/linux/zoripc/worker_thread.h"
+
+#include <pthread.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <csignal>
+#include <mutex>
+#include <system_error>
+#include <utility>
+
+namespace zoripc {
+
+struct WorkerThread::End {
+  std::mutex lock;
+  std::condition_variable reached;
+  bool over = false;
+};
+
+bool WorkerThread::start(std::function<void()> body) {
+  if (started()) return true;
+  end_ = std::make_shared<End>();
+  sigset_t all;
+  sigset_t before;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &before);
+  try {
+    thread_ = std::thread([run = std::move(body), end = end_] {
+      run();
+      const std::lock_guard<std::mutex> hold(end->lock);
+      end->over = true;
+      end->reached.notify_all();
+    });
+  } catch (const std::system_error&) {
+    end_.reset();
+  }
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  return started();
+}
+
+void WorkerThread::finish(int timeoutMs) {
+  if (!started()) return;
+  std::unique_lock<std::mutex> hold(end_->lock);
+  const bool over = !isCurrent() && end_->reached.wait_for(hold, std::chrono::milliseconds(timeoutMs),
+                                                           [end = end_.get()] { return end->over; });
+  hold.unlock();
+  if (over) {
+    thread_.join();
+  } else {
+    thread_.detach();
+  }
+}
+
+}  // namespace zoripc

@@ -1,0 +1,65 @@
+// A bus of the test's own.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <string>
+
+// A directory with a D-Bus daemon in it, which can be ended and started again at the same address.
+class PrivateBus {
+ public:
+  PrivateBus() {
+    char path[] = "/tmp/jxbus-XXXXXX";
+    const char* made = mkdtemp(path);
+    EXPECT_NE(made, nullptr);
+    directory_ = made == nullptr ? "" : made;
+    start();
+  }
+  PrivateBus(const PrivateBus&) = delete;
+  PrivateBus& operator=(const PrivateBus&) = delete;
+  ~PrivateBus() {
+    stop();
+    unlink(path().c_str());
+    rmdir(directory_.c_str());
+  }
+
+  std::string path() const { return directory_ + "/bus"; }
+  std::string address() const { return "unix:path=" + path(); }
+  pid_t pid() const { return pid_; }
+
+  // Returns once it accepts connections.
+  void start() {
+    unlink(path().c_str());
+    int ready[2] = {-1, -1};
+    ASSERT_EQ(pipe(ready), 0);
+    const std::string listen = "--address=" + address();
+    const std::string tell = "--print-address=" + std::to_string(ready[1]);
+    pid_ = fork();
+    if (pid_ == 0) {
+      close(ready[0]);
+      execlp("dbus-daemon", "dbus-daemon", "--session", "--nofork", "--nosyslog", listen.c_str(), tell.c_str(),
+             static_cast<char*>(nullptr));
+      _exit(127);
+    }
+    close(ready[1]);
+    char byte = 0;
+    EXPECT_EQ(read(ready[0], &byte, 1), 1) << "dbus-daemon did not start";
+    close(ready[0]);
+  }
+
+  void stop() {
+    if (pid_ <= 0) return;
+    kill(pid_, SIGCONT);
+    kill(pid_, SIGTERM);
+    waitpid(pid_, nullptr, 0);
+    pid_ = -1;
+  }
+
+ private:
+  std::string directory_;
+  pid_t pid_ = -1;
+};
