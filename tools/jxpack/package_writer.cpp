@@ -21,12 +21,12 @@ constexpr unsigned kProgramMode = 0755;
 
 class ZipWriter {
  public:
-  ZipWriter(int fd, const char* compression) : archive_(archive_write_new(), archive_write_free) {
+  ZipWriter(int fd, const char* compression) : fd_(fd), archive_(archive_write_new(), archive_write_free) {
     if (!archive_) throw std::bad_alloc();
     check(archive_write_set_format_zip(archive_.get()) == ARCHIVE_OK &&
           archive_write_set_format_option(archive_.get(), "zip", "compression", compression) == ARCHIVE_OK &&
           archive_write_set_bytes_per_block(archive_.get(), 0) == ARCHIVE_OK &&
-          archive_write_open_fd(archive_.get(), fd) == ARCHIVE_OK);
+          archive_write_open(archive_.get(), this, nullptr, write, nullptr) == ARCHIVE_OK);
   }
 
   // The time stays unset: the archive then holds the earliest one that a zip archive can, in every time zone.
@@ -52,13 +52,33 @@ class ZipWriter {
   void finish() { check(archive_write_close(archive_.get()) == ARCHIVE_OK); }
 
  private:
-  void check(bool done) {
+  // A failure is kept for check(): the library, told of it, would not free what its packer holds.
+  static la_ssize_t write(archive* /*archive*/, void* data, const void* bytes, std::size_t size) {
+    auto* const self = static_cast<ZipWriter*>(data);
+    const auto* next = static_cast<const char*>(bytes);
+    std::size_t left = size;
+    while (left > 0 && self->error_ == 0) {
+      const ssize_t put = ::write(self->fd_, next, left);
+      if (put < 0 && errno != EINTR) self->error_ = errno;
+      if (put <= 0) continue;
+      next += put;
+      left -= static_cast<std::size_t>(put);
+    }
+    return static_cast<la_ssize_t>(size);
+  }
+
+  void check(bool done) const {
+    if (error_ != 0) {
+      throw Problem(ExitCode::kFile, "the package cannot be written: " + std::generic_category().message(error_));
+    }
     if (done) return;
     const char* const reason = archive_error_string(archive_.get());
     throw Problem(ExitCode::kFile,
                   std::string("the package cannot be written: ") + (reason != nullptr ? reason : "unknown reason"));
   }
 
+  int fd_;
+  int error_ = 0;  // the errno of the first write that failed
   std::unique_ptr<archive, int (*)(archive*)> archive_;
 };
 
