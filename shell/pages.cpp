@@ -19,18 +19,17 @@ int showPlainPage(const std::string& page, zorgui::UICallback callback, void* da
 
 void formatText(std::string& text, const char* format, ...) {
   va_list args;
-  va_list again;
   va_start(args, format);
-  va_copy(again, args);
-  std::string formatted;
   const int length = std::vsnprintf(nullptr, 0, format, args);
+  va_end(args);
+  std::string formatted;
   if (length > 0) {
     const auto size = static_cast<std::size_t>(length);
     formatted.resize(size + 1);  // room for the zero byte that the C library adds
-    std::vsnprintf(&formatted[0], size + 1, format, again);
+    va_start(args, format);
+    std::vsnprintf(formatted.data(), size + 1, format, args);
+    va_end(args);
     formatted.resize(size);
   }
-  va_end(again);
-  va_end(args);
   text = formatted;
 }

@@ -113,7 +113,7 @@ std::string nameOf(const Bytes& record) {
   const std::size_t length = wordAt(record, start);
   const std::size_t textAt = start + 4;
   if (length > record.size() - textAt) return "";
-  return std::string(reinterpret_cast<const char*>(record.data()) + textAt, std::min(length, kLongestName));
+  return {reinterpret_cast<const char*>(record.data()) + textAt, std::min(length, kLongestName)};
 }
 
 int numberOf(const Bytes& record) {

@@ -1,0 +1,100 @@
+#include "shell/pages.h"
+
+#include "tests/unit/shell/fixture.h"
+
+namespace {
+
+using PagesTest = ShellTest;
+
+TEST_F(PagesTest, ShowPage_PassesZeroesVariablesAndName) {
+  gui.answer("some.html", 7);
+  PageVars vars{{"a", "1"}, {"b", "<2>"}};
+  EXPECT_EQ(showPage(vars, "some.html"), 7);
+  const ShownPage page = gui.shown().at(0);
+  EXPECT_TRUE(page.synchronous);
+  EXPECT_TRUE(page.plainNumbers);
+  EXPECT_EQ(page.page, "some.html");
+  EXPECT_EQ(page.vars, (PageVars{{"a", "1"}, {"b", "<2>"}}));
+}
+
+TEST_F(PagesTest, ShowPage_HandsBackWhatThePageChanged) {
+  gui.answer("some.html", [](PageVars& vars) {
+    vars["kept"] = "new";
+    vars["added"] = "x";
+    vars.erase("removed");
+    return -3;
+  });
+  PageVars vars{{"kept", "old"}, {"removed", "old"}};
+  EXPECT_EQ(showPage(vars, "some.html"), -3);
+  EXPECT_EQ(vars["kept"], "new");
+  EXPECT_EQ(vars["added"], "x");
+  EXPECT_EQ(vars["removed"], "");
+}
+
+bool noCallback(void*) { return true; }
+
+TEST_F(PagesTest, SynchronousPages_PassTheirCallback) {
+  PageVars vars;
+  int data = 0;
+  EXPECT_EQ(showPage(vars, "some.html", noCallback, &data), -1);
+  EXPECT_EQ(showPlainPage("other.html", noCallback, &data), -1);
+  EXPECT_EQ(gui.shownNames(), (Names{"some.html", "other.html"}));
+}
+
+void noAsyncCallback(void*, int, const zorgui::UICallbackData*) {}
+
+TEST_F(PagesTest, ShowPageAsync_PassesZeroesVariablesAndCallback) {
+  int data = 0;
+  const PageVars vars{{"text", "wait"}};
+  showPageAsync(vars, "wait.html");
+  showPageAsync(vars, "download-http.html", noAsyncCallback, &data);
+  const auto shown = gui.shown();
+  ASSERT_EQ(shown.size(), 2U);
+  EXPECT_FALSE(shown[0].synchronous);
+  EXPECT_TRUE(shown[0].plainNumbers);
+  EXPECT_EQ(shown[0].vars, vars);
+  EXPECT_EQ(shown[0].callback, nullptr);
+  EXPECT_EQ(shown[0].data, nullptr);
+  EXPECT_EQ(shown[1].page, "download-http.html");
+  EXPECT_EQ(shown[1].callback, noAsyncCallback);
+  EXPECT_EQ(shown[1].data, &data);
+}
+
+TEST_F(PagesTest, ShowPlainPage_StartsEmptyEachTime) {
+  const auto leaveSomething = [](PageVars& vars) {
+    vars["left"] = "over";
+    return 2;
+  };
+  gui.answer("download.html", leaveSomething);
+  gui.answer("download.html", leaveSomething);
+  EXPECT_EQ(showPlainPage("download.html"), 2);
+  EXPECT_EQ(showPlainPage("download.html"), 2);
+  const auto shown = gui.shown();
+  ASSERT_EQ(shown.size(), 2U);
+  EXPECT_TRUE(shown[0].vars.empty());
+  EXPECT_TRUE(shown[1].vars.empty());
+  EXPECT_TRUE(shown[1].plainNumbers);
+}
+
+TEST(FormatText, ClearsThenFormats) {
+  std::string text = "left over";
+  formatText(text, "%s download failed %d.", "COM1", -1);
+  EXPECT_EQ(text, "COM1 download failed -1.");
+  formatText(text, "%s", "");
+  EXPECT_EQ(text, "");
+}
+
+TEST(FormatText, LongText_IsWhole) {
+  const std::string part(100000, 'x');
+  std::string text;
+  formatText(text, "<%s>", part.c_str());
+  EXPECT_EQ(text, "<" + part + ">");
+}
+
+TEST(FormatText, OutputAsArgument_IsReadBeforeItIsCleared) {
+  std::string text = "inner";
+  formatText(text, "[%s]", text.c_str());
+  EXPECT_EQ(text, "[inner]");
+}
+
+}  // namespace
