@@ -1,5 +1,5 @@
-/* Runs a program until it stops itself with SIGSTOP, then lets it go on from system call to system call and kills it at
- * the Nth stop; there is one before and one after each call.
+/* Runs a program until it stops itself with SIGSTOP, then lets it go on from system call to system call and kills it
+ * before the Nth: what the disk holds then is what it holds after the one before it.
  * Usage: kill_at N PROGRAM [ARGUMENT...]     Ends with 0 when it killed, 1 when the program ended before, 2 for
  * trouble. */
 #include <signal.h>
@@ -25,14 +25,16 @@ static int go_on(pid_t pid, int untilSystemCall, int signal) {
   return WSTOPSIG(status);
 }
 
-static int kill_at(pid_t pid, long count) {
+static int kill_at(pid_t pid, long call) {
   const int systemCall = SIGTRAP | 0x80;
+  /* Each call stops twice: when it is entered and when it is left. */
+  long left = 2 * call - 1;
   int signal = 0;
-  while (count > 0) {
+  while (left > 0) {
     const int stop = go_on(pid, 1, signal);
     if (stop < 0) return 1;
     signal = stop == systemCall ? 0 : stop;
-    if (stop == systemCall) --count;
+    if (stop == systemCall) --left;
   }
   kill(pid, SIGKILL);
   waitpid(pid, NULL, 0);
