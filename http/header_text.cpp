@@ -27,7 +27,7 @@ std::vector<std::string> splitWords(const std::string& text) {
 std::string trimSpace(const std::string& text) {
   const auto from = std::find_if_not(text.begin(), text.end(), isSpace);
   const auto to = std::find_if_not(text.rbegin(), std::make_reverse_iterator(from), isSpace).base();
-  return std::string(from, to);
+  return {from, to};
 }
 
 std::string toLowerCopy(const std::string& text) {

@@ -38,8 +38,8 @@ class ThreadControl {
   int state = 0;  // 0: no thread was started; 1: a joinable one; 3: a detached one
 };
 
-// The start routine of every thread: calls onStart() and run() on the Thread given, deletes it and returns the result
-// of run(). An exception ends the thread alone, with the result 0; null returns null.
-void* threadEntry(void* object);
+// The start routine of every thread: calls onStart() and run() on the Thread that `argument` is, deletes it and returns
+// the result of run(). An exception ends the thread alone, with the result 0; null returns null.
+void* threadEntry(void* argument);
 
 }  // namespace zorhtml

@@ -1,8 +1,11 @@
 #include "http/base64.h"
 
 #include <gtest/gtest.h>
+#include <stdlib.h>
+#include <unistd.h>
 
 #include <climits>
+#include <cstdio>
 #include <cstring>
 #include <random>
 #include <string>
@@ -135,6 +138,30 @@ TEST(Base64Decode, OutputTooSmall_Fails) {
   EXPECT_EQ(base64Decode("Zm", 2, bytes, 0), -1);
   EXPECT_EQ(base64Decode("Zm", 2, bytes, -1), -1);
   EXPECT_EQ(base64Decode("==", 2, bytes, 0), 0);
+}
+
+// What the system's own encoder makes of `bytes`.
+std::string encodeByTool(const std::string& bytes) {
+  char name[] = "/tmp/jx_base64_XXXXXX";
+  const int fd = mkstemp(name);
+  EXPECT_GE(fd, 0);
+  EXPECT_EQ(write(fd, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+  close(fd);
+  std::FILE* tool = popen(("base64 -w0 " + std::string(name)).c_str(), "r");
+  std::string text(bytes.size() * 2 + 8, '\0');
+  text.resize(std::fread(&text[0], 1, text.size(), tool));
+  EXPECT_EQ(pclose(tool), 0);
+  std::remove(name);
+  return text;
+}
+
+TEST(Base64, RandomBytes_MatchTheSystemsEncoder) {
+  std::mt19937 random(2);
+  for (const std::size_t size : {1U, 2U, 3U, 57U, 1000U, 100001U}) {
+    std::string bytes(size, '\0');
+    for (char& c : bytes) c = static_cast<char>(random());
+    EXPECT_TRUE(encode(bytes) == encodeByTool(bytes)) << size;
+  }
 }
 
 TEST(Base64, RandomBytes_GoBothWays) {
