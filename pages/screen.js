@@ -91,6 +91,7 @@
     const page = new DOMParser().parseFromString(next.html, 'text/html');
     document.title = page.title;
     main.dataset.page = next.page;
+    main.dataset.id = next.id;
     const before = announcement().text;
     if (again) {
       update(main, page.body);
@@ -158,7 +159,15 @@
     for (const fieldset of form.querySelectorAll('fieldset[data-for]')) {
       const counts = new FormData(form).get(fieldset.dataset.for) === fieldset.dataset.value;
       fieldset.hidden = fieldset.disabled = !counts;
+      if (counts) checkDefault(fieldset);
     }
+  }
+
+  // Fieldsets may offer choices of one name, of which the browser lets only one be checked.
+  function checkDefault(fieldset) {
+    const choices = [...fieldset.querySelectorAll('input[type="radio"]')];
+    const byDefault = choices.find((input) => input.defaultChecked);
+    if (byDefault && !choices.some((input) => input.checked)) byDefault.checked = true;
   }
 
   function tick(line) {
