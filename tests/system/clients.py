@@ -14,6 +14,8 @@ from jxhttp import FORM_PAGE, RESULT_HEAD, RESULT_TAIL, Wire, form, package, req
 URL = "http://127.0.0.1:6370"
 CLIENTS = 20
 UPLOADS_EACH = 10
+FIRST = b"-----BEGIN CERTIFICATE-----\nfirst"
+SECOND = b"-----BEGIN CERTIFICATE-----\nsecond"
 
 
 class ClientsTest(jxtest.Case):
@@ -92,15 +94,15 @@ class ClientsTest(jxtest.Case):
 
     def test_certificates_open_with_tar(self):
         (self.root / "certs").mkdir()
-        (self.root / "certs/one.pem").write_text("first")
-        (self.root / "certs/two.pem").write_text("second")
+        (self.root / "certs/one.pem").write_bytes(FIRST)
+        (self.root / "certs/two.pem").write_bytes(SECOND)
         archive = self.root / "certificates.tar"
         self.curl("-o", str(archive), f"{URL}/certificates.tar")
         listed = subprocess.run(["tar", "tf", archive], capture_output=True, text=True, check=True).stdout
         self.assertIn("one.pem", listed)
         with tarfile.open(archive) as tar:
             contents = sorted(tar.extractfile(member).read() for member in tar if member.isfile())
-        self.assertEqual(contents, [b"first", b"second"])
+        self.assertEqual(contents, [FIRST, SECOND])
 
 
 class ManyClientsTest(jxtest.Case):

@@ -224,11 +224,11 @@ class WireTest(jxtest.Case):
 
     def test_certificates(self):
         (self.root / "certs").mkdir()
-        (self.root / "certs/a.pem").write_text("certificate")
+        (self.root / "certs/a.pem").write_text("-----BEGIN CERTIFICATE-----\n")
         for path in (b"/certificates.tar", b"/certificates.tar?x", b"/certificates.tarball", b"/certificates.tar.gz"):
             reply = exchange(b"GET " + path + b" HTTP/1.1\r\n\r\n")
             self.assertIn(b"Content-Type: application/x-tar\r\n", reply)
-            self.assertIn(b"certificate", reply)
+            self.assertIn(b"-----BEGIN CERTIFICATE-----", reply)
 
     def test_certificates_missing_is_an_empty_or_partial_archive(self):
         self.assertTrue(exchange(b"GET /certificates.tar HTTP/1.1\r\n\r\n").startswith(b"HTTP/1.1 200 OK\r\n"))

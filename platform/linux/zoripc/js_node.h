@@ -21,7 +21,9 @@ struct JSObject::Node {
 
   using Value = std::variant<bool, long long, double, std::string, Array, Object>;
 
-  explicit Node(Value held) : value(std::move(held)) {}
+  template <class Kind>
+  explicit Node(Kind held) : value(std::in_place_type<Kind>, std::move(held)) {}
+  explicit Node(const Value& held) : value(held) {}
 
   template <class Kind>
   const Kind* as() const {

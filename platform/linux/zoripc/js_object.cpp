@@ -32,25 +32,25 @@ int clampToInt(long long value) {
 }  // namespace
 
 JSObject::JSObject() = default;
-JSObject::JSObject(bool value) : node_(std::make_unique<Node>(Node::Value(value))) {}
+JSObject::JSObject(bool value) : node_(std::make_unique<Node>(value)) {}
 JSObject::JSObject(int value) : JSObject(static_cast<long long>(value)) {}
-JSObject::JSObject(long long value) : node_(std::make_unique<Node>(Node::Value(value))) {}
-JSObject::JSObject(double value) : node_(std::make_unique<Node>(Node::Value(value))) {}
+JSObject::JSObject(long long value) : node_(std::make_unique<Node>(value)) {}
+JSObject::JSObject(double value) : node_(std::make_unique<Node>(value)) {}
 JSObject::JSObject(const char* value) {
-  if (value != nullptr) node_ = std::make_unique<Node>(Node::Value(std::string(value)));
+  if (value != nullptr) node_ = std::make_unique<Node>(std::string(value));
 }
-JSObject::JSObject(const std::string& value) : node_(std::make_unique<Node>(Node::Value(value))) {}
+JSObject::JSObject(const std::string& value) : node_(std::make_unique<Node>(value)) {}
 JSObject::JSObject(JSObject&& other) noexcept = default;
 
 JSObject JSObject::array() {
   JSObject made;
-  made.node_ = std::make_unique<Node>(Node::Value(Node::Array()));
+  made.node_ = std::make_unique<Node>(Node::Array());
   return made;
 }
 
 JSObject JSObject::object() {
   JSObject made;
-  made.node_ = std::make_unique<Node>(Node::Value(Node::Object()));
+  made.node_ = std::make_unique<Node>(Node::Object());
   return made;
 }
 
