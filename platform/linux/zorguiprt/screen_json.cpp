@@ -67,6 +67,9 @@ std::string screenJson(std::uint64_t id, bool synchronous, const PageContent& co
 }
 
 std::variant<PageResult, Refusal> parseResult(const std::string& body) {
+  // The parser takes a zero byte for the end.
+  const std::size_t zero = body.find('\0');
+  if (zero != std::string::npos) return Refusal{"the body is not JSON, from byte " + std::to_string(zero + 1) + " on"};
   try {
     return readResult(Json::parse(body));
   } catch (const Json::parse_error& error) {
