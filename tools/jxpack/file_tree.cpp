@@ -144,6 +144,7 @@ class TreeReader {
 std::vector<SourceFile> readTree(const std::string& folder, const std::string& output) {
   std::vector<SourceFile> files = TreeReader(folder, output).read();
   std::vector<std::string> paths;
+  paths.reserve(files.size());
   for (const SourceFile& file : files) paths.push_back(file.path);
   const std::string problem = caseProblem(paths);
   if (!problem.empty()) refuse(folder, problem);

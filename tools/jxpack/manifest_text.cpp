@@ -33,7 +33,7 @@ std::string manifestText(const PackageFacts& facts, const std::vector<SourceFile
   manifest["description"] = facts.description;
   manifest["files"] = nlohmann::ordered_json::object();
   for (const SourceFile& file : files) manifest["files"][file.path] = file.digest;
-  const std::string text = dump(manifest);
+  std::string text = dump(manifest);
   if (text.size() > kMaxManifestBytes) check("the manifest would have " + std::to_string(text.size()) + " bytes");
   return text;
 }

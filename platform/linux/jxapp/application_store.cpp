@@ -53,7 +53,7 @@ ApplicationStore::ApplicationStore(const std::string& root, Replacement replacem
   if (!apps_) failWith("the folder of the applications cannot be opened");
 }
 
-void ApplicationStore::sweep() {
+void ApplicationStore::sweep() const {
   std::vector<std::string> names;
   listDirectory(directory(), names);
   for (const std::string& name : names) {
@@ -87,7 +87,7 @@ std::optional<std::string> ApplicationStore::versionOf(const std::string& name) 
   }
 }
 
-Descriptor ApplicationStore::stage(const std::string& name) {
+Descriptor ApplicationStore::stage(const std::string& name) const {
   discard(name);
   const std::string staged = kNewPrefix + name;
   if (mkdirat(directory(), staged.c_str(), kDirectoryMode) != 0) failWith("the application's folder cannot be created");
@@ -96,7 +96,7 @@ Descriptor ApplicationStore::stage(const std::string& name) {
   return made;
 }
 
-void ApplicationStore::commit(const std::string& name) {
+void ApplicationStore::commit(const std::string& name) const {
   swapIn(name);
   // The application is in its place; a failure here only leaves it less sure to survive a power cut.
   syncFile(directory());
@@ -104,7 +104,7 @@ void ApplicationStore::commit(const std::string& name) {
   removeTree(directory(), kOldPrefix + name);
 }
 
-void ApplicationStore::swapIn(const std::string& name) {
+void ApplicationStore::swapIn(const std::string& name) const {
   const std::string staged = kNewPrefix + name;
   if (!exists(directory(), name)) {
     if (!rename(directory(), staged, name)) failWith("the application cannot be put in its place");
@@ -117,7 +117,7 @@ void ApplicationStore::swapIn(const std::string& name) {
   swapByTwoRenames(name);
 }
 
-void ApplicationStore::swapByTwoRenames(const std::string& name) {
+void ApplicationStore::swapByTwoRenames(const std::string& name) const {
   const std::string old = kOldPrefix + name;
   if (!rename(directory(), name, old)) failWith("the old application cannot be moved aside");
   if (syncFile(directory()) && rename(directory(), kNewPrefix + name, name)) return;
@@ -127,6 +127,6 @@ void ApplicationStore::swapByTwoRenames(const std::string& name) {
   failWith("the application cannot be put in its place");
 }
 
-void ApplicationStore::discard(const std::string& name) { removeTree(directory(), kNewPrefix + name); }
+void ApplicationStore::discard(const std::string& name) const { removeTree(directory(), kNewPrefix + name); }
 
 }  // namespace jxinstall

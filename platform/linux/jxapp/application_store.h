@@ -32,7 +32,7 @@ class ApplicationStore {
 
   // Puts right what a killed installation left: an old application without a new one in its place goes back, everything
   // else that is not an application is removed. What cannot be removed stays for the next time.
-  void sweep();
+  void sweep() const;
 
   // The applications, by name.
   std::vector<Application> list() const;
@@ -41,18 +41,18 @@ class ApplicationStore {
   std::optional<std::string> versionOf(const std::string& name) const;
 
   // An empty directory beside the place of `name`. Throws Failure.
-  Descriptor stage(const std::string& name);
+  Descriptor stage(const std::string& name) const;
 
   // Puts the staged directory in the place of `name`, brings that to the disk, and removes the predecessor. Throws
   // Failure when the predecessor, if any, is still in its place.
-  void commit(const std::string& name);
+  void commit(const std::string& name) const;
 
   // Removes what stage() made.
-  void discard(const std::string& name);
+  void discard(const std::string& name) const;
 
  private:
-  void swapIn(const std::string& name);
-  void swapByTwoRenames(const std::string& name);
+  void swapIn(const std::string& name) const;
+  void swapByTwoRenames(const std::string& name) const;
 
   Descriptor apps_;
   Replacement replacement_;

@@ -7,7 +7,7 @@
 
 namespace jxinstall {
 
-constexpr std::size_t kMaxCertificateFileBytes = 1024 * 1024;
+constexpr std::size_t kMaxCertificateFileBytes = std::size_t{1024} * 1024;
 
 // Name and content of each certs/*.pem below `root`, by name. Files that are not regular, hold no certificate or hold a
 // private key are left out. False when a file or the folder cannot be read; an absent folder is an empty one.

@@ -36,7 +36,7 @@ std::string nameProblem(const std::string& name) {
   std::size_t begin = 0;
   while (begin <= name.size()) {
     const std::size_t end = std::min(name.find('/', begin), name.size());
-    const std::string problem = componentProblem(name.substr(begin, end - begin));
+    std::string problem = componentProblem(name.substr(begin, end - begin));
     if (!problem.empty()) return problem;
     begin = end + 1;
   }

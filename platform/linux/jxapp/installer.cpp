@@ -53,7 +53,7 @@ class Installation {
   int run() {
     try {
       const InstallationLock lock(options_.root, options_.lockTimeoutMs);
-      ApplicationStore store(options_.root, options_.replacement);
+      const ApplicationStore store(options_.root, options_.replacement);
       store.sweep();
       installSources(store);
       reportApplications(store);
@@ -71,7 +71,7 @@ class Installation {
     line("Error: " + text);
   }
 
-  void installSources(ApplicationStore& store) {
+  void installSources(const ApplicationStore& store) {
     const Descriptor source = openSourceDirectory(options_.root);
     std::vector<std::string> names;
     if (!source || !listArchives(source.get(), names)) {
@@ -82,7 +82,7 @@ class Installation {
   }
 
   // Whatever becomes of the package, the archive goes: a bad one would otherwise fail again each time.
-  void handle(int source, const std::string& name, ApplicationStore& store) {
+  void handle(int source, const std::string& name, const ApplicationStore& store) {
     std::optional<SourceArchive> archive;
     try {
       archive.emplace(source, name);
@@ -97,7 +97,7 @@ class Installation {
     }
   }
 
-  void install(const SourceArchive& archive, ApplicationStore& store) {
+  void install(const SourceArchive& archive, const ApplicationStore& store) {
     const Package package = readPackage(archive.fd(), archive.size());
     const std::string title = package.manifest.name + ' ' + package.manifest.version;
     const std::string warning = checkSignature(package, title);
@@ -121,7 +121,7 @@ class Installation {
     return title + ' ' + problem;
   }
 
-  static void unpackAndCommit(int fd, const Package& package, ApplicationStore& store) {
+  static void unpackAndCommit(int fd, const Package& package, const ApplicationStore& store) {
     const std::string& name = package.manifest.name;
     const Descriptor place = store.stage(name);
     try {

@@ -8,7 +8,7 @@ namespace jxinstall {
 
 constexpr const char* kManifestName = "manifest.json";
 constexpr const char* kSignatureName = "manifest.json.p7s";
-constexpr std::size_t kMaxManifestBytes = 4 * 1024 * 1024;
+constexpr std::size_t kMaxManifestBytes = std::size_t{4} * 1024 * 1024;
 constexpr std::size_t kMaxDescriptionBytes = 1024;
 
 struct Manifest {

@@ -94,7 +94,7 @@ class Unpacker {
     }
   }
 
-  void writeText(const std::string& path, const std::string& text) {
+  void writeText(const std::string& path, const std::string& text) const {
     OutputFile file(directory_, path, text.size(), kFileMode);
     file.add(text.data(), text.size());
     file.finish();

@@ -11,7 +11,7 @@ namespace {
 using nlohmann::json;
 
 // Far above any sensible file; a bound so that a wrong file cannot fill the memory.
-constexpr std::size_t kMaxFileBytes = 1024 * 1024;
+constexpr std::size_t kMaxFileBytes = std::size_t{1024} * 1024;
 
 std::optional<std::string> textMember(const json& object, const char* name) {
   const auto member = object.find(name);
