@@ -71,7 +71,7 @@ std::string pathProblem(const std::string& path) {
   }
   const std::string framed = '/' + path + '/';
   const auto has = [&](const char* component) { return framed.find(component) != std::string::npos; };
-  return has("//") || has("/./") || has("/../") ? R"(the path has an empty component, "." or "..") : "";
+  return has("//") || has("/./") || has("/../") ? R"(the path has an empty component, "." or "..")" : "";
 }
 
 std::string caseProblem(const std::vector<std::string>& paths) {
