@@ -565,6 +565,33 @@ class Waiting(ScreenCase):
                 browser.close()
         self.assertEqual(self.post(first, {"result": 3}).status, 204)
 
+    def test_client_that_has_said_all_it_has_to_say_is_answered(self):
+        self.drive()
+        self.driver.tell(**{"async": "a.html"})
+        first = self.screen()["id"]
+        connection = self.waiting(1, first)[0]
+        connection.shutdown(socket.SHUT_WR)
+        self.driver.tell(**{"async": "b.html"})
+        self.assertEqual(Answer(self.receive(connection)).json["page"], "b.html")
+
+    def test_request_that_trickles_in_for_ever_is_ended(self):
+        self.drive()
+        self.show()
+        connection = self.connect()
+        connection.settimeout(0.5)
+        connection.sendall(b"GET / HTTP/1.1\r\nX: ")
+        sent = 0
+        while True:
+            try:
+                if connection.recv(1) == b"":
+                    break
+            except TimeoutError:
+                connection.sendall(b"x")
+                sent += 1
+            except ConnectionError:
+                break
+            self.assertLess(sent, 600, "still open after minutes")
+
     def test_silent_connections_are_closed(self):
         self.drive()
         self.show()

@@ -17,7 +17,6 @@ namespace {
 
 using HandlerResponse = httplib::Server::HandlerResponse;
 
-constexpr int kSilenceSeconds = 5;
 constexpr std::size_t kLongestPostPath = 64;               // longer than any of ours
 constexpr std::size_t kMostRead = std::size_t{16} << 20U;  // bytes of a body that are read to be thrown away
 constexpr std::chrono::milliseconds kStopTimeout{2000};
@@ -90,10 +89,6 @@ void ScreenServer::configure() {
     const int on = 1;
     setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
   });
-  server_.set_keep_alive_max_count(1);
-  server_.set_keep_alive_timeout(kSilenceSeconds);
-  server_.set_read_timeout(kSilenceSeconds);
-  server_.set_write_timeout(kSilenceSeconds);
   server_.set_payload_max_length(kMostRead);
   server_.set_tcp_nodelay(true);
   server_.set_default_headers({{"Content-Security-Policy", kContentSecurityPolicy},
@@ -130,6 +125,7 @@ std::string ScreenServer::bind(ServerAddress& address) {
 std::string ScreenServer::start(ServerAddress address) {
   std::string reason = bind(address);
   if (!reason.empty()) return reason;
+  server_.raiseBacklog();
   names_ = std::make_unique<OwnNames>(address);
   if (address.host == "0.0.0.0") address.host = "127.0.0.1";
   if (address.host == "::") address.host = "::1";

@@ -9,14 +9,14 @@
 #include <thread>
 
 #include "platform/linux/zorguiprt/connection_threads.h"
+#include "platform/linux/zorguiprt/http_server.h"
 #include "platform/linux/zorguiprt/own_names.h"
 #include "platform/linux/zorguiprt/page_files.h"
 #include "platform/linux/zorguiprt/screen.h"
 
 namespace jxplatform {
 
-// Answers the requests that docs/screen.md lists. One request a connection; a connection that stays silent or takes
-// nothing for five seconds is closed.
+// Answers the requests that docs/screen.md lists. One request a connection, with the time limits of ClientStream.
 class ScreenServer {
  public:
   static constexpr std::size_t kLargestBody = std::size_t{1} << 20U;  // bytes of a result
@@ -58,7 +58,7 @@ class ScreenServer {
   std::unique_ptr<OwnNames> names_;
   std::string url_;
   ConnectionThreads connections_;
-  httplib::Server server_;
+  HttpServer server_;
   std::thread acceptor_;
 };
 
