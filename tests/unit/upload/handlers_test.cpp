@@ -1,0 +1,211 @@
+#include <gtest/gtest-death-test.h>
+#include <pthread.h>
+
+#include <csignal>
+#include <cstring>
+#include <new>
+#include <thread>
+#include <type_traits>
+
+#include "shell/install.h"
+#include "tests/unit/upload/server.h"
+
+namespace {
+
+class HandlersTest : public UploadTest {
+ protected:
+  static std::string get(const std::string& target) { return serve("GET " + target + " HTTP/1.1\r\n\r\n"); }
+};
+
+const std::string kNotFound = reply("404 Not Found", "text/plain", "404 File not found");
+
+TEST_F(HandlersTest, Root_IsTheFormPage) {
+  for (const char* target : {"/", "/?", "/?lang=en", "/?/x"}) EXPECT_EQ(get(target), kFormPage) << target;
+}
+
+TEST_F(HandlersTest, OtherGets_Are404) {
+  for (const char* target : {"/index.html", "/upload", "/a?", "/certificates.ta", "/certificates_tar",
+                             "/Certificates.tar", "/x/certificates.tar"}) {
+    EXPECT_EQ(get(target), kNotFound) << target;
+  }
+}
+
+TEST_F(HandlersTest, Certificates_AreTheArchive) {
+  installer.archive = std::string("tar\0bytes", 9);
+  for (const char* target : {"/certificates.tar", "/certificates.tar?x", "/certificates.tarball",
+                             "/certificates.tar.gz", "/certificates.tar/x"}) {
+    EXPECT_EQ(get(target), reply("200 OK", "application/x-tar", installer.archive)) << target;
+  }
+}
+
+TEST_F(HandlersTest, FailedArchive_IsSentAsFarAsItWent) {
+  installer.archiveComplete = false;
+  EXPECT_EQ(get("/certificates.tar"), reply("200 OK", "application/x-tar", ""));
+  installer.archive = "part";
+  EXPECT_EQ(get("/certificates.tar"), reply("200 OK", "application/x-tar", "part"));
+}
+
+TEST_F(HandlersTest, Head_Is405) {
+  EXPECT_EQ(serve("HEAD / HTTP/1.1\r\n\r\n"), reply("405 Method Not Allowed", "text/plain", ""));
+}
+
+TEST_F(HandlersTest, OtherPosts_Are404AfterTheirBody) {
+  for (const char* target : {"/other", "/", "/upload?x", "/upload/", "/Upload"}) {
+    const ScriptedPeer peer(post(target, "Connection: keep-alive\r\n", std::string(10000, 'z')) +
+                            "GET / HTTP/1.1\r\n\r\n");
+    EXPECT_EQ(serve(peer), kNotFound + kFormPage) << target;
+  }
+  EXPECT_EQ(installer.installations, 0);
+  EXPECT_EQ(installer.directoriesMade, 0);
+}
+
+TEST_F(HandlersTest, OtherPostsBody_IsReadInBlocksOfTheBuffer) {
+  const ScriptedPeer peer(post("/other", "", std::string(10000, 'z')));
+  serve(peer);
+  std::vector<std::size_t> sizes;
+  for (const ScriptedPeer::Read& read : peer.reads()) {
+    if (read.size > 1) sizes.push_back(read.size);
+  }
+  EXPECT_EQ(sizes, (std::vector<std::size_t>{4096, 4096, 1808}));
+}
+
+TEST_F(HandlersTest, OtherPostCutShort_Ends) {
+  const std::string whole = post("/other", "Connection: keep-alive\r\n", std::string(10000, 'z'));
+  EXPECT_EQ(serve(whole.substr(0, whole.size() - 1)), "");
+}
+
+TEST_F(HandlersTest, OtherPostWithoutABody_Is404) { EXPECT_EQ(serve("POST /other HTTP/1.1\r\n\r\n"), kNotFound); }
+
+TEST_F(HandlersTest, Upload_StoresInstallsAndReports) {
+  installer.messages = {"Installed <a>\n", "Warning: b\n"};
+  Files found;
+  installer.onInstall = [&] { found = stored(); };
+  EXPECT_EQ(serve(postForm(filePart("one\r\n") + "\r\n" + filePart("two") + "\r\n--b--\r\n")),
+            resultPage("Upload successful<br>\nInstalled &lt;a&gt;<br><span style='color:#f00'>Warning: b<br></span>"));
+  EXPECT_EQ(found, (Files{{"upload-0.zip", "one\r\n"}, {"upload-1.zip", "two"}}));
+  EXPECT_EQ(installer.installations, 1);
+  EXPECT_EQ(installer.directoriesMade, 1);
+  EXPECT_EQ(controller.commands(), std::vector<std::string>{"libmac_scan_manifests"});
+}
+
+TEST_F(HandlersTest, UploadOfAnotherField_InstallsNothing) {
+  EXPECT_EQ(serve(postForm(filePart("one", "other") + "\r\n--b--\r\n")), kUploadFailed);
+  EXPECT_EQ(stored(), Files());
+  EXPECT_EQ(installer.installations, 0);
+  EXPECT_EQ(controller.sent().size(), 0U);
+}
+
+TEST_F(HandlersTest, UploadAfterAFailedOne_IsServedOnTheSameConnection) {
+  const std::string keep = "Connection: keep-alive\r\n";
+  const std::string type = "Content-Type: multipart/form-data; boundary=b\r\n";
+  const std::string body = filePart("one") + "\r\n--b--\r\n";
+  EXPECT_EQ(serve(post("/upload", keep, body) + post("/upload", keep + type, body) + "GET / HTTP/1.1\r\n\r\n"),
+            kUploadFailed + resultPage("Upload successful<br>\n") + kFormPage);
+  EXPECT_EQ(stored(), (Files{{"upload-0.zip", "one"}}));
+}
+
+TEST_F(HandlersTest, Reply_GoesOutOnlyAfterTheInstallation) {
+  const ScriptedPeer peer(postForm(filePart("one") + "\r\n--b--\r\n"));
+  int writes = -1;
+  installer.onInstall = [&] { writes = peer.writeCalls(); };
+  controller.onNotify([&] { writes += peer.writeCalls(); });
+  serve(peer);
+  EXPECT_EQ(writes, 0);
+}
+
+bool lockIsFree() {
+  bool free = false;
+  std::thread([&free] {
+    free = pthread_mutex_trylock(&installLock) == 0;
+    if (free) pthread_mutex_unlock(&installLock);
+  }).join();
+  return free;
+}
+
+TEST_F(HandlersTest, Lock_IsHeldWhileInstallingAlone) {
+  bool freeWhileInstalling = true;
+  installer.onInstall = [&] { freeWhileInstalling = lockIsFree(); };
+  serve(postForm(filePart("one") + "\r\n--b--\r\n"));
+  EXPECT_FALSE(freeWhileInstalling);
+  EXPECT_TRUE(lockIsFree());
+}
+
+TEST_F(HandlersTest, ExceptionInTheInstallation_DropsTheConnectionAndReleasesTheLock) {
+  installer.onInstall = [] { throw std::bad_alloc(); };
+  EXPECT_EQ(serve(postForm(filePart("one") + "\r\n--b--\r\n")), "");
+  EXPECT_TRUE(lockIsFree());
+}
+
+TEST_F(HandlersTest, ReplyThatCannotBeWritten_EndsTheConnection) {
+  ScriptedPeer peer("GET / HTTP/1.1\r\nConnection: keep-alive\r\n\r\nGET / HTTP/1.1\r\n\r\n");
+  peer.failWrite(1);
+  serve(peer);
+  EXPECT_EQ(peer.writeCalls(), 1);
+}
+
+TEST_F(HandlersTest, SourceDirectoryOf115Characters_IsTheLongest) {
+  installer.sourceDir = directory + std::string(116 - directory.size() - 1, '/') + "d";
+  ASSERT_EQ(installer.sourceDir.size(), 116U);
+  EXPECT_EQ(serve(postForm(filePart("one") + "\r\n--b--\r\n")), resultPage("Upload successful<br>\n"));
+  EXPECT_EQ(stored(), (Files{{"d", "?"}}));
+}
+
+using HandlersDeathTest = HandlersTest;
+
+TEST_F(HandlersDeathTest, LongerSourceDirectory_EndsTheProcess) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  installer.sourceDir = directory + std::string(117 - directory.size(), '/');
+  EXPECT_EXIT(serve(postForm("")), testing::KilledBySignal(SIGABRT), "");
+}
+
+// Calls what stands in slot `slot` of the table that `object` begins with.
+template <class Result, class... Arguments>
+Result callSlot(void* object, std::size_t slot, Arguments... arguments) {
+  void* const* table = nullptr;
+  std::memcpy(&table, object, sizeof table);
+  Result (*function)(void*, Arguments...) = nullptr;
+  std::memcpy(&function, table + slot, sizeof function);
+  return function(object, arguments...);
+}
+
+// What the handler in slot `slot` writes for `path`.
+std::string writtenBySlot(std::size_t slot, const std::string& path) {
+  const ScriptedPeer peer;
+  TestServer server;
+  server.headers["http-version"] = "HTTP/1.1";
+  server.setConnection(peer.stream());
+  EXPECT_TRUE((callSlot<bool, const std::string&>(&server, slot, path)));
+  return peer.written();
+}
+
+TEST_F(HandlersTest, HandlersStandInTheBasesSlots) {
+  EXPECT_EQ(writtenBySlot(22, "/"), kFormPage);
+  EXPECT_EQ(writtenBySlot(23, "/other"), kNotFound);
+  EXPECT_EQ(writtenBySlot(24, "/"), reply("405 Method Not Allowed", "text/plain", ""));
+}
+
+TEST_F(HandlersTest, Destructors_StandInTheBasesSlots) {
+  const ScriptedPeer first;
+  const ScriptedPeer second;
+  alignas(JXDownloadServer) unsigned char place[sizeof(JXDownloadServer)];
+  auto* const placed = new (static_cast<void*>(place)) JXDownloadServer;
+  placed->setConnection(first.stream());
+  callSlot<void>(placed, 1);
+  EXPECT_TRUE(first.deleted());
+  auto* const allocated = new JXDownloadServer;
+  allocated->setConnection(second.stream());
+  callSlot<void>(allocated, 2);  // a leak here is found by the address sanitizer
+  EXPECT_TRUE(second.deleted());
+}
+
+TEST_F(HandlersTest, Class_HasNoDataOfItsOwnAndCanBeCopied) {
+  EXPECT_EQ(sizeof(JXDownloadServer), sizeof(zorhtml::HttpThread));
+  EXPECT_TRUE(std::is_copy_constructible<JXDownloadServer>::value);
+  TestServer prototype;
+  std::memcpy(prototype.buffer, "abc", 3);
+  prototype.fill = 3;
+  const TestServer copy(prototype);
+  EXPECT_EQ(std::string(copy.buffer, static_cast<std::size_t>(copy.fill)), "abc");
+}
+
+}  // namespace

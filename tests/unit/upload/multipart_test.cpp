@@ -1,0 +1,430 @@
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <fstream>
+
+#include "tests/unit/upload/server.h"
+
+namespace {
+
+constexpr const char* kType = "multipart/form-data; boundary=b";
+
+class MultipartTest : public UploadTest {
+ protected:
+  // Receives `body` under this content type from a stream that then is silent for ever; true when the body was read to
+  // its end as well.
+  bool receive(const std::string& body, bool multiple = true, const std::string& type = kType,
+               const std::string& target = "upload.zip") {
+    return receiveFrom(ScriptedPeer(post("/", "Content-Type: " + type + "\r\n", body), ScriptedPeer::End::TimedOut),
+                       multiple, target);
+  }
+
+  bool receiveFrom(const ScriptedPeer& peer, bool multiple = true, const std::string& target = "upload.zip") {
+    TestServer server;
+    server.setConnection(peer.stream());
+    zorhtml::HttpMethod method = zorhtml::HttpMethod::Unknown;
+    std::string target_;
+    EXPECT_EQ(server.readRequest(method, target_), 200);
+    const bool result = server.receiveMultipart("upload", path(target), multiple);
+    EXPECT_EQ(server.fill, 0);
+    char byte = 0;
+    EXPECT_LE(server.readBody(&byte, 1), 0);
+    if (!peer.deleted()) EXPECT_EQ(peer.unread(), 0U);  // a connection that failed has been dropped
+    return result;
+  }
+
+  void expectStored(const std::string& body, const Files& files) {
+    clearDirectory();
+    EXPECT_EQ(receive(body), !files.empty()) << body.substr(0, 200);
+    EXPECT_EQ(stored(), files) << body.substr(0, 200);
+  }
+};
+
+const std::string kEnd = "\r\n--b--\r\n";
+
+TEST_F(MultipartTest, OneFile_IsStored) { expectStored(filePart("content") + kEnd, {{"upload-0.zip", "content"}}); }
+
+TEST_F(MultipartTest, EmptyFile_IsStored) { expectStored(filePart("") + kEnd, {{"upload-0.zip", ""}}); }
+
+TEST_F(MultipartTest, AnyBytes_AreStored) {
+  std::string all;
+  for (int round = 0; round < 40; ++round) {
+    for (int c = 0; c < 256; ++c) all += static_cast<char>(c);
+  }
+  expectStored(filePart(all) + kEnd, {{"upload-0.zip", all}});
+}
+
+TEST_F(MultipartTest, Files_AreNumberedInTheirOrder) {
+  expectStored(filePart("one") + "\r\n" + filePart("x", "other") + "\r\n" + filePart("two") + "\r\n" +
+                   part("Content-Disposition: form-data; name=\"note\"\r\n", "text") + "\r\n" + filePart("three") +
+                   kEnd,
+               {{"upload-0.zip", "one"}, {"upload-1.zip", "two"}, {"upload-2.zip", "three"}});
+}
+
+TEST_F(MultipartTest, EmptyFileName_IsSkippedWithoutANumber) {
+  expectStored(
+      part("Content-Disposition: form-data; name=\"upload\"; filename=\"\"\r\n", "") + "\r\n" + filePart("one") + kEnd,
+      {{"upload-0.zip", "one"}});
+}
+
+TEST_F(MultipartTest, FileNameOfTheClient_IsNotUsed) {
+  expectStored(part("Content-Disposition: form-data; name=\"upload\"; filename=\"../../etc/passwd\"\r\n", "x") + kEnd,
+               {{"upload-0.zip", "x"}});
+}
+
+TEST_F(MultipartTest, ExistingFile_IsReplaced) {
+  std::ofstream(path("upload-0.zip")) << "an older and longer content";
+  EXPECT_TRUE(receive(filePart("new") + kEnd));
+  EXPECT_EQ(stored(), (Files{{"upload-0.zip", "new"}}));
+}
+
+TEST_F(MultipartTest, NotMultiple_StoresTheFirstAlone) {
+  EXPECT_TRUE(receive(filePart("one") + "\r\n" + filePart("two") + kEnd, false));
+  EXPECT_EQ(stored(), (Files{{"upload.zip", "one"}}));
+}
+
+TEST_F(MultipartTest, TargetIsSplitAtItsLastDot) {
+  const std::string body = filePart("x") + kEnd;
+  EXPECT_TRUE(receive(body, true, kType, "plain"));
+  EXPECT_TRUE(receive(body, true, kType, "a.tar.gz"));
+  EXPECT_TRUE(receive(body, true, kType, "end."));
+  EXPECT_TRUE(receive(body, false, kType, "single"));
+  // directories count too, deliberately: the last dot may be one of theirs
+  EXPECT_TRUE(receive(body, true, kType, "d.d/file"));
+  EXPECT_EQ(stored(), (Files{{"plain-0", "x"}, {"a.tar-0.gz", "x"}, {"end-0.", "x"}, {"single", "x"}, {"d-0.d", "?"}}));
+}
+
+TEST_F(MultipartTest, MissingDirectories_AreMade) {
+  EXPECT_TRUE(receive(filePart("x") + kEnd, true, kType, "new/deep/upload.zip"));
+  struct stat status {};
+  EXPECT_EQ(stat(path("new/deep/upload-0.zip").c_str(), &status), 0);
+}
+
+TEST_F(MultipartTest, ContentTypes_ThatAreNoForm) {
+  for (const char* type :
+       {"", "text/plain", "multipart/form-data", "Multipart/Form-Data; boundary=b", "multipart/mixed; boundary=b",
+        "boundary=b", "multipart/form-data; Boundary=b", "multipart/form-data; boundary",
+        "multipart/form-data; boundary=c", "multipart/form-data boundary = b", "multipart/form-data; boundary=\"b c\"",
+        "x; multipart/form-data; boundary=b"}) {
+    EXPECT_FALSE(receive(filePart("x") + kEnd, true, type)) << type;
+    EXPECT_EQ(stored(), Files()) << type;
+  }
+}
+
+TEST_F(MultipartTest, ContentTypeMissing_IsNoForm) {
+  EXPECT_FALSE(receiveFrom(ScriptedPeer(post("/", "", filePart("x") + kEnd), ScriptedPeer::End::TimedOut)));
+}
+
+TEST_F(MultipartTest, ContentTypes_ThatNameTheBoundary) {
+  for (const char* type :
+       {"multipart/form-data; boundary=\"b\"", "multipart/form-data;boundary=b",
+        "multipart/form-data; boundary=b; charset=x", "multipart/form-data; charset=utf-8; boundary=b",
+        "multipart/form-data; boundary=c; boundary=b", " multipart/form-data , boundary=b",
+        "multipart/form-data; boundary=\"\\b"}) {
+    clearDirectory();
+    EXPECT_TRUE(receive(filePart("x") + kEnd, true, type)) << type;
+    EXPECT_EQ(stored(), (Files{{"upload-0.zip", "x"}})) << type;
+  }
+}
+
+TEST_F(MultipartTest, EmptyBoundary_IsADelimiterToo) {
+  const std::string head = "--\r\nContent-Disposition: form-data; name=upload; filename=a\r\n\r\n";
+  EXPECT_TRUE(receive(head + "x\r\n----\r\n", true, "multipart/form-data; boundary="));
+  EXPECT_EQ(stored(), (Files{{"upload-0.zip", "x"}}));
+}
+
+TEST_F(MultipartTest, LongBoundaries_AreFoundUpToTheBuffersSize) {
+  for (const std::size_t length : {70U, 1000U, 3900U, 4092U}) {
+    clearDirectory();
+    const std::string boundary(length, 'q');
+    const std::string body = "--" + boundary + "\r\nContent-Disposition: form-data; name=upload; filename=a\r\n\r\n" +
+                             std::string(9000, 'q') + "\r\n--" + boundary + "--";
+    EXPECT_TRUE(receive(body, true, "multipart/form-data; boundary=" + boundary)) << length;
+    EXPECT_EQ(stored(), (Files{{"upload-0.zip", std::string(9000, 'q')}})) << length;
+  }
+}
+
+TEST_F(MultipartTest, DelimitersLargerThanTheBuffer_EndTheReception) {
+  for (const std::size_t length : {4093U, 4096U, 5000U, 20000U}) {
+    const std::string boundary(length, 'q');
+    const std::string body = "--" + boundary +
+                             "\r\nContent-Disposition: form-data; name=upload; filename=a\r\n\r\nx\r\n--" + boundary +
+                             "--\r\n";
+    EXPECT_FALSE(receive(body, true, "multipart/form-data; boundary=" + boundary)) << length;
+    EXPECT_EQ(stored(), Files()) << length;
+  }
+}
+
+TEST_F(MultipartTest, Preamble_IsDropped) {
+  expectStored("ignored\r\n" + filePart("x") + kEnd, {{"upload-0.zip", "x"}});
+  expectStored(std::string(10000, '-') + "\r\n" + filePart("x") + kEnd, {{"upload-0.zip", "x"}});
+  expectStored("ignored" + filePart("x") + kEnd, {});
+}
+
+TEST_F(MultipartTest, Epilogue_IsDrained) {
+  expectStored(filePart("x") + kEnd + std::string(20000, 'e') + filePart("y") + kEnd, {{"upload-0.zip", "x"}});
+}
+
+TEST_F(MultipartTest, BoundaryLine_MayCarryMore) {
+  const std::string head = "Content-Disposition: form-data; name=upload; filename=a\r\n\r\n";
+  expectStored("--b \t\r\n" + head + "x" + kEnd, {{"upload-0.zip", "x"}});
+  expectStored("--b\n" + head + "x" + kEnd, {{"upload-0.zip", "x"}});
+  expectStored("--bc\r\n" + head + "x\r\n--b-\r\n" + head + "y" + kEnd, {{"upload-0.zip", "x"}, {"upload-1.zip", "y"}});
+  expectStored("--b" + std::string(4096, ' ') + "\r\n" + head + "x" + kEnd, {});
+}
+
+TEST_F(MultipartTest, BoundaryLineAtTheEnd_EndsTheReception) {
+  expectStored("--b", {});
+  expectStored("--b-", {});
+  expectStored("--b\r", {});
+  expectStored("--b\r\n", {});
+}
+
+TEST_F(MultipartTest, FoldedHeader_IsJoined) {
+  expectStored(part("Content-Disposition: form-data;\r\n\tname=\"upload\";\r\n filename=\"a\"\r\nX: y\r\n", "x") + kEnd,
+               {{"upload-0.zip", "x"}});
+}
+
+TEST_F(MultipartTest, BareLineFeedsBetweenHeaders_AreAccepted) {
+  expectStored(part("X: y\nContent-Disposition: form-data; name=upload; filename=a\r\n", "x") + kEnd,
+               {{"upload-0.zip", "x"}});
+}
+
+TEST_F(MultipartTest, BareLineFeedsAfterTheHeaders_AreNoEnd) {
+  expectStored("--b\r\nContent-Disposition: form-data; name=upload; filename=a\n\nx" + kEnd, {});
+}
+
+TEST_F(MultipartTest, PartWithoutHeaders_EndsAtTheNextEmptyLine) {
+  // What looks like an empty header block is the beginning of one, and what is found there are headers.
+  expectStored("--b\r\n\r\nContent-Disposition: form-data; name=upload; filename=a\r\n\r\nx" + kEnd,
+               {{"upload-0.zip", "x"}});
+}
+
+TEST_F(MultipartTest, HeadersUpToTheBuffersSize_AreRead) {
+  const std::string disposition = "Content-Disposition: form-data; name=upload; filename=a\r\n";
+  // What the buffer holds when the headers are looked for: them and the empty line.
+  const std::size_t room = 4096 - disposition.size() - std::string("X: \r\n\r\n").size();
+  const auto withFiller = [&](std::size_t size) {
+    return part("X: " + std::string(size, 'f') + "\r\n" + disposition, std::string(5000, 'c')) + kEnd;
+  };
+  expectStored(withFiller(room - 1), {{"upload-0.zip", std::string(5000, 'c')}});
+  expectStored(withFiller(room), {{"upload-0.zip", std::string(5000, 'c')}});
+  expectStored(withFiller(room + 1), {});
+  expectStored(withFiller(20000), {});
+}
+
+TEST_F(MultipartTest, OversizeHeadersOfALaterPart_KeepWhatWasStored) {
+  expectStored(
+      filePart("one") + "\r\n" + part("X: " + std::string(5000, 'f') + "\r\n", "x") + "\r\n" + filePart("two") + kEnd,
+      {{"upload-0.zip", "one"}});
+}
+
+TEST_F(MultipartTest, DelimiterAtEveryPlaceOfTheBuffer_IsFound) {
+  for (std::size_t size = 4096 - 200; size <= 4096 + 20; ++size) {
+    const std::string content(size, 'c');
+    expectStored(filePart(content) + "\r\n" + filePart("two") + kEnd,
+                 {{"upload-0.zip", content}, {"upload-1.zip", "two"}});
+  }
+}
+
+TEST_F(MultipartTest, ContentLikeTheDelimiter_IsStored) {
+  std::string almost;
+  for (int i = 0; i < 3000; ++i) almost += "\r\n--";
+  for (const std::string& content : {std::string(20000, '\r'), std::string(20000, '\n'), almost,
+                                     "\r\n-" + almost + "-c", std::string("\r\n-\r\n--a\r\n"), "--b" + almost}) {
+    expectStored(filePart(content) + kEnd, {{"upload-0.zip", content}});
+  }
+}
+
+TEST_F(MultipartTest, LineBreakBeforeTheDelimiter_BelongsToTheFile) {
+  expectStored(filePart("x\r\n") + kEnd, {{"upload-0.zip", "x\r\n"}});
+  expectStored(filePart("x\r") + kEnd, {{"upload-0.zip", "x\r"}});
+}
+
+TEST_F(MultipartTest, BodyInPieces_GivesTheSame) {
+  const std::string body = filePart("one") + "\r\n" + filePart(std::string(5000, '2')) + kEnd;
+  const Files files{{"upload-0.zip", "one"}, {"upload-1.zip", std::string(5000, '2')}};
+  const std::string wire = post("/", std::string("Content-Type: ") + kType + "\r\n", body);
+  for (const std::size_t size : {1U, 2U, 3U, 7U, 100U, 4095U, 4096U, 4097U}) {
+    clearDirectory();
+    ScriptedPeer peer;
+    peer.sendInPieces(wire, size).endWith(ScriptedPeer::End::TimedOut);
+    EXPECT_TRUE(receiveFrom(peer)) << size;
+    EXPECT_EQ(stored(), files) << size;
+  }
+}
+
+TEST_F(MultipartTest, ChunkedBodies_GiveTheSame) {
+  const std::string body = filePart("one") + "\r\n" + filePart(std::string(5000, '2')) + kEnd;
+  const Files files{{"upload-0.zip", "one"}, {"upload-1.zip", std::string(5000, '2')}};
+  const std::string head =
+      std::string("POST / HTTP/1.1\r\nTransfer-Encoding: chunked\r\nContent-Type: ") + kType + "\r\n\r\n";
+  for (const std::size_t size : {1U, 2U, 3U, 5U, 64U, 4096U, 100000U}) {
+    clearDirectory();
+    EXPECT_TRUE(receiveFrom(ScriptedPeer(head + chunked(body, size), ScriptedPeer::End::TimedOut))) << size;
+    EXPECT_EQ(stored(), files) << size;
+  }
+}
+
+TEST_F(MultipartTest, BodySplitAtEveryPoint_GivesTheSame) {
+  const std::string body = filePart("one") + "\r\n" + filePart("two") + kEnd;
+  const Files files{{"upload-0.zip", "one"}, {"upload-1.zip", "two"}};
+  const std::string head =
+      std::string("POST / HTTP/1.1\r\nTransfer-Encoding: chunked\r\nContent-Type: ") + kType + "\r\n\r\n";
+  for (std::size_t at = 1; at < body.size(); ++at) {
+    clearDirectory();
+    ScriptedPeer peer(head, ScriptedPeer::End::TimedOut);
+    const std::string first = chunked(body.substr(0, at), at);
+    peer.send(first.substr(0, first.size() - 5)).send(chunked(body.substr(at), body.size()));
+    EXPECT_TRUE(receiveFrom(peer)) << at;
+    EXPECT_EQ(stored(), files) << at;
+  }
+}
+
+// A body that ends early: with an announced length that says so, and as the last chunk.
+TEST_F(MultipartTest, BodyCutAtEveryEdge_LeavesWholeFilesAlone) {
+  const std::string body = filePart("first") + "\r\n" + filePart("second") + kEnd;
+  const std::size_t firstStored = body.find("first\r\n--b") + 10;
+  const std::size_t secondStored = body.find("second\r\n--b") + 11;
+  for (std::size_t cut = 0; cut <= body.size(); ++cut) {
+    Files files;
+    if (cut >= firstStored) files["upload-0.zip"] = "first";
+    if (cut >= secondStored) files["upload-1.zip"] = "second";
+    expectStored(body.substr(0, cut), files);
+  }
+}
+
+// The connection ends within a body that announced more: reading fails, and everything but a file whose end had been
+// read before goes.
+TEST_F(MultipartTest, ConnectionCutAtEveryEdge_LeavesWholeFilesAlone) {
+  const std::string content(5000, 'c');
+  const std::string body = filePart("first") + "\r\n" + filePart(content) + "\r\n" + filePart("third") + kEnd;
+  const std::string wire = post("/", std::string("Content-Type: ") + kType + "\r\n", body);
+  const std::size_t head = wire.size() - body.size();
+  // Reads fill the buffer: the first file is complete once the one that begins with its content has succeeded.
+  const std::size_t firstStored = body.find("first") + 4096;
+  for (const auto end : {ScriptedPeer::End::Closed, ScriptedPeer::End::TimedOut, ScriptedPeer::End::Failed}) {
+    for (std::size_t cut = 0; cut < body.size(); cut += cut < 4000 ? 61 : 1) {
+      clearDirectory();
+      const bool stores = cut >= firstStored;
+      EXPECT_EQ(receiveFrom(ScriptedPeer(wire.substr(0, head + cut), end)), stores) << cut;
+      EXPECT_EQ(stored(), stores ? (Files{{"upload-0.zip", "first"}}) : Files()) << cut;
+    }
+  }
+}
+
+TEST_F(MultipartTest, FailedRead_EndsTheDrain) {
+  // No form, and a body that fails after the first buffer: the drain must not go on for ever.
+  const std::string wire = post("/", "Content-Type: text/plain\r\n", std::string(10000, 'x'));
+  EXPECT_FALSE(receiveFrom(ScriptedPeer(wire.substr(0, wire.size() - 1), ScriptedPeer::End::TimedOut)));
+}
+
+TEST_F(MultipartTest, BrokenChunk_LeavesNoFile) {
+  const std::string head =
+      std::string("POST / HTTP/1.1\r\nTransfer-Encoding: chunked\r\nContent-Type: ") + kType + "\r\n\r\n";
+  const std::string whole = chunked(filePart(std::string(9000, 'c')) + kEnd, 5000);
+  for (const char* broken : {"zz\r\n", "-5\r\nhello", "ffffffffffff\r\nx", ""}) {
+    const std::string wire = head + whole.substr(0, whole.find("\r\n", 5004) + 2) + broken;
+    EXPECT_FALSE(receiveFrom(ScriptedPeer(wire))) << broken;
+    EXPECT_EQ(stored(), Files()) << broken;
+  }
+}
+
+TEST_F(MultipartTest, NoBody_IsNoUpload) {
+  EXPECT_FALSE(receive(""));
+  EXPECT_FALSE(receiveFrom(ScriptedPeer(std::string("POST / HTTP/1.1\r\nContent-Type: ") + kType + "\r\n\r\n")));
+}
+
+TEST_F(MultipartTest, DirectoryThatCannotBeMade_AbandonsAndDrains) {
+  std::ofstream(path("file")) << "in the way";
+  EXPECT_FALSE(receive(filePart("x") + "\r\n" + filePart("y") + kEnd, true, kType, "file/deep/upload.zip"));
+  EXPECT_EQ(stored(), (Files{{"file", "in the way"}}));
+}
+
+TEST_F(MultipartTest, FileThatCannotBeOpened_AbandonsAndLeavesItAlone) {
+  ASSERT_EQ(mkdir(path("upload-1.zip").c_str(), 0755), 0);
+  EXPECT_TRUE(receive(filePart("one") + "\r\n" + filePart("two") + "\r\n" + filePart("three") + kEnd));
+  EXPECT_EQ(stored(), (Files{{"upload-0.zip", "one"}, {"upload-1.zip", "?"}}));
+}
+
+TEST_F(MultipartTest, WriteErrorAtTheClose_RemovesTheFile) {
+  ASSERT_EQ(symlink("/dev/full", path("upload-0.zip").c_str()), 0);
+  EXPECT_FALSE(receive(filePart("small") + kEnd));
+  EXPECT_EQ(stored(), Files());
+  EXPECT_EQ(access("/dev/full", F_OK), 0);
+}
+
+TEST_F(MultipartTest, WriteErrorInMidFile_RemovesTheFileAndDrains) {
+  ASSERT_EQ(symlink("/dev/full", path("upload-0.zip").c_str()), 0);
+  EXPECT_FALSE(receive(filePart(std::string(500000, 'x')) + "\r\n" + filePart("next") + kEnd));
+  EXPECT_EQ(stored(), Files());
+}
+
+TEST_F(MultipartTest, WriteErrorOfALaterFile_KeepsTheEarlierOne) {
+  ASSERT_EQ(symlink("/dev/full", path("upload-1.zip").c_str()), 0);
+  EXPECT_TRUE(receive(filePart("one") + "\r\n" + filePart("two") + "\r\n" + filePart("three") + kEnd));
+  EXPECT_EQ(stored(), (Files{{"upload-0.zip", "one"}}));
+}
+
+// Limits how large a file this process can write.
+class FileSizeLimit {
+ public:
+  explicit FileSizeLimit(rlim_t size) : oldHandler_(std::signal(SIGXFSZ, SIG_IGN)) {
+    getrlimit(RLIMIT_FSIZE, &old_);
+    const rlimit limit{size, old_.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  ~FileSizeLimit() {
+    setrlimit(RLIMIT_FSIZE, &old_);
+    std::signal(SIGXFSZ, oldHandler_);
+  }
+  FileSizeLimit(const FileSizeLimit&) = delete;
+  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+ private:
+  rlimit old_{};
+  void (*oldHandler_)(int);
+};
+
+TEST_F(MultipartTest, FileTooLarge_IsRemoved) {
+  for (const std::size_t size : {100001U, 200000U, 1000000U}) {
+    bool result = true;
+    {
+      const FileSizeLimit limit(100000);
+      result = receive(filePart(std::string(size, 'x')) + kEnd);
+    }
+    EXPECT_FALSE(result) << size;
+    EXPECT_EQ(stored(), Files()) << size;
+  }
+  bool result = false;
+  {
+    const FileSizeLimit limit(100000);
+    result = receive(filePart(std::string(100000, 'x')) + kEnd);
+  }
+  EXPECT_TRUE(result);
+}
+
+TEST_F(MultipartTest, ManySmallFiles_AreAllStored) {
+  std::string body;
+  Files files;
+  for (int i = 0; i < 300; ++i) {
+    body += filePart(std::to_string(i)) + "\r\n";
+    files["upload-" + std::to_string(i) + ".zip"] = std::to_string(i);
+  }
+  expectStored(body.substr(0, body.size() - 2) + kEnd, files);
+}
+
+TEST_F(MultipartTest, WithoutASource_NoDescriptorIsLeft) {
+  const int before = open("/dev/null", O_RDONLY);
+  close(before);
+  receive(filePart("x") + kEnd);
+  receive(filePart("cut"));
+  const int after = open("/dev/null", O_RDONLY);
+  close(after);
+  EXPECT_EQ(before, after);
+}
+
+}  // namespace
