@@ -116,7 +116,7 @@
       } else if (present.nodeType !== node.nodeType || present.nodeName !== node.nodeName) {
         present.replaceWith(node);
       } else if (node.nodeType !== Node.ELEMENT_NODE) {
-        if (present.data !== node.data) present.data = node.data;
+        if (present.data !== node.data) present.replaceWith(node);
       } else {
         updateAttributes(present, node);
         update(present, node);
