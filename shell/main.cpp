@@ -3,30 +3,27 @@
 #include <cstring>
 #include <exception>
 
+#include "cloudproxy/cloud_proxy_menu.h"
+#include "cloudproxy/log_level.h"
+#include "cloudproxy/probe.h"
 #include "serial/download_session.h"
 #include "shell/information.h"
 #include "shell/menu.h"
-#include "shell/pages.h"
 #include "shell/startup.h"
 #include "upload/http_download.h"
 #include "upload/server_only.h"
 
 namespace {
 
-void showMissing() {
-  PageVars vars;
-  vars["text"] = "<span style='color:#f00'><b>Error:</b></span><br>Not there yet.";
-  showPage(vars, "result.html");
-}
-
 void runTerminal() {
   Activities activities;
   activities.information = runInformationPage;
-  activities.logLevel = showMissing;
-  activities.cloudProxy = showMissing;
+  activities.logLevel = runLogLevelPage;
+  activities.cloudProxy = runCloudProxyMenu;
   activities.httpDownload = runHttpDownload;
   activities.serialDownload = [](int port) { static_cast<void>(download_ddl(port)); };
-  runMainMenu({}, activities);
+  const ProxyProbe probe = proxyProbe();
+  runMainMenu({probe.showSettings, probe.showCloudproxy}, activities);
 }
 
 int run(int argc, char** argv) {
