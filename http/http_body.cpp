@@ -132,7 +132,7 @@ int HttpProto::readAnnounced(Body& body) {
   const auto size = static_cast<std::size_t>(bodyRemaining);
   if (bodyRemaining <= kEagerBody) {
     body.resize(size);
-    return readBody(&body[0], bodyRemaining);
+    return readBody(body.data(), bodyRemaining);
   }
   const LazyBlock block(size);
   if (block.data() == nullptr) return -1;

@@ -1,7 +1,6 @@
 #include "tests/support/scripted_stream.h"
 
 #include <algorithm>
-#include <cstring>
 #include <stdexcept>
 #include <utility>
 
@@ -47,7 +46,7 @@ class ScriptedPeer::Stream : public zoripc::IPC {
   std::size_t takeFromPiece(char* data, std::size_t size) {
     Piece& piece = state_->input.front();
     const std::size_t count = std::min(size, piece.bytes.size() - piece.taken);
-    std::memcpy(data, piece.bytes.data() + piece.taken, count);
+    std::copy_n(piece.bytes.data() + piece.taken, count, data);
     piece.taken += count;
     if (piece.taken == piece.bytes.size()) state_->input.pop_front();
     return count;

@@ -55,7 +55,9 @@ class ForeignServer {
         "exec python3 -B -c '" + std::string(kScript) + "' " + std::to_string(connections) + " " + version;
     output_ = popen(command.c_str(), "r");
     EXPECT_NE(output_, nullptr);
-    EXPECT_EQ(std::fscanf(output_, "%hu", &port_), 1);
+    char line[16] = "";
+    EXPECT_NE(std::fgets(line, sizeof line, output_), nullptr);
+    port_ = static_cast<unsigned short>(std::stoi(line));
   }
   ForeignServer(const ForeignServer&) = delete;
   ForeignServer& operator=(const ForeignServer&) = delete;

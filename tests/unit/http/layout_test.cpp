@@ -121,7 +121,6 @@ struct Control : ThreadControl {
   using ThreadControl::thread;
   explicit Control(Trace& calls) : ThreadControl(nullptr, true), trace(calls) {}
   ~Control() override { trace.emplace_back("destructor"); }
-  static void operator delete(void* object) { ::operator delete(object); }
   Trace& trace;
 };
 
@@ -142,7 +141,7 @@ class Cursor {
   void expect(const Field& field, const char* name) {
     next_ = (next_ + alignof(Field) - 1) / alignof(Field) * alignof(Field);
     EXPECT_EQ(address(&field) - base_, next_) << name;
-    next_ += sizeof(Field);
+    next_ += sizeof(Field);  // NOLINT(bugprone-sizeof-expression): of a pointer where the field is one
   }
 
  private:

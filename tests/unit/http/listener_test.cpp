@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <future>
 #include <new>
 
@@ -62,13 +63,13 @@ TEST(ServerSettings, Constructor_SetsThePortAlone) {
 
 TEST(ServerSettings, Fields_StandInTheirOrder) {
   const ServerSettings settings(1);
-  const std::less<const void*> before;
-  EXPECT_EQ(static_cast<const void*>(&settings), static_cast<const void*>(&settings.port));
-  EXPECT_TRUE(before(&settings.port, &settings.auxEndpoint));
-  EXPECT_TRUE(before(&settings.auxEndpoint, &settings.text1));
-  EXPECT_TRUE(before(&settings.text1, &settings.text2));
-  EXPECT_TRUE(before(&settings.text2, &settings.option));
-  EXPECT_TRUE(before(&settings.option, &settings.stop));
+  const auto address = [](const auto& field) { return reinterpret_cast<std::uintptr_t>(&field); };
+  EXPECT_EQ(address(settings), address(settings.port));
+  EXPECT_LT(address(settings.port), address(settings.auxEndpoint));
+  EXPECT_LT(address(settings.auxEndpoint), address(settings.text1));
+  EXPECT_LT(address(settings.text1), address(settings.text2));
+  EXPECT_LT(address(settings.text2), address(settings.option));
+  EXPECT_LT(address(settings.option), address(settings.stop));
 }
 
 TEST_F(Listener, Port_IsOpenedOnEveryAddress) {

@@ -6,7 +6,7 @@
 
 namespace {
 
-std::string held(const TestServer& server) { return std::string(server.buffer, static_cast<std::size_t>(server.fill)); }
+std::string held(const TestServer& server) { return {server.buffer, static_cast<std::size_t>(server.fill)}; }
 
 void hold(TestServer& server, const std::string& bytes) {
   std::memcpy(server.buffer, bytes.data(), bytes.size());

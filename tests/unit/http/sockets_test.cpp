@@ -102,6 +102,7 @@ TEST(Sockets, KeepAliveClient_IsServedOnOneConnection) {
 TEST(Sockets, ClientsAtTheSameTime_AreServedAtTheSameTime) {
   const Server server;
   std::vector<std::thread> clients;
+  clients.reserve(3);
   std::atomic<int> answered{0};
   for (int i = 0; i < 3; ++i) {
     clients.emplace_back([&] {

@@ -58,11 +58,14 @@ class Job : public Thread {
   Fate& fate_;
 };
 
+// Runs the start routine on this thread.
+std::intptr_t exitValue(Thread* object) { return reinterpret_cast<std::intptr_t>(zorhtml::threadEntry(object)); }
+
 TEST(ThreadEntry, Job_IsStartedRunAndDeleted) {
   Fate fate;
   fate.allowed.set_value();
   auto* job = new Job(fate);
-  EXPECT_EQ(zorhtml::threadEntry(static_cast<Thread*>(job)), reinterpret_cast<void*>(std::intptr_t{42}));
+  EXPECT_EQ(exitValue(job), 42);
   EXPECT_EQ(fate.steps, 123);
   EXPECT_EQ(fate.argument, static_cast<Thread*>(job));
 }
@@ -75,7 +78,7 @@ TEST(ThreadEntry, Exception_DeletesTheJobAlone) {
     int run() override { throw std::runtime_error("out of luck"); }
   };
   Fate fate;
-  EXPECT_EQ(zorhtml::threadEntry(static_cast<Thread*>(new Throwing(fate))), nullptr);
+  EXPECT_EQ(exitValue(new Throwing(fate)), 0);
   EXPECT_EQ(fate.steps, 13);
 }
 
@@ -83,7 +86,7 @@ TEST(ThreadEntry, BaseOnStart_DoesNothing) {
   struct Plain : Thread {
     int run() override { return -1; }
   };
-  EXPECT_EQ(zorhtml::threadEntry(static_cast<Thread*>(new Plain)), reinterpret_cast<void*>(std::intptr_t{-1}));
+  EXPECT_EQ(exitValue(new Plain), -1);
 }
 
 TEST(ThreadControl, JoinableHandle_WaitsForItsThread) {
