@@ -13,6 +13,13 @@ using qrcodegen::QrCode;
 
 constexpr int kQuietZone = 4;  // modules on each side
 
+// A rectangle one module high.
+void appendRun(std::string& path, int x, int y, int width) {
+  const std::string length = std::to_string(width);
+  path.append("M").append(std::to_string(x)).append(" ").append(std::to_string(y));
+  path.append("h").append(length).append("v1h-").append(length).append("z");
+}
+
 // The dark modules as the path of one rectangle for each horizontal run.
 std::string darkModules(const QrCode& code) {
   std::string path;
@@ -21,11 +28,7 @@ std::string darkModules(const QrCode& code) {
     while (x < code.getSize()) {
       const int begin = x;
       while (x < code.getSize() && code.getModule(x, y)) ++x;
-      if (x > begin) {
-        const std::string width = std::to_string(x - begin);
-        path += "M" + std::to_string(begin + kQuietZone) + " " + std::to_string(y + kQuietZone) + "h" + width + "v1h-" +
-                width + "z";
-      }
+      if (x > begin) appendRun(path, begin + kQuietZone, y + kQuietZone, x - begin);
       ++x;
     }
   }
@@ -41,10 +44,11 @@ std::string qrCodeSvg(const std::string& text) {
     // The lowest level first: the library raises it as far as the code grows no larger by it.
     const QrCode code = QrCode::encodeBinary(bytes, QrCode::Ecc::LOW);
     const std::string size = std::to_string(code.getSize() + 2 * kQuietZone);
-    return "<svg class=\"qr\" viewBox=\"0 0 " + size + " " + size +
-           "\" shape-rendering=\"crispEdges\" role=\"img\" aria-label=\"QR code: " + escapeHtml(text) +
-           "\"><rect width=\"" + size + "\" height=\"" + size + "\" fill=\"#fff\"/><path fill=\"#000\" d=\"" +
-           darkModules(code) + "\"/></svg>";
+    std::string svg = R"(<svg class="qr" viewBox="0 0 )" + size;
+    svg.append(" ").append(size).append(R"(" shape-rendering="crispEdges" role="img" aria-label="QR code: )");
+    svg.append(escapeHtml(text)).append(R"("><rect width=")").append(size).append(R"(" height=")").append(size);
+    svg.append(R"(" fill="#fff"/><path fill="#000" d=")").append(darkModules(code)).append(R"("/></svg>)");
+    return svg;
   } catch (const qrcodegen::data_too_long&) {
     return {};
   }
