@@ -29,6 +29,48 @@ Result callSlot(void* object, std::size_t slot, Arguments... arguments) {
 using Text = const std::string&;
 using Fields = const HttpHeaders&;
 
+// The slot of a virtual operation, from the pointer to the member: it holds the offset in the table, beside a set bit
+// that stands in the first word on most processors and in the second on ARM.
+template <class Member>
+std::size_t slotOf(Member member) {
+  std::size_t words[2];
+  static_assert(sizeof words == sizeof member);
+  std::memcpy(words, &member, sizeof words);
+  EXPECT_EQ((words[0] | words[1]) & 1U, 1U) << "not virtual";
+  return (words[0] & ~std::size_t{1}) / sizeof(void*);
+}
+
+// A wrong order shows here by name; the calls below would follow a wrong slot.
+TEST(Slots, Numbers_AreStated) {
+  using P = HttpProto;
+  using Bytes = std::vector<unsigned char>;
+  EXPECT_EQ(slotOf(&P::readHeader), 0U);
+  EXPECT_EQ(slotOf(&P::readRequest), 3U);
+  EXPECT_EQ(slotOf(&P::readResponse), 4U);
+  EXPECT_EQ(slotOf(&P::getBasicAuth), 5U);
+  EXPECT_EQ(slotOf<int (P::*)(void*, int)>(&P::readBody), 6U);
+  EXPECT_EQ(slotOf<int (P::*)(std::string&)>(&P::readBody), 7U);
+  EXPECT_EQ(slotOf<int (P::*)(Bytes&)>(&P::readBody), 8U);
+  EXPECT_EQ(slotOf(&P::writeResponseHeader), 9U);
+  EXPECT_EQ(slotOf(&P::setBasicAuth), 10U);
+  EXPECT_EQ(slotOf(&P::writeRequestHeader), 11U);
+  EXPECT_EQ(slotOf<bool (P::*)(const void*, int)>(&P::writeBody), 12U);
+  EXPECT_EQ(slotOf<bool (P::*)(const std::string&)>(&P::writeBody), 13U);
+  EXPECT_EQ(slotOf<bool (P::*)(const Bytes&)>(&P::writeBody), 14U);
+  EXPECT_EQ(slotOf(&P::finishBody), 15U);
+  EXPECT_EQ(slotOf(&P::request), 16U);
+  EXPECT_EQ(slotOf(&P::sendFile), 17U);
+  EXPECT_EQ(slotOf(&P::isClosed), 18U);
+  EXPECT_EQ(slotOf(&HttpThread::run), 19U);
+  EXPECT_EQ(slotOf(&HttpThread::sendResponse), 20U);
+  EXPECT_EQ(slotOf(&HttpThread::sendResponseClose), 21U);
+  EXPECT_EQ(slotOf(&HttpThread::doGET), 22U);
+  EXPECT_EQ(slotOf(&HttpThread::doPOST), 23U);
+  EXPECT_EQ(slotOf(&HttpThread::doHEAD), 24U);
+  EXPECT_EQ(slotOf(&Thread::run), 2U);
+  EXPECT_EQ(slotOf(&Thread::onStart), 3U);
+}
+
 class SlotTest : public testing::Test {
  protected:
   // The operation that slot `slot` of the object's first table holds.
