@@ -1,0 +1,43 @@
+// A file to be sent.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace jxpush {
+
+class InputFile {
+ public:
+  // Opens the regular file `path`. Throws Problem(kInput).
+  explicit InputFile(const std::string& path);
+  InputFile(InputFile&& other) noexcept;
+  InputFile& operator=(InputFile&&) = delete;
+  InputFile(const InputFile&) = delete;
+  InputFile& operator=(const InputFile&) = delete;
+  ~InputFile();
+
+  const std::string& path() const { return path_; }
+  const std::string& name() const { return name_; }  // the path's last part
+  std::uint64_t size() const { return size_; }
+  // In 64 lower-case hex digits; empty before readDigest().
+  const std::string& sha256() const { return sha256_; }
+
+  // Reads the whole file for its digest. Throws Problem(kInput).
+  void readDigest();
+  // Reads exactly `size` bytes at `offset`. Throws Problem(kInput), also when the file has become shorter.
+  void read(std::uint64_t offset, void* data, std::size_t size) const;
+  // Throws Problem(kInput) when the file has been changed since it was opened.
+  void checkUnchanged() const;
+
+ private:
+  std::string path_;
+  std::string name_;
+  int fd_ = -1;
+  std::uint64_t size_ = 0;
+  std::int64_t changedSeconds_ = 0;
+  std::int64_t changedNanoseconds_ = 0;
+  std::string sha256_;
+};
+
+}  // namespace jxpush

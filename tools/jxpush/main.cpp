@@ -1,0 +1,77 @@
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <vector>
+
+#include "tools/jxpush/options.h"
+#include "tools/jxpush/problem.h"
+#include "tools/jxpush/progress.h"
+#include "tools/jxpush/result_output.h"
+#include "tools/jxpush/stop_signals.h"
+#include "tools/jxpush/target.h"
+
+namespace jxpush {
+
+namespace {
+
+// Fills `result` as far as it gets.
+void push(const Options& options, Result& result) {
+  TargetOptions targetOptions;
+  targetOptions.waitSeconds = options.waitSeconds;
+  targetOptions.stopFd = catchStopSignals();
+  const std::unique_ptr<Target> target = makeTarget(options.target, targetOptions);
+  std::vector<InputFile> files;
+  files.reserve(options.files.size());
+  for (const std::string& path : options.files) files.emplace_back(path);
+  result.files = files.size();
+  for (const InputFile& file : files) result.bytes += file.size();
+  target->check(files);
+  for (InputFile& file : files) {
+    file.readDigest();
+    printFile(file, options.json);
+  }
+  if (options.dryRun) return;
+
+  const std::unique_ptr<ProgressReporter> reporter = makeReporter(options.progress, stderr);
+  reporter->setTotal(result.bytes);
+  try {
+    result.outcome = target->send(files, *reporter);
+  } catch (...) {
+    reporter->end();
+    throw;
+  }
+  reporter->end();
+  result.seconds = reporter->seconds();
+}
+
+int run(int argc, char** argv) {
+  // A reader of our output that goes away must not end the sending in the middle.
+  std::signal(SIGPIPE, SIG_IGN);
+  const CommandLine line = readCommandLine(argc, argv);
+  Result result;
+  result.dryRun = line.options.dryRun;
+  if (line.done && line.exitCode == 0) return 0;
+  if (line.done) {
+    result.code = ExitCode::kUsage;
+    result.message = "wrong command line";
+    if (line.options.json) printResult(result, true);
+    return line.exitCode;
+  }
+  try {
+    push(line.options, result);
+  } catch (const Problem& problem) {
+    result.code = problem.code();
+    result.message = problem.what();
+  } catch (const std::exception& failure) {
+    result.code = ExitCode::kGaveUp;
+    result.message = failure.what();
+  }
+  printResult(result, line.options.json);
+  return static_cast<int>(result.code);
+}
+
+}  // namespace
+
+}  // namespace jxpush
+
+int main(int argc, char** argv) { return jxpush::run(argc, argv); }

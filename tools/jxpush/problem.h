@@ -1,0 +1,57 @@
+// How jxpush ends, and the failure that leads there.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace jxpush {
+
+// The exit codes of the program.
+enum class ExitCode : int {
+  kSent = 0,
+  kUsage = 2,          // wrong command line
+  kInput = 10,         // an input file cannot be read, or changed while it was sent
+  kNoPort = 20,        // there is no such port
+  kBusy = 21,          // another program has the port
+  kNoPermission = 22,  // the port may not be opened
+  kGaveUp = 30,        // the terminal did not answer, or too many records failed
+  kRefused = 34,       // the terminal refused or aborted the download
+  kInterrupted = 130,
+};
+
+// The word that stands for a code in machine-readable output.
+inline const char* statusWord(ExitCode code) {
+  switch (code) {
+    case ExitCode::kSent:
+      return "sent";
+    case ExitCode::kUsage:
+      return "usage";
+    case ExitCode::kInput:
+      return "input";
+    case ExitCode::kNoPort:
+      return "no-port";
+    case ExitCode::kBusy:
+      return "busy";
+    case ExitCode::kNoPermission:
+      return "no-permission";
+    case ExitCode::kGaveUp:
+      return "gave-up";
+    case ExitCode::kRefused:
+      return "refused";
+    case ExitCode::kInterrupted:
+      return "interrupted";
+  }
+  return "unknown";
+}
+
+// A failure with the exit code that it leads to and a message for the user.
+class Problem : public std::runtime_error {
+ public:
+  Problem(ExitCode code, const std::string& message) : std::runtime_error(message), code_(code) {}
+  ExitCode code() const { return code_; }
+
+ private:
+  ExitCode code_;
+};
+
+}  // namespace jxpush

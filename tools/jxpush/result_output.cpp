@@ -1,0 +1,62 @@
+#include "tools/jxpush/result_output.h"
+
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+namespace jxpush {
+
+namespace {
+
+void printJson(const nlohmann::json& object) {
+  std::printf("%s\n", object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
+  std::fflush(stdout);
+}
+
+nlohmann::json toJson(const Result& result) {
+  nlohmann::json object = {
+      {"event", "result"},
+      {"status", result.dryRun && result.code == ExitCode::kSent ? "checked" : statusWord(result.code)},
+      {"code", static_cast<int>(result.code)},
+      {"files", result.files},
+      {"bytes", result.bytes}};
+  if (!result.message.empty()) object["message"] = result.message;
+  if (result.code != ExitCode::kSent || result.dryRun) return object;
+  object["seconds"] = result.seconds;
+  object["records"] = result.outcome.records;
+  object["sent_again"] = result.outcome.sentAgain;
+  if (!result.outcome.answer.empty()) object["answer"] = result.outcome.answer;
+  return object;
+}
+
+const char* plural(std::uint64_t count) { return count == 1 ? "" : "s"; }
+
+}  // namespace
+
+void printFile(const InputFile& file, bool json) {
+  if (json) {
+    return printJson({{"event", "file"},
+                      {"name", file.name()},
+                      {"path", file.path()},
+                      {"bytes", file.size()},
+                      {"sha256", file.sha256()}});
+  }
+  std::printf("%s: %llu bytes, sha256 %s\n", file.name().c_str(), static_cast<unsigned long long>(file.size()),
+              file.sha256().c_str());
+  std::fflush(stdout);
+}
+
+void printResult(const Result& result, bool json) {
+  if (result.code != ExitCode::kSent) std::fprintf(stderr, "jxpush: %s\n", result.message.c_str());
+  if (json) return printJson(toJson(result));
+  if (result.code != ExitCode::kSent) return;
+  std::printf("%s %zu file%s, %llu bytes", result.dryRun ? "Would send" : "Sent", result.files, plural(result.files),
+              static_cast<unsigned long long>(result.bytes));
+  if (!result.dryRun) {
+    std::printf(" in %.1f s, %llu record%s sent again", result.seconds,
+                static_cast<unsigned long long>(result.outcome.sentAgain), plural(result.outcome.sentAgain));
+  }
+  std::printf("\n%s", result.outcome.answer.c_str());
+  std::fflush(stdout);
+}
+
+}  // namespace jxpush

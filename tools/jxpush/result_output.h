@@ -1,0 +1,29 @@
+// What jxpush prints on standard output.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "tools/jxpush/input_file.h"
+#include "tools/jxpush/problem.h"
+#include "tools/jxpush/target.h"
+
+namespace jxpush {
+
+// How the program ended.
+struct Result {
+  ExitCode code = ExitCode::kSent;
+  std::string message;
+  bool dryRun = false;
+  std::size_t files = 0;
+  std::uint64_t bytes = 0;
+  double seconds = 0;
+  Outcome outcome;
+};
+
+// "NAME: 12345 bytes, sha256 …" as text, or {"event":"file",…}.
+void printFile(const InputFile& file, bool json);
+// The last line: a sentence, which for a failure goes to standard error, or {"event":"result",…}.
+void printResult(const Result& result, bool json);
+
+}  // namespace jxpush

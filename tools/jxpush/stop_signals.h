@@ -1,0 +1,10 @@
+// The user's wish to stop, as something that can be polled.
+#pragma once
+
+namespace jxpush {
+
+// From now on the first SIGINT, SIGTERM or SIGHUP makes the returned descriptor readable for good; a second one ends
+// the program at once. Once per program. Throws Problem(kGaveUp) where the system has no descriptor left.
+int catchStopSignals();
+
+}  // namespace jxpush

@@ -1,0 +1,61 @@
+// Where files are sent: one class for each kind of terminal connection.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tools/jxpush/input_file.h"
+
+namespace jxpush {
+
+// Told how far the sending is; on the sending thread. Must not throw.
+class Observer {
+ public:
+  Observer() = default;
+  Observer(const Observer&) = delete;
+  Observer& operator=(const Observer&) = delete;
+  virtual ~Observer() = default;
+
+  // The target is being asked whether it is there; `text` says for what it waits.
+  virtual void waiting(const std::string& text) = 0;
+  // `file` begins; the bytes of the files before it are all acknowledged.
+  virtual void fileBegins(const InputFile& file) = 0;
+  // `bytes` of the present file are acknowledged.
+  virtual void acknowledged(std::uint64_t bytes) = 0;
+  // What was sent once more so far, in the target's own unit.
+  virtual void sentAgain(std::uint64_t records) = 0;
+};
+
+// What a sending that succeeded took.
+struct Outcome {
+  std::uint64_t records = 0;  // in the target's own unit, those sent again among them
+  std::uint64_t sentAgain = 0;
+  std::string answer;  // what the target said of it, as text; may be empty
+};
+
+class Target {
+ public:
+  Target() = default;
+  Target(const Target&) = delete;
+  Target& operator=(const Target&) = delete;
+  virtual ~Target() = default;
+
+  // Throws Problem when sending cannot work for a reason that can be seen without touching the terminal.
+  virtual void check(const std::vector<InputFile>& files) = 0;
+  // Sends all of `files` in order, or throws Problem: then the terminal has been kept from installing them, or the
+  // message says what may have happened. Blocks.
+  virtual Outcome send(const std::vector<InputFile>& files, Observer& observer) = 0;
+};
+
+// How targets are made.
+struct TargetOptions {
+  int waitSeconds = 60;  // how long to wait for the terminal's first answer
+  int stopFd = -1;       // readable once the user has interrupted; -1: never
+};
+
+// The target that `address`, such as "serial:/dev/ttyUSB0", names. Throws Problem(kUsage).
+std::unique_ptr<Target> makeTarget(const std::string& address, const TargetOptions& options);
+
+}  // namespace jxpush
