@@ -143,8 +143,8 @@ int Bus::sendOnce(const Notification& notification) {
   sd_bus_slot* slot = nullptr;
   result = sd_bus_call_async(bus_, &slot, made, Sent::onReply, sent.get(), kDeliveryMs * kUsPerMs);
   if (result < 0) return result;
+  static_cast<void>(sent.release());  // to onDestroy
   sd_bus_slot_set_destroy_callback(slot, Sent::onDestroy);
-  sent.release();
   sd_bus_slot_set_floating(slot, 1);  // the bus keeps it until the reply has come
   sd_bus_slot_unref(slot);
   return 0;

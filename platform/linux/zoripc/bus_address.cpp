@@ -14,7 +14,7 @@ std::string variable(const char* name) {
 }
 
 std::string sessionAddress() {
-  const std::string named = variable("DBUS_SESSION_BUS_ADDRESS");
+  std::string named = variable("DBUS_SESSION_BUS_ADDRESS");
   if (!named.empty()) return named;
   const std::string directory = variable("XDG_RUNTIME_DIR");
   const std::string path = directory + "/bus";
@@ -22,8 +22,9 @@ std::string sessionAddress() {
 }
 
 std::string systemAddress() {
-  const std::string named = variable("DBUS_SYSTEM_BUS_ADDRESS");
-  return named.empty() ? "unix:path=/run/dbus/system_bus_socket" : named;
+  std::string named = variable("DBUS_SYSTEM_BUS_ADDRESS");
+  if (named.empty()) named = "unix:path=/run/dbus/system_bus_socket";
+  return named;
 }
 
 }  // namespace

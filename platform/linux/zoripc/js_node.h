@@ -23,7 +23,7 @@ struct JSObject::Node {
 
   template <class Kind>
   explicit Node(Kind held) : value(std::in_place_type<Kind>, std::move(held)) {}
-  explicit Node(const Value& held) : value(held) {}
+  explicit Node(Value held) : value(std::move(held)) {}
 
   template <class Kind>
   const Kind* as() const {

@@ -30,9 +30,14 @@ void ReadAhead::received(std::size_t count) {
 
 // Bulk memory is mapped rather than allocated, so that giving it back really returns its pages to the system.
 bool ReadAhead::obtain(std::size_t size) {
-  void* memory = size == kLarge ? mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)
-                                : std::malloc(size);
-  if (memory == MAP_FAILED || memory == nullptr) return false;
+  void* memory = nullptr;
+  if (size == kLarge) {
+    memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED) return false;
+  } else {
+    memory = std::malloc(size);
+    if (memory == nullptr) return false;
+  }
   const bool bulk = bulk_;
   release();
   bulk_ = bulk;

@@ -10,7 +10,7 @@ namespace zoripc {
 class ReadAhead {
  public:
   static constexpr std::size_t kSmall = 2048;
-  static constexpr std::size_t kLarge = 128 * 1024;
+  static constexpr std::size_t kLarge = std::size_t{128} * 1024;
 
   ReadAhead() = default;
   ReadAhead(const ReadAhead&) = delete;

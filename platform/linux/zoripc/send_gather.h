@@ -8,7 +8,7 @@ namespace zoripc {
 // Bytes written but not yet sent. Holds no memory until the first of them. No operation throws.
 class SendGather {
  public:
-  static constexpr std::size_t kCapacity = 16 * 1024;
+  static constexpr std::size_t kCapacity = std::size_t{16} * 1024;
 
   SendGather() = default;
   SendGather(const SendGather&) = delete;

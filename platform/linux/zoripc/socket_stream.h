@@ -21,7 +21,7 @@ class SocketStream {
   // kCloseMs altogether, kCloseSilenceMs without a byte from the peer, or kCloseDrainBytes discarded.
   static constexpr int kCloseMs = 10000;
   static constexpr int kCloseSilenceMs = 2000;
-  static constexpr std::size_t kCloseDrainBytes = 64 * 1024 * 1024;
+  static constexpr std::size_t kCloseDrainBytes = std::size_t{64} * 1024 * 1024;
 
   // Takes over `fd`, a connected socket, blocking or not; -1 makes a stream that is not connected.
   explicit SocketStream(int fd = -1, int writeStallMs = kWriteStallMs) : fd_(fd), writeStallMs_(writeStallMs) {}

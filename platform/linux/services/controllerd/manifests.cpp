@@ -16,7 +16,7 @@ namespace {
 using zoripc::JSObject;
 
 // A manifest lists every file of its application, and no application has this many.
-constexpr std::size_t kMaxManifestBytes = 16 * 1024 * 1024;
+constexpr std::size_t kMaxManifestBytes = std::size_t{16} * 1024 * 1024;
 
 struct CloseDirectory {
   void operator()(DIR* directory) const { closedir(directory); }
@@ -72,7 +72,7 @@ std::string describe(const std::string& name, const std::string& text, std::stri
   } else if (manifest["name"].getString() != name) {
     reason = "names another application, " + manifest["name"].getString();
   } else {
-    return name + " " + manifest["version"].getString();
+    return name + ' ' + manifest["version"].getString();
   }
   return "";
 }
@@ -83,15 +83,18 @@ std::vector<std::string> scanManifests(const std::string& root) {
   std::vector<std::string> lines;
   std::vector<std::string> errors;
   for (const std::string& name : applicationsIn(root + "/apps")) {
-    const std::string file = "apps/" + name + "/manifest.json";
+    std::string file = "apps/";
+    file.append(name).append("/manifest.json");
     std::string text;
     std::string reason;
     std::string line;
-    if (readText(root + "/" + file, text, reason)) line = describe(name, text, reason);
+    std::string path = root;
+    if (readText(path.append("/").append(file), text, reason)) line = describe(name, text, reason);
     if (reason.empty()) {
       lines.push_back(printable(line));
     } else {
-      errors.push_back(printable("Error: " + file + ": " + reason));
+      line.assign("Error: ").append(file).append(": ").append(reason);
+      errors.push_back(printable(line));
     }
   }
   lines.insert(lines.end(), errors.begin(), errors.end());
