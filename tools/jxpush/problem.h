@@ -11,11 +11,13 @@ enum class ExitCode : int {
   kSent = 0,
   kUsage = 2,          // wrong command line
   kInput = 10,         // an input file cannot be read, or changed while it was sent
-  kNoPort = 20,        // there is no such port
+  kNoPort = 20,        // there is no such port, the terminal is unreachable, or the connection broke with nothing sent whole
   kBusy = 21,          // another program has the port
   kNoPermission = 22,  // the port may not be opened
-  kGaveUp = 30,        // the terminal did not answer, or too many records failed
+  kGaveUp = 30,        // the terminal did not answer or too many records failed; the upload was refused
   kRefused = 34,       // the terminal refused or aborted the download
+  kNotInstalled = 40,  // the installer reported an error
+  kUnknown = 41,       // the connection broke when the terminal had at least one whole file
   kInterrupted = 130,
 };
 
@@ -38,6 +40,10 @@ inline const char* statusWord(ExitCode code) {
       return "gave-up";
     case ExitCode::kRefused:
       return "refused";
+    case ExitCode::kNotInstalled:
+      return "not-installed";
+    case ExitCode::kUnknown:
+      return "unknown";
     case ExitCode::kInterrupted:
       return "interrupted";
   }
@@ -47,11 +53,16 @@ inline const char* statusWord(ExitCode code) {
 // A failure with the exit code that it leads to and a message for the user.
 class Problem : public std::runtime_error {
  public:
-  Problem(ExitCode code, const std::string& message) : std::runtime_error(message), code_(code) {}
+  Problem(ExitCode code, const std::string& message) : Problem(code, message, statusWord(code)) {}
+  // `status`, a literal, in place of the code's own word.
+  Problem(ExitCode code, const std::string& message, const char* status)
+      : std::runtime_error(message), code_(code), status_(status) {}
   ExitCode code() const { return code_; }
+  const char* status() const { return status_; }
 
  private:
   ExitCode code_;
+  const char* status_;
 };
 
 }  // namespace jxpush

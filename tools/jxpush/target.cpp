@@ -1,5 +1,6 @@
 #include "tools/jxpush/target.h"
 
+#include "tools/jxpush/http_target.h"
 #include "tools/jxpush/problem.h"
 #include "tools/jxpush/serial_target.h"
 
@@ -10,7 +11,8 @@ std::unique_ptr<Target> makeTarget(const std::string& address, const TargetOptio
   if (address.compare(0, serial.size(), serial) == 0 && address.size() > serial.size()) {
     return std::make_unique<SerialTarget>(address.substr(serial.size()), options);
   }
-  throw Problem(ExitCode::kUsage, "--to takes serial:DEVICE, not " + address);
+  if (isHttpTarget(address)) return std::make_unique<HttpTarget>(parseHttpAddress(address), options);
+  throw Problem(ExitCode::kUsage, "--to takes serial:DEVICE or http://HOST[:PORT], not " + address);
 }
 
 }  // namespace jxpush

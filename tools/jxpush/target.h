@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "tools/jxpush/input_file.h"
+#include "tools/jxpush/log_line.h"
 
 namespace jxpush {
 
@@ -26,13 +27,16 @@ class Observer {
   virtual void acknowledged(std::uint64_t bytes) = 0;
   // What was sent once more so far, in the target's own unit.
   virtual void sentAgain(std::uint64_t records) = 0;
+  // Everything has been sent, and the terminal installs it.
+  virtual void installing() {}
 };
 
 // What a sending that succeeded took.
 struct Outcome {
-  std::uint64_t records = 0;  // in the target's own unit, those sent again among them
+  std::uint64_t records = 0;  // in the target's own unit, those sent again among them; 0: it has none
   std::uint64_t sentAgain = 0;
   std::string answer;  // what the target said of it, as text; may be empty
+  std::vector<LogLine> log;  // the installer's log, where the target tells it
 };
 
 class Target {
@@ -51,11 +55,12 @@ class Target {
 
 // How targets are made.
 struct TargetOptions {
-  int waitSeconds = 60;  // how long to wait for the terminal's first answer
-  int stopFd = -1;       // readable once the user has interrupted; -1: never
+  int waitSeconds = 60;      // how long to wait for the terminal's first answer
+  int silenceSeconds = 900;  // how long an HTTP terminal may stay silent while it takes and installs the files
+  int stopFd = -1;           // readable once the user has interrupted; -1: never
 };
 
-// The target that `address`, such as "serial:/dev/ttyUSB0", names. Throws Problem(kUsage).
+// The target that `address`, such as "serial:/dev/ttyUSB0" or "http://192.168.1.5", names. Throws Problem(kUsage).
 std::unique_ptr<Target> makeTarget(const std::string& address, const TargetOptions& options);
 
 }  // namespace jxpush

@@ -1,0 +1,58 @@
+// A faulty serial line as a program: prints the two device paths, runs until its standard input ends.
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+
+#include "tests/support/line_simulator.h"
+
+namespace {
+
+constexpr const char* kUsage =
+    "Usage: line_simulator [rate=BYTES_PER_SECOND] [seed=N] [to_terminal=ONE_IN] [to_host=ONE_IN] [delay_ms=N]\n";
+
+bool setOption(LineSimulator::Settings& settings, const char* word) {
+  struct Option {
+    const char* name;
+    std::uint32_t* value;
+  };
+  const Option options[] = {{"rate=", &settings.bytesPerSecond},
+                            {"seed=", &settings.seed},
+                            {"to_terminal=", &settings.toTerminal.oneIn},
+                            {"to_host=", &settings.toHost.oneIn},
+                            {"delay_ms=", &settings.delayMs}};
+  for (const Option& option : options) {
+    const std::size_t size = std::strlen(option.name);
+    if (std::strncmp(word, option.name, size) != 0) continue;
+    *option.value = static_cast<std::uint32_t>(std::strtoul(word + size, nullptr, 10));
+    return true;
+  }
+  return false;
+}
+
+int run(const LineSimulator::Settings& settings) {
+  const LineSimulator line(settings);
+  std::printf("{\"host\":\"%s\",\"terminal\":\"%s\"}\n", line.hostPath().c_str(), line.terminalPath().c_str());
+  std::fflush(stdout);
+  char byte = 0;
+  while (read(STDIN_FILENO, &byte, 1) > 0) {
+  }
+  std::printf("{\"faults\":%zu}\n", line.faults());
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) try {
+  LineSimulator::Settings settings;
+  for (int i = 1; i < argc; ++i) {
+    if (!setOption(settings, argv[i])) return std::fputs(kUsage, stderr) < 0 ? 1 : 2;
+  }
+  return run(settings);
+} catch (const std::exception& failure) {
+  std::fprintf(stderr, "line_simulator: %s\n", failure.what());
+  return 1;
+}

@@ -1,0 +1,87 @@
+#include "tests/unit/serial/calls.h"
+
+#include <fcntl.h>
+
+#include <cstdarg>
+
+namespace {
+
+thread_local bool countReads = false;
+
+}  // namespace
+
+// The linker sends the program's own calls here (--wrap); the names are its convention.
+extern "C" {
+int __real_poll(pollfd* entries, nfds_t count, int timeoutMs);
+ssize_t __real_read(int fd, void* buffer, size_t size);
+ssize_t __real_write(int fd, const void* buffer, size_t size);
+int __real_open(const char* path, int flags, ...);
+int __real_tcsetattr(int fd, int actions, const termios* settings);
+int __real_tcflush(int fd, int queue);
+
+int __wrap_poll(pollfd* entries, nfds_t count, int timeoutMs) {
+  Calls& calls = Calls::instance();
+  if (calls.onPoll) return calls.onPoll(entries, count, timeoutMs);
+  const int divisor = calls.timeDivisor;
+  if (timeoutMs > 0 && divisor > 1) timeoutMs = (timeoutMs + divisor - 1) / divisor;
+  return __real_poll(entries, count, timeoutMs);
+}
+
+ssize_t __wrap_read(int fd, void* buffer, size_t size) {
+  Calls& calls = Calls::instance();
+  if (calls.onRead) return calls.onRead(fd, buffer, size);
+  const ssize_t got = __real_read(fd, buffer, size);
+  if (countReads && got > 0) calls.bytesRead += static_cast<size_t>(got);
+  return got;
+}
+
+ssize_t __wrap_write(int fd, const void* buffer, size_t size) {
+  Calls& calls = Calls::instance();
+  return calls.onWrite ? calls.onWrite(fd, buffer, size) : __real_write(fd, buffer, size);
+}
+
+int __wrap_open(const char* path, int flags, ...) {
+  va_list args;
+  va_start(args, flags);
+  const unsigned mode = (flags & O_CREAT) != 0 ? va_arg(args, unsigned) : 0;
+  va_end(args);
+  Calls& calls = Calls::instance();
+  const std::string target = calls.onOpen ? calls.onOpen(path) : path;
+  return __real_open(target.c_str(), flags, mode);
+}
+
+int __wrap_tcsetattr(int fd, int actions, const termios* settings) {
+  Calls& calls = Calls::instance();
+  if (calls.recordSettings) {
+    calls.settingCalls.push_back(actions == TCSANOW ? "set now" : "set");
+    calls.settings = *settings;
+  }
+  return __real_tcsetattr(fd, actions, settings);
+}
+
+int __wrap_tcflush(int fd, int queue) {
+  Calls& calls = Calls::instance();
+  if (calls.recordSettings) calls.settingCalls.push_back(queue == TCIOFLUSH ? "flush both" : "flush");
+  const int result = __real_tcflush(fd, queue);
+  ++calls.flushes;
+  return result;
+}
+}
+
+Calls& Calls::instance() {
+  static Calls calls;
+  return calls;
+}
+
+void Calls::countReadsOfThisThread() { countReads = true; }
+
+void Calls::reset() {
+  onPoll = nullptr;
+  onRead = nullptr;
+  onWrite = nullptr;
+  onOpen = nullptr;
+  recordSettings = false;
+  settingCalls.clear();
+  settings = {};
+  timeDivisor = 1;
+}

@@ -1,0 +1,42 @@
+// The system calls of the receiver, under a test's control. Without a hook a call goes through.
+#pragma once
+
+#include <poll.h>
+#include <sys/types.h>
+#include <termios.h>
+
+#include <atomic>
+#include <functional>
+#include <string>
+#include <vector>
+
+struct Calls {
+  static Calls& instance();
+  // No hooks, true time, nothing recorded.
+  void reset();
+
+  std::function<int(pollfd*, nfds_t, int)> onPoll;
+  std::function<ssize_t(int, void*, size_t)> onRead;
+  std::function<ssize_t(int, const void*, size_t)> onWrite;
+  std::function<std::string(const std::string&)> onOpen;  // the path to open instead
+  // What was asked of the line, in order: "flush", "set".
+  bool recordSettings = false;
+  std::vector<std::string> settingCalls;
+  termios settings{};
+  // How often a line was flushed so far; each receive() does it twice, and is ready then.
+  std::atomic<int> flushes{0};
+  // How many bytes the threads have read that asked to be counted.
+  std::atomic<std::size_t> bytesRead{0};
+  static void countReadsOfThisThread();
+  // Every wait is this many times shorter than it was asked for.
+  std::atomic<int> timeDivisor{1};
+};
+
+// Resets before and after a test.
+class CallsReset {
+ public:
+  CallsReset() { Calls::instance().reset(); }
+  CallsReset(const CallsReset&) = delete;
+  CallsReset& operator=(const CallsReset&) = delete;
+  ~CallsReset() { Calls::instance().reset(); }
+};

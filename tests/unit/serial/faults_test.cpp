@@ -1,0 +1,219 @@
+// Silence, aborts, hang-ups and failures in each state of a download.
+#include <gtest/gtest.h>
+
+#include <dirent.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <stdexcept>
+
+#include "tests/unit/serial/calls.h"
+#include "tests/unit/serial/download.h"
+
+namespace {
+
+// Where a download can be: the bytes that bring it there.
+struct State {
+  const char* name;
+  std::string bytes;
+  bool inRecord;
+};
+
+const State kStates[] = {
+    {"behind the letter of a text", "\x02M", true},
+    {"in a text", "\x02Mabc", true},
+    {"in a text's check value", "\x02Mab\x03\x01", true},
+    {"behind the letter of a signal",
+     "\x02"
+     "C",
+     true},
+    {"in a signal's check value",
+     "\x02"
+     "C\x03\x8A",
+     true},
+    {"behind the letter of data", "\x02W", true},
+    {"in a data header", bytes("\x02W\0\4\0"), true},
+    {"behind a data header", bytes("\x02W\0\4\0\0\0\0"), true},
+    {"in data", bytes("\x02W\0\4\0\0\0\0ab"), true},
+    {"in data's check value", bytes("\x02W\0\4\0\0\0\0abcd\1"), true},
+};
+
+int openFiles() {
+  int count = 0;
+  DIR* const folder = opendir("/proc/self/fd");
+  while (readdir(folder) != nullptr) ++count;
+  closedir(folder);
+  return count;
+}
+
+class Faults : public testing::Test {
+ protected:
+  Faults() { Calls::instance().timeDivisor = 20; }
+  CallsReset reset_;
+};
+
+}  // namespace
+
+TEST_F(Faults, SilenceInARecord_CountsAsFailedAndThreeEndIt) {
+  for (const State& state : kStates) {
+    Download download;
+    EXPECT_EQ("\x15", download.exchange(state.bytes)) << state.name;
+    EXPECT_EQ("\x15", download.exchange(state.bytes)) << state.name;
+    EXPECT_EQ("\x04", download.exchange(state.bytes)) << state.name;
+    EXPECT_EQ(-3, download.result()) << state.name;
+    EXPECT_EQ(std::vector<std::string>{}, download.system.calls()) << state.name;
+  }
+}
+
+TEST_F(Faults, SilenceBehindSTX_EndsWithMinusThreeWithoutAReply) {
+  Download download;
+  download.line.send("\x02");
+  EXPECT_EQ(-3, download.result());
+  EXPECT_EQ("", download.line.pending());
+}
+
+TEST_F(Faults, SilenceBetweenRecords_HasNoLimit) {
+  Download download;
+  int waits = 0;
+  // Four times the idle wait.
+  while (waits < 4) {
+    EXPECT_EQ("", download.line.receive(1, 30));
+    ++waits;
+  }
+  EXPECT_EQ("\x06", download.exchange(signalRecord('S')));
+}
+
+TEST_F(Faults, AbortInTheIdleWait_EndsWithMinusTwoWithoutAReply) {
+  Download download;
+  download.receiver.requestAbort();
+  EXPECT_EQ(-2, download.result());
+  EXPECT_EQ("", download.line.pending());
+}
+
+TEST_F(Faults, AbortInARecord_EndsWithMinusTwoAndEOT) {
+  Calls::instance().timeDivisor = 1;  // the byte's second must not be over before the abort
+  for (const State& state : kStates) {
+    Download download;
+    download.feed(state.bytes);
+    download.receiver.requestAbort();
+    download.line.send("~");  // not to wait out the second
+    EXPECT_EQ(-2, download.result()) << state.name;
+    EXPECT_EQ("\x04", download.line.pending()) << state.name;
+  }
+}
+
+TEST_F(Faults, AbortBehindSTX_EndsWithMinusThreeWithoutAReply) {
+  Calls::instance().timeDivisor = 1;
+  Download download;
+  download.feed("\x02");
+  download.receiver.requestAbort();
+  EXPECT_EQ(-3, download.result());
+  EXPECT_EQ("", download.line.pending());
+}
+
+TEST_F(Faults, AbortInACallback_IsNoticedInTheNextWait) {
+  Download download;
+  download.system.onCall = [&](const std::string&) { download.receiver.requestAbort(); };
+  EXPECT_EQ("\x06", download.exchange(textRecord('M', "a")));
+  EXPECT_EQ(-2, download.result());
+}
+
+TEST_F(Faults, AbortInEachPhaseOfABusyDownload_EndsIt) {
+  for (int moment = 0; moment < 40; ++moment) {
+    Download download;
+    std::thread presser([&] {
+      for (int i = 0; i < moment * 50; ++i) std::this_thread::yield();
+      download.receiver.requestAbort();
+    });
+    do {
+      download.line.send(dataRecord(0, "abcdefgh"));
+    } while (download.line.receive(1, 100) == "\x06");
+    presser.join();
+    const int result = download.result();
+    EXPECT_TRUE(result == -2 || result == -3) << result;
+    EXPECT_EQ(-1, download.receiver.fd);
+  }
+}
+
+TEST_F(Faults, HangUpInEachState_EndsWithMinusThreeAndClosesTheDevice) {
+  for (const State& state : kStates) {
+    Download download;
+    download.feed(state.bytes);
+    download.line.hangUp();
+    EXPECT_EQ(-3, download.result()) << state.name;
+    EXPECT_EQ(-1, download.receiver.fd) << state.name;
+  }
+}
+
+TEST_F(Faults, HangUpBetweenRecords_EndsWithMinusThree) {
+  Download download;
+  download.line.hangUp();
+  EXPECT_EQ(-3, download.result());
+  EXPECT_EQ(-1, download.receiver.fd);
+}
+
+TEST_F(Faults, ReplyThatCannotBeWritten_EndsWithMinusThree) {
+  const struct {
+    const char* name;
+    std::string bytes;
+    int failingWrite;
+  } cases[] = {{"ACK", signalRecord('S'), 1},
+               {"NAK", damaged(signalRecord('S')), 1},
+               {"parameters", "\x05", 1},
+               {"their check value", "\x05", 2}};
+  const auto testThread = std::this_thread::get_id();
+  for (const auto& item : cases) {
+    std::atomic<int> allowed{1 << 30};
+    Calls::instance().onWrite = [&](int fd, const void* data, size_t size) -> ssize_t {
+      if (std::this_thread::get_id() == testThread || allowed-- > 0) return syscall(SYS_write, fd, data, size);
+      return errno = EIO, -1;
+    };
+    Download download;
+    allowed = item.failingWrite - 1;
+    ASSERT_TRUE(download.line.send(item.bytes));
+    EXPECT_EQ(-3, download.result()) << item.name;
+    EXPECT_EQ(-1, download.receiver.fd) << item.name;
+  }
+}
+
+TEST_F(Faults, EOTThatCannotBeWritten_IsNoFailure) {
+  const auto testThread = std::this_thread::get_id();
+  std::atomic<bool> broken{false};
+  Calls::instance().onWrite = [&](int fd, const void* data, size_t size) -> ssize_t {
+    if (std::this_thread::get_id() == testThread || !broken) return syscall(SYS_write, fd, data, size);
+    return errno = EIO, -1;
+  };
+  Download download;
+  broken = true;
+  ASSERT_TRUE(download.line.send("\x04"));
+  EXPECT_EQ(0, download.result());
+}
+
+TEST_F(Faults, WaitThatFails_EndsWithMinusThreeWithoutAReply) {
+  std::atomic<bool> broken{false};
+  Calls::instance().onPoll = [&](pollfd* entries, nfds_t count, int timeoutMs) {
+    if (broken) return errno = ENOMEM, -1;
+    const timespec wait{0, timeoutMs * 1000000L / 20};
+    return ppoll(entries, count, &wait, nullptr);
+  };
+  Download download;
+  broken = true;
+  EXPECT_EQ(-3, download.result());
+  EXPECT_EQ("", download.line.pending());
+}
+
+TEST_F(Faults, ExceptionOutOfACallback_ClosesTheDeviceAndPassesOn) {
+  Download download;
+  const int before = openFiles();
+  download.system.onCall = [](const std::string&) { throw std::runtime_error("no memory"); };
+  ASSERT_TRUE(download.line.send(textRecord('M', "a")));
+  EXPECT_EQ(99, download.result());
+  EXPECT_EQ(-1, download.receiver.fd);
+  EXPECT_EQ(before - 1, openFiles());
+}
+
+TEST_F(Faults, NoiseBeforeTheFirstRecord_IsFlushedOrIgnored) {
+  Download download;
+  EXPECT_EQ("\x06", download.exchange(bytes("\xFF\0\x03\x06~~noise") + signalRecord('S')));
+}

@@ -1,0 +1,386 @@
+#include "serial/download_session.h"
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <fstream>
+#include <iterator>
+
+#include "shell/pages.h"
+#include "tests/support/fake_controller.h"
+#include "tests/support/fake_gui.h"
+#include "tests/support/fake_installer.h"
+#include "tests/unit/serial/calls.h"
+#include "tests/unit/serial/download.h"
+
+namespace {
+
+using Names = std::vector<std::string>;
+
+constexpr const char* kErrorHead = "<span style='color:#f00'><b>Error:</b></span><br>";
+
+// The download's sink as the Itanium ABI lays it out.
+struct CallbackLayout {
+  void** slots;
+  std::FILE* file;
+  int counter;
+  PageVars* vars;
+  void* pageContext;
+};
+
+// A session on a thread of its own; the test is the host and the operator.
+class Session : public testing::Test {
+ protected:
+  Session() {
+    Calls::instance().timeDivisor = 20;
+    Calls::instance().onOpen = [this](const std::string& path) {
+      if (path.compare(0, 8, "/dev/tty") != 0) return path;
+      opened_ = path;
+      return device_.empty() ? line_.path() : device_;
+    };
+    FakeGui::instance().reset();
+    installer().reset();
+    FakeController::instance().reset();
+    char folder[] = "/tmp/jxserial-XXXXXX";
+    root_ = mkdtemp(folder);
+    installer().sourceDir = root_ + "/source";
+  }
+
+  ~Session() override {
+    if (thread_.joinable()) {
+      line_.hangUp();
+      thread_.join();
+    }
+    FakeGui::instance().reset();
+    const std::string command = "rm -rf " + root_;
+    if (std::system(command.c_str()) != 0) ADD_FAILURE() << command;
+  }
+
+  static FakeInstaller& installer() { return FakeInstaller::instance(); }
+
+  void begin(int port) {
+    thread_ = std::thread([this, port] { result_ = download_ddl(port); });
+  }
+
+  void beginAndConnect(int port = 3) {
+    untilReady([&] { begin(port); });
+  }
+
+  std::string exchange(const std::string& record) {
+    line_.send(record);
+    return line_.receive(1);
+  }
+
+  int end() {
+    thread_.join();
+    return result_;
+  }
+
+  static std::string outcome() {
+    const std::vector<ShownPage> pages = FakeGui::instance().shown();
+    EXPECT_EQ("result.html", pages.back().page);
+    EXPECT_TRUE(pages.back().synchronous);
+    return pages.back().vars.at("text");
+  }
+
+  std::string archive(int number) const {
+    std::ifstream file(installer().sourceDir + "/upload-" + std::to_string(number) + ".zip", std::ios::binary);
+    return file ? std::string(std::istreambuf_iterator<char>(file), {}) : "absent";
+  }
+
+  CallsReset reset_;
+  PtyPair line_;
+  std::string device_;  // opened instead of the line
+  std::string opened_;
+  std::string root_;
+  std::thread thread_;
+  int result_ = 0;
+};
+
+}  // namespace
+
+TEST_F(Session, EachPort_HasItsNameAndDevice) {
+  const struct {
+    int port;
+    std::string name;
+    std::string device;
+  } cases[] = {{2, "USB", "/dev/ttyGS0"}, {3, "COM1", "/dev/ttyAMA0"}, {4, "COM2", "/dev/ttyAMA1"},
+               {0, "", "/dev/ttyGS0"},    {1, "", "/dev/ttyGS0"},      {5, "", "/dev/ttyGS0"},
+               {-1, "", "/dev/ttyGS0"}};
+  device_ = "/nonexistent/device";
+  for (const auto& item : cases) {
+    FakeGui::instance().reset();
+    EXPECT_EQ(-1, download_ddl(item.port));
+    EXPECT_EQ(item.device, opened_);
+    EXPECT_EQ(kErrorHead + item.name + " download failed -1.", outcome());
+    EXPECT_EQ((Names{"download-ddl.html", "result.html"}), FakeGui::instance().shownNames());
+    EXPECT_EQ(item.name, FakeGui::instance().shown()[0].vars.at("portname"));
+    EXPECT_EQ(item.name, FakeGui::instance().shown()[1].vars.at("portname"));
+  }
+}
+
+TEST_F(Session, TwoFiles_AreStoredByNumberAndInstalled) {
+  installer().messages = {"Installed hello 1.0.0\n"};
+  beginAndConnect();
+  EXPECT_EQ("\x06", exchange(openRecord("../../etc/passwd")));
+  EXPECT_EQ("\x06", exchange(dataRecord(0, "first")));
+  EXPECT_EQ("\x06", exchange(signalRecord('C')));
+  EXPECT_EQ("\x06", exchange(openRecord("upload-7.zip")));
+  EXPECT_EQ("\x06", exchange(dataRecord(0, "second")));
+  EXPECT_EQ("\x06", exchange(signalRecord('C')));
+  EXPECT_EQ("\x04", exchange("\x04"));
+  EXPECT_EQ(0, end());
+  EXPECT_EQ("first", archive(0));
+  EXPECT_EQ("second", archive(1));
+  EXPECT_EQ((Names{"download-ddl.html", "install-ddl.html", "result.html"}), FakeGui::instance().shownNames());
+  EXPECT_TRUE(FakeGui::instance().shown()[1].synchronous);
+  EXPECT_TRUE(FakeGui::instance().shown()[1].vars.empty());
+  EXPECT_EQ("<span style='color:#0f0'><b>Download successful</b></span><br>Installed hello 1.0.0<br>", outcome());
+  EXPECT_EQ(1, installer().installations);
+  EXPECT_EQ(Names{"libmac_scan_manifests"}, FakeController::instance().commands());
+}
+
+TEST_F(Session, SecondSession_BeginsAtZeroAgainAndTruncates) {
+  for (const std::string content : {"a longer content", "short"}) {
+    beginAndConnect();
+    EXPECT_EQ("\x06\x06\x06\x04",
+              (line_.send(openRecord("a") + dataRecord(0, content) + signalRecord('C') + "\x04"), line_.receive(4)));
+    EXPECT_EQ(0, end());
+    EXPECT_EQ(content, archive(0));
+  }
+  EXPECT_EQ("absent", archive(1));
+}
+
+TEST_F(Session, Blocks_MayComeInAnyOrderAndOverlap) {
+  beginAndConnect();
+  exchange(openRecord("a"));
+  EXPECT_EQ("\x06", exchange(dataRecord(6, "world!")));
+  EXPECT_EQ("\x06", exchange(dataRecord(0, "hello ")));
+  EXPECT_EQ("\x06", exchange(dataRecord(4, "0_W")));
+  EXPECT_EQ("\x06", exchange(dataRecord(20, "")));
+  exchange(signalRecord('C'));
+  exchange("\x04");
+  EXPECT_EQ(0, end());
+  EXPECT_EQ("hell0_World!", archive(0));
+}
+
+TEST_F(Session, OffsetBeyondTwoGiB_IsWrittenWhereItBelongsOrRefused) {
+  beginAndConnect();
+  exchange(openRecord("a"));
+  const std::string answer = exchange(dataRecord(0x80000000U, "x"));
+  if (sizeof(long) > 4) {
+    EXPECT_EQ("\x06", answer);
+    exchange("\x04");
+    EXPECT_EQ(0, end());
+    struct stat status {};
+    ASSERT_EQ(0, stat((installer().sourceDir + "/upload-0.zip").c_str(), &status));
+    EXPECT_EQ(0x80000001LL, static_cast<long long>(status.st_size));
+  } else {
+    EXPECT_EQ("\x04", answer);
+    EXPECT_EQ(-5, end());
+  }
+}
+
+TEST_F(Session, BlockWithoutAFile_EndsWithMinusFive) {
+  beginAndConnect();
+  EXPECT_EQ("\x04", exchange(dataRecord(0, "a")));
+  EXPECT_EQ(-5, end());
+  EXPECT_EQ(kErrorHead + std::string("COM1 download failed -5."), outcome());
+  EXPECT_EQ(0, installer().installations);
+  EXPECT_TRUE(FakeController::instance().commands().empty());
+}
+
+TEST_F(Session, Settings_AreAcceptedAndTheirBlocksRefused) {
+  for (const std::string name : {"setgroup.1", "setdrive.", "setdrive.xyz"}) {
+    beginAndConnect();
+    EXPECT_EQ("\x06", exchange(openRecord(name))) << name;
+    EXPECT_EQ("\x04", exchange(dataRecord(0, "a"))) << name;
+    EXPECT_EQ(-5, end());
+    EXPECT_EQ("absent", archive(0));
+  }
+}
+
+TEST_F(Session, Settings_UseNoNumberAndEndTheFileBefore) {
+  beginAndConnect();
+  exchange(openRecord("a") + dataRecord(0, "one"));
+  line_.receive(1);
+  EXPECT_EQ("\x06", exchange(openRecord("setgroup.x")));
+  EXPECT_EQ("\x06", exchange(openRecord("b")));
+  EXPECT_EQ("\x06", exchange(dataRecord(0, "two")));
+  exchange("\x04");
+  EXPECT_EQ(0, end());
+  EXPECT_EQ("one", archive(0));
+  EXPECT_EQ("two", archive(1));
+}
+
+TEST_F(Session, NamesNearlyThoseOfSettings_AreFiles) {
+  beginAndConnect();
+  for (const std::string name : {"setgroup", "SETGROUP.x", "xsetdrive.", "setdrives.", ""}) {
+    EXPECT_EQ("\x06", exchange(openRecord(name))) << name;
+    EXPECT_EQ("\x06", exchange(dataRecord(0, name + "!"))) << name;
+  }
+  exchange("\x04");
+  EXPECT_EQ(0, end());
+  EXPECT_EQ("setgroup!", archive(0));
+  EXPECT_EQ("!", archive(4));
+}
+
+TEST_F(Session, FailedOpen_EndsWithMinusFive) {
+  installer().sourceDir = root_ + "/absent/source";
+  beginAndConnect();
+  EXPECT_EQ("\x04", exchange(openRecord("a")));
+  EXPECT_EQ(-5, end());
+  EXPECT_EQ(kErrorHead + std::string("COM1 download failed -5."), outcome());
+}
+
+TEST_F(Session, FullDisk_RefusesTheBlockThatMeetsIt) {
+  installer().sourceDir = root_;
+  ASSERT_EQ(0, symlink("/dev/full", (root_ + "/upload-0.zip").c_str()));
+  beginAndConnect();
+  EXPECT_EQ("\x06", exchange(openRecord("a")));
+  EXPECT_EQ("\x04", exchange(dataRecord(0, "a")));
+  EXPECT_EQ(-5, end());
+}
+
+TEST_F(Session, LongSourceDirectory_CutsThePathAt127Characters) {
+  const std::string folder = root_ + "/" + std::string(127 - root_.size() - 1 - 6, 'd');
+  ASSERT_EQ(0, mkdir(folder.c_str(), 0755));
+  installer().sourceDir = folder;
+  beginAndConnect();
+  EXPECT_EQ("\x06", exchange(openRecord("a")));
+  exchange("\x04");
+  EXPECT_EQ(0, end());
+  EXPECT_EQ(0, access((folder + "/uploa").c_str(), F_OK));
+}
+
+TEST_F(Session, CloseWithoutAFile_IsAcknowledged) {
+  beginAndConnect();
+  EXPECT_EQ("\x06", exchange(signalRecord('C')));
+  EXPECT_EQ("\x06", exchange(textRecord('R', "x")));
+  EXPECT_EQ("\x06", exchange(signalRecord('S')));
+  EXPECT_EQ("\x06", exchange(signalRecord('U')));
+  exchange("\x04");
+  EXPECT_EQ(0, end());
+}
+
+TEST_F(Session, EachMessage_ShowsTheProgressPageAnew) {
+  beginAndConnect(4);
+  EXPECT_EQ("\x06", exchange(textRecord('M', "hello.zip 10 %")));
+  EXPECT_EQ("\x06", exchange(textRecord('M', "<b>")));
+  exchange("\x04");
+  EXPECT_EQ(0, end());
+  const std::vector<ShownPage> pages = FakeGui::instance().shown();
+  ASSERT_EQ(5U, pages.size());
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ("download-ddl.html", pages[i].page);
+    EXPECT_FALSE(pages[i].synchronous);
+    EXPECT_TRUE(pages[i].plainNumbers);
+    EXPECT_EQ("COM2", pages[i].vars.at("portname"));
+    EXPECT_EQ(pages[0].callback, pages[i].callback);
+    EXPECT_EQ(pages[0].data, pages[i].data);
+  }
+  EXPECT_EQ(0U, pages[0].vars.count("message"));
+  EXPECT_EQ("hello.zip 10 %", pages[1].vars.at("message"));
+  EXPECT_EQ("<b>", pages[2].vars.at("message"));
+  EXPECT_EQ("<b>", pages[4].vars.at("message"));  // the same variables serve the outcome
+}
+
+TEST_F(Session, AbortWhileTheHostIsSilent_ShowsDownloadAborted) {
+  beginAndConnect();
+  FakeGui::instance().report(0, 1);
+  EXPECT_EQ(-2, end());
+  EXPECT_EQ("<span style='color:#f00'><b>Download aborted</b></span><br>", outcome());
+  EXPECT_EQ(0, installer().installations);
+}
+
+TEST_F(Session, OtherReportsOfThePage_DoNotAbort) {
+  beginAndConnect();
+  FakeGui::instance().report(0, 0);
+  FakeGui::instance().report(0, -1);
+  FakeGui::instance().report(0, 2);
+  FakeGui::instance().report(1, 1);
+  EXPECT_EQ("\x06", exchange(signalRecord('S')));
+  exchange("\x04");
+  EXPECT_EQ(0, end());
+}
+
+TEST_F(Session, AbortInTheMiddleOfAFile_LeavesWhatCameAndInstallsNothing) {
+  beginAndConnect();
+  exchange(openRecord("a"));
+  exchange(dataRecord(0, "half"));
+  FakeGui::instance().report(0, 1);
+  EXPECT_EQ(-2, end());
+  EXPECT_EQ("half", archive(0));
+  EXPECT_EQ(0, installer().installations);
+}
+
+TEST_F(Session, FileStillOpenAtTheEnd_IsInstalledAndClosedAfterTheOutcome) {
+  beginAndConnect();
+  exchange(openRecord("a"));
+  exchange(dataRecord(0, "whole"));
+  installer().onInstall = [this] { EXPECT_EQ("whole", archive(0)); };
+  exchange("\x04");
+  EXPECT_EQ(0, end());
+  EXPECT_EQ(1, installer().installations);
+}
+
+TEST_F(Session, Sink_HoldsFileCounterVariablesAndContextInThisOrder) {
+  int messages = 0;
+  FakeGui::instance().onAsync([&](const ShownPage& page) {
+    if (page.vars.count("message") == 0) return;
+    // Behind the receiver's slots lies its System, the sink.
+    void* sink = nullptr;
+    std::memcpy(&sink, static_cast<char*>(page.data) + sizeof(void*), sizeof sink);
+    CallbackLayout layout{};
+    std::memcpy(&layout, sink, sizeof layout);
+    EXPECT_EQ(messages == 0, layout.file == nullptr);
+    EXPECT_EQ(messages, layout.counter);
+    EXPECT_EQ(page.vars.at("message"), layout.vars->at("message"));
+    EXPECT_EQ(page.data, layout.pageContext);
+    ++messages;
+  });
+  beginAndConnect();
+  exchange(textRecord('M', "before"));
+  exchange(openRecord("a"));
+  exchange(textRecord('M', "after"));
+  exchange("\x04");
+  EXPECT_EQ(0, end());
+  EXPECT_EQ(2, messages);
+}
+
+TEST_F(Session, MessageWithoutAPageContext_IsAcceptedSilently) {
+  int shown = 0;
+  bool accepted = false;
+  FakeGui::instance().onAsync([&](const ShownPage& page) {
+    if (++shown != 2) return;
+    void* sink = nullptr;
+    std::memcpy(&sink, static_cast<char*>(page.data) + sizeof(void*), sizeof sink);
+    CallbackLayout layout{};
+    std::memcpy(&layout, sink, sizeof layout);
+    void* const context = layout.pageContext;
+    layout.pageContext = nullptr;
+    std::memcpy(sink, &layout, sizeof layout);
+    accepted = static_cast<Tessolan::System*>(sink)->showMessage("unseen");
+    layout.pageContext = context;
+    std::memcpy(sink, &layout, sizeof layout);
+  });
+  beginAndConnect();
+  exchange(textRecord('M', "seen"));
+  exchange("\x04");
+  EXPECT_EQ(0, end());
+  EXPECT_TRUE(accepted);
+  EXPECT_EQ((Names{"download-ddl.html", "download-ddl.html", "install-ddl.html", "result.html"}),
+            FakeGui::instance().shownNames());
+}
+
+TEST_F(Session, AbortBeforeTheDeviceIsOpen_IsForgotten) {
+  // The receiver clears the flag when it has opened the device: the operator presses again.
+  FakeGui::instance().onAsync([](const ShownPage&) { FakeGui::instance().report(0, 1); });
+  beginAndConnect();
+  EXPECT_EQ("\x06", exchange(signalRecord('S')));
+  exchange("\x04");
+  EXPECT_EQ(0, end());
+}

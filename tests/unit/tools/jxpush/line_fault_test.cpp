@@ -1,0 +1,193 @@
+// Sender and receiver over a faulty line: the file arrives unchanged, or the sender says that it did not.
+#include <gtest/gtest.h>
+
+#include <mutex>
+#include <thread>
+
+#include "serial/tessolan.h"
+#include "tests/support/line_simulator.h"
+#include "tests/unit/serial/calls.h"
+#include "tests/unit/tools/jxpush/test_files.h"
+#include "tools/jxpush/problem.h"
+#include "tools/jxpush/serial_port.h"
+#include "tools/jxpush/serial_sender.h"
+
+using namespace jxpush;
+
+namespace {
+
+using Fault = LineSimulator::Fault;
+
+constexpr int kTimeDivisor = 20;
+
+// Keeps what it gets in memory, as the terminal's sink keeps it in files.
+class Store : public Tessolan::System {
+ public:
+  bool openFile(const char* /*name*/) override {
+    files.emplace_back();
+    open_ = true;
+    return true;
+  }
+  bool writeBlock(std::uint32_t offset, const unsigned char* data, std::uint32_t length) override {
+    if (!open_ || offset > 100000000) return false;
+    std::string& file = files.back();
+    if (length > 0 && file.size() < std::size_t{offset} + length) file.resize(offset + length);
+    file.replace(offset, length, reinterpret_cast<const char*>(data), length);
+    return true;
+  }
+  bool closeFile() override {
+    open_ = false;
+    return true;
+  }
+  bool recordR(const char* /*text*/) override { return true; }
+  bool showMessage(const char* /*text*/) override { return true; }
+  bool recordS() override { return true; }
+  bool recordU() override { return true; }
+
+  std::vector<std::string> files;
+
+ private:
+  bool open_ = false;
+};
+
+SerialTimes scaledTimes() {
+  SerialTimes times;
+  times.connectMs = 100;
+  times.answerMs = 400;
+  times.enquiryMs = 200;
+  times.gapMs = 50;
+  times.settleMs = 20;
+  return times;
+}
+
+struct End {
+  ExitCode sender = ExitCode::kSent;
+  int receiver = 0;
+  std::vector<std::string> files;
+  std::size_t faults = 0;
+  Outcome outcome;
+};
+
+// One sending of `files` over a line with `settings`; the operator aborts a terminal that the sender has left.
+End sendOver(const LineSimulator::Settings& settings, const std::vector<InputFile>& files) {
+  End end;
+  LineSimulator line(settings);
+  Store store;
+  Tessolan receiver(&store);
+  const int before = Calls::instance().flushes;
+  std::thread terminal([&] { end.receiver = receiver.receive(line.terminalPath().c_str()); });
+  while (Calls::instance().flushes < before + 2) std::this_thread::yield();
+  RecordingObserver observer;
+  try {
+    SerialPort port(line.hostPath(), -1);
+    end.outcome = SerialSender(port, observer, scaledTimes()).send(files, 20);
+  } catch (const Problem& problem) {
+    end.sender = problem.code();
+  }
+  receiver.requestAbort();
+  terminal.join();
+  end.files = store.files;
+  end.faults = line.faults();
+  return end;
+}
+
+class LineFaults : public testing::Test {
+ protected:
+  LineFaults() { Calls::instance().timeDivisor = kTimeDivisor; }
+
+  // What must hold whatever the line did.
+  static void expectWholeOrACode(const End& end, const std::string& content, const std::string& what) {
+    if (end.sender != ExitCode::kSent) return;
+    EXPECT_EQ(0, end.receiver) << what;
+    EXPECT_EQ(1U, end.files.size()) << what;
+    EXPECT_TRUE(!end.files.empty() && end.files.back() == content) << what;
+  }
+
+  CallsReset reset_;
+};
+
+struct FaultCase {
+  const char* name;
+  Fault fault;
+  unsigned char value;
+};
+
+// One fault at every byte of a small sending, in both directions.
+class OneFault : public LineFaults, public testing::WithParamInterface<FaultCase> {};
+
+INSTANTIATE_TEST_SUITE_P(
+    Faults, OneFault,
+    testing::Values(FaultCase{"Drop", Fault::Drop, 0}, FaultCase{"Repeat", Fault::Repeat, 0},
+                    FaultCase{"FlipLow", Fault::Flip, 0x01}, FaultCase{"FlipHigh", Fault::Flip, 0x80},
+                    FaultCase{"InsertAck", Fault::Insert, 0x06}, FaultCase{"InsertNak", Fault::Insert, 0x15},
+                    FaultCase{"InsertStx", Fault::Insert, 0x02}, FaultCase{"InsertEot", Fault::Insert, 0x04},
+                    FaultCase{"Swap", Fault::Swap, 0}, FaultCase{"Split", Fault::Split, 0}),
+    [](const auto& each) { return each.param.name; });
+
+}  // namespace
+
+TEST_P(OneFault, AtEveryByteOfBothDirections_SendsTheFileOrSaysSo) {
+  const std::string content = "\x02\x03\x04\x05\x06\x15";
+  TestFiles files;
+  files.add("a", content);
+  const FaultCase& what = GetParam();
+  for (const bool toTerminal : {true, false}) {
+    int whole = 0;
+    std::size_t at = 0;
+    for (;; ++at) {
+      LineSimulator::Settings settings;
+      (toTerminal ? settings.toTerminal : settings.toHost).script = {{at, what.fault, what.value}};
+      const End end = sendOver(settings, files.files());
+      if (end.faults == 0) break;
+      if (end.sender == ExitCode::kSent) ++whole;
+      expectWholeOrACode(end, content, std::string(toTerminal ? "to terminal " : "to host ") + std::to_string(at));
+    }
+    EXPECT_LT(60U, at);
+    EXPECT_LT(static_cast<int>(at) / 2, whole);
+  }
+}
+
+TEST_F(LineFaults, LineWithoutFaults_SendsEachRecordOnce) {
+  TestFiles files;
+  const std::string content = mixedBytes(100000);
+  files.add("a.zip", content);
+  files.add("b.zip", "second");
+  const End end = sendOver({}, files.files());
+  EXPECT_EQ(ExitCode::kSent, end.sender);
+  EXPECT_EQ(0, end.receiver);
+  EXPECT_EQ((std::vector<std::string>{content, "second"}), end.files);
+}
+
+TEST_F(LineFaults, ThreeThousandRecordsWithAFaultInAHundred_ArriveUnchangedOrWithACode) {
+  TestFiles files;
+  const std::string content = mixedBytes(3000 * 1024);
+  files.add("large.zip", content);
+  int whole = 0;
+  for (std::uint32_t seed = 1; seed <= 4; ++seed) {
+    LineSimulator::Settings settings;
+    settings.seed = seed;
+    settings.toTerminal.oneIn = 100 * 1034;
+    settings.toHost.oneIn = 100;
+    settings.delayMs = 5;
+    const End end = sendOver(settings, files.files());
+    EXPECT_LT(5U, end.faults);
+    expectWholeOrACode(end, content, "seed " + std::to_string(seed));
+    if (end.sender == ExitCode::kSent) ++whole;
+  }
+  EXPECT_LT(0, whole);
+}
+
+TEST_F(LineFaults, HeavyNoise_EndsInBoundedTime) {
+  TestFiles files;
+  const std::string content = mixedBytes(20000);
+  files.add("noisy.zip", content);
+  for (std::uint32_t seed = 1; seed <= 10; ++seed) {
+    LineSimulator::Settings settings;
+    settings.seed = seed;
+    settings.toTerminal.oneIn = 2000;
+    settings.toHost.oneIn = 10;
+    settings.delayMs = 5;
+    const End end = sendOver(settings, files.files());
+    expectWholeOrACode(end, content, "seed " + std::to_string(seed));
+  }
+}

@@ -1,0 +1,80 @@
+#include "tests/unit/tools/jxpush/scripted_terminal.h"
+
+namespace {
+
+const std::string kParameters = "\x02ZOR,JXAPP,XDL,p,,,,1024,,\x03\x57\xCF";
+
+std::size_t bigEndian(const std::string& bytes) {
+  std::size_t value = 0;
+  for (const char byte : bytes) value = value << 8U | static_cast<unsigned char>(byte);
+  return value;
+}
+
+}  // namespace
+
+void ScriptedTerminal::reset() {
+  fate = nullptr;
+  interrupted = nullptr;
+  state_ = State();
+}
+
+void ScriptedTerminal::write(const void* data, std::size_t size) {
+  const std::string record(static_cast<const char*>(data), size);
+  if (state_.ended) return;
+  if (record == "\x05") return answerTo('E', record);
+  if (record == "\x04") return answerTo('.', record);
+  answerTo(record.at(1), record);
+}
+
+int ScriptedTerminal::readByte(int /*timeoutMs*/) {
+  if (interrupted && interrupted()) throw jxpush::Interrupted();
+  if (state_.input.empty()) return -1;
+  const char byte = state_.input.front();
+  state_.input.pop_front();
+  return static_cast<unsigned char>(byte);
+}
+
+void ScriptedTerminal::answerTo(char letter, const std::string& record) {
+  state_.letters += letter;
+  const Fate* const told = fate ? fate(letter, ++state_.counts[static_cast<unsigned char>(letter)]) : nullptr;
+  std::string answer;
+  if (told == nullptr || told->taken) answer = act(letter, record);
+  if (told != nullptr) answer = told->answer;
+  state_.input.insert(state_.input.end(), answer.begin(), answer.end());
+}
+
+std::string ScriptedTerminal::act(char letter, const std::string& record) {
+  switch (letter) {
+    case 'E':
+      return kParameters;
+    case '.':
+      return end(0);
+    case 'O':
+      state_.files.emplace_back();
+      state_.open = true;
+      return "\x06";
+    case 'W': {
+      const std::size_t size = bigEndian(record.substr(2, 2));
+      if (size > 1024) return end(-4);
+      if (!state_.open) return end(-5);
+      const std::size_t offset = bigEndian(record.substr(4, 4));
+      if (state_.files.back().size() < offset + size) state_.files.back().resize(offset + size);
+      state_.files.back().replace(offset, size, record.substr(8, size));
+      return "\x06";
+    }
+    case 'C':
+      state_.open = false;
+      return "\x06";
+    case 'M':
+      state_.messages.push_back(record.substr(2, record.size() - 5));
+      return "\x06";
+    default:
+      return "\x15";
+  }
+}
+
+std::string ScriptedTerminal::end(int result) {
+  state_.ended = true;
+  state_.result = result;
+  return "\x04";
+}

@@ -1,0 +1,25 @@
+// A terminal whose upload server listens.
+#pragma once
+
+#include <vector>
+
+#include "tools/jxpush/http_address.h"
+#include "tools/jxpush/http_exchange.h"
+#include "tools/jxpush/target.h"
+
+namespace jxpush {
+
+class HttpTarget : public Target {
+ public:
+  HttpTarget(HttpAddress address, const TargetOptions& options);
+  void check(const std::vector<InputFile>& files) override;
+  // Sends the files in one form and returns the installer's log, whatever its verdict. Throws Problem: kNoPort when
+  // nothing can have been installed, kUnknown when something may have been, kGaveUp when the upload was refused or this
+  // is no terminal, kInput, kInterrupted.
+  Outcome send(const std::vector<InputFile>& files, Observer& observer) override;
+
+ private:
+  const HttpConnection connection_;
+};
+
+}  // namespace jxpush
