@@ -14,7 +14,8 @@ struct UICallbackData {
 
 constexpr int kUICallbackResult = 0;  // the callback type of a page's result
 
-// Callback of a synchronous page: true lets the page go on.
+// Callback of a synchronous page, asked again and again on the thread that shows it: true lets the page go on, false
+// ends it with -1.
 using UICallback = bool (*)(void* data);
 
 // Callback of an asynchronous page; runs on a thread of the library, one at a time, and must not throw. `info` is valid
@@ -27,12 +28,14 @@ int uiInvokeURL(int region, int flags, std::map<std::string, std::string>& vars,
                 UICallback callback, void* data);
 
 // Shows `page` with a copy of `vars` and returns at once; the next page replaces it. `callback` (may be null) is told
-// the page's result while the page is up; once a later page has been requested it is not called any more.
+// the page's results while the page is up, until one is -1: the operator has left it. A page that cannot be shown
+// counts as left. When the next call that shows a page has put it up or returned, the callback has ended and is not
+// called any more.
 void uiInvokeURLAsync(int region, int flags, const std::map<std::string, std::string>& vars, const std::string& page,
                       UIAsyncCallback callback, void* data);
 
 // printf-style formatting into a string. Besides the C library's conversions, "%S" inserts a char string HTML-escaped:
-// & < > " ' become entities, line feed "<br>", tab and carriage return one blank.
+// & < > " ' become entities, line feed "<br>", tab and carriage return one blank. "%n" stores nothing.
 std::string uiPrint(const char* format, ...);
 std::string uiPrintV(const char* format, va_list args);
 

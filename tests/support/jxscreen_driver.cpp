@@ -16,6 +16,7 @@
 
 #include <condition_variable>
 #include <deque>
+#include <exception>
 #include <iostream>
 #include <map>
 #include <mutex>
@@ -99,10 +100,7 @@ void carryOut(const Json& command) {
   }
 }
 
-}  // namespace
-
-int main() {
-  zorhtml::htmlSetScriptProcessor("js", js::jsProcessorExt, nullptr);
+void carryOutAll() {
   std::deque<std::thread> threads;
   std::string line;
   while (std::getline(std::cin, line)) {
@@ -114,5 +112,17 @@ int main() {
     }
   }
   for (std::thread& thread : threads) thread.join();
-  return 0;
+}
+
+}  // namespace
+
+int main() {
+  try {
+    zorhtml::htmlSetScriptProcessor("js", js::jsProcessorExt, nullptr);
+    carryOutAll();
+    return 0;
+  } catch (const std::exception& error) {
+    std::cerr << "jxscreen_driver: " << error.what() << "\n";
+    return 2;
+  }
 }
