@@ -1,0 +1,103 @@
+// Where memory runs out in the middle of an exchange.
+#include <cerrno>
+
+#include "cloudproxy/exchange.h"
+#include "cloudproxy/log_level.h"
+#include "cloudproxy/proxy_info.h"
+#include "cloudproxy/proxy_settings.h"
+#include "tests/unit/cloudproxy/fixture.h"
+#include "tests/unit/cloudproxy/no_memory.h"
+
+namespace {
+
+constexpr const char* kSuccess =
+    R"({"proxy":{"result":"success","text":"more than what fits into the string itself"}})";
+constexpr const char* kFail = R"({"result":"FAIL"})";
+constexpr int kMoreThanAnyNeeds = 300;
+
+class MemoryTest : public CloudProxyTest {
+ protected:
+  int request() {
+    answer("info", kSuccess);
+    zoripc::JSObject message = json(R"({"proxy":{"command":"info"}})");
+    const int result = cloudProxyRequest(message, 5);
+    noMemory::after(-1);
+    ipc.drain();
+    last = message.dump();
+    return result;
+  }
+
+  // Runs `read` with one more allocation that works after the response each time, until it reports success; returns how
+  // often it reported failure.
+  int failuresUntilSuccess(const std::function<bool()>& read) {
+    for (int count = 0; count < kMoreThanAnyNeeds; ++count) {
+      wrapped::afterWaits([count] { noMemory::after(count); });
+      const bool done = read();
+      noMemory::after(-1);
+      if (done) return count;
+    }
+    return -1;
+  }
+
+  std::string last;
+};
+
+TEST_F(MemoryTest, OneAllocationOfTheCallbackFails_WakesTheRequester) {
+  inOwnProcess([this] {
+    int failures = 0;
+    int result = -3;
+    for (; result == -3 && failures < kMoreThanAnyNeeds; ++failures) {
+      ipc.aroundCallbacks([failures] { noMemory::once(failures); }, [] { noMemory::after(-1); });
+      result = request();
+      EXPECT_EQ(last, result == 0 ? kSuccess : kFail);
+    }
+    EXPECT_EQ(result, 0);
+    EXPECT_GT(failures, 3);
+  });
+}
+
+TEST_F(MemoryTest, EveryAllocationOfTheCallbackFails_EndsWithTheTimeOut) {
+  inOwnProcess([this] {
+    ipc.aroundCallbacks([] { noMemory::after(0); }, [] { noMemory::after(-1); });
+    wrapped::afterWaits([] { wrapped::answerWaits({ETIMEDOUT}); });
+    EXPECT_EQ(request(), -2);
+    EXPECT_EQ(last, "null");
+  });
+}
+
+TEST_F(MemoryTest, AllocationsOfTheRequesterFail_CountAsNoResponse) {
+  inOwnProcess([this] {
+    const int failures = failuresUntilSuccess([this] {
+      const int result = request();
+      EXPECT_TRUE(result == 0 ? last == kSuccess : result == -2 && last == "null") << result << " " << last;
+      return result == 0;
+    });
+    EXPECT_GT(failures, 3);
+  });
+}
+
+TEST_F(MemoryTest, AllocationsOfReadersFail_TheyReportFailure) {
+  inOwnProcess([this] {
+    const int infoFailures = failuresUntilSuccess([this] {
+      answer("info", R"({"proxy":{"result":"success","version":"1","device_type":"prod","auth_ex_support":1}})");
+      ProxyInfo info;
+      return readProxyInfo(info) == 0;
+    });
+    EXPECT_GT(infoFailures, 3);
+    const int settingsFailures = failuresUntilSuccess([this] {
+      answer(
+          "readconfig",
+          R"({"proxy":{"result":"success","cloud_env":"prod","cloud_hostname":"gateway","cloud_env_list":["prod"]}})");
+      ProxySettings settings;
+      return readProxySettings(settings) == 0;
+    });
+    EXPECT_GT(settingsFailures, 10);
+    const int levelFailures = failuresUntilSuccess([this] {
+      answer("readconfig", R"({"proxy":{"result":"success","loglevel":4}})");
+      return readLogLevel() == 4;
+    });
+    EXPECT_GT(levelFailures, 3);
+  });
+}
+
+}  // namespace

@@ -1,0 +1,49 @@
+#include "tests/unit/cloudproxy/no_memory.h"
+
+#include <cstdlib>
+#include <new>
+
+namespace noMemory {
+
+namespace {
+
+thread_local int left = -1;
+thread_local bool oneOnly = false;
+thread_local bool failed = false;
+
+bool fails() {
+  if (left < 0) return false;
+  if (left > 0) {
+    --left;
+    return false;
+  }
+  if (oneOnly) left = -1;
+  failed = true;
+  return true;
+}
+
+}  // namespace
+
+void after(int count) {
+  left = count;
+  oneOnly = false;
+  failed = false;
+}
+
+void once(int count) {
+  after(count);
+  oneOnly = true;
+}
+
+bool met() { return failed; }
+
+}  // namespace noMemory
+
+void* operator new(std::size_t size) {
+  void* const memory = noMemory::fails() ? nullptr : std::malloc(size);
+  if (memory == nullptr) throw std::bad_alloc();
+  return memory;
+}
+
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t /*size*/) noexcept { std::free(memory); }
