@@ -43,7 +43,7 @@ int FakeTerminal::nextDiagnostic(int query, unsigned char* buffer, unsigned shor
   if (diagnostics_.empty()) return -1;
   const Diagnostic answer = diagnostics_.front();
   diagnostics_.pop_front();
-  std::memcpy(buffer, answer.record.data(), std::min<std::size_t>(answer.record.size(), *length));
+  std::copy_n(answer.record.begin(), std::min<std::size_t>(answer.record.size(), *length), buffer);
   *length = answer.length.value_or(static_cast<unsigned short>(answer.record.size()));
   return answer.result;
 }

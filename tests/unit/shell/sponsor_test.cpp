@@ -43,7 +43,8 @@ class SponsorTest : public ShellTest {
 };
 
 TEST_F(SponsorTest, Number_IsReadFromTheUnitsOn) {
-  diagnoseRecord(recordHead(6, "\x33\x32\x31\x30\x30\x30", 6, kAcceptedIdentifier) + word(4) + "ACME");
+  // the digit bytes 0x33 0x32 0x31 0x30 0x30 0x30
+  diagnoseRecord(recordHead(6, "321000", 6, kAcceptedIdentifier) + word(4) + "ACME");
   EXPECT_EQ(found(), "000123/ACME");
 }
 

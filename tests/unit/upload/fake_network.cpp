@@ -20,7 +20,7 @@ struct Node {
 
 std::vector<Node> nodes;
 
-void setAddress(sockaddr_storage& storage, std::string text) {
+void setAddress(sockaddr_storage& storage, const std::string& text) {
   if (text == "packet") {
     storage.ss_family = AF_PACKET;
   } else if (text.find(':') == std::string::npos) {
@@ -69,7 +69,7 @@ int __wrap_getifaddrs(ifaddrs** list) {
   for (std::size_t i = 0; i < nodes.size(); ++i) {
     Node& node = nodes[i];
     node.name = network.entries[i].interface;
-    node.entry.ifa_name = &node.name[0];
+    node.entry.ifa_name = node.name.data();
     node.entry.ifa_flags = network.entries[i].flags;
     setAddress(node.address, network.entries[i].address);
     if (!network.entries[i].address.empty()) node.entry.ifa_addr = reinterpret_cast<sockaddr*>(&node.address);

@@ -137,24 +137,27 @@ TEST_F(MultipartTest, EmptyBoundary_IsADelimiterToo) {
   EXPECT_EQ(stored(), (Files{{"upload-0.zip", "x"}}));
 }
 
+// A form with one file.
+std::string formOf(const std::string& boundary, const std::string& content) {
+  std::string body = "--";
+  body.append(boundary).append("\r\nContent-Disposition: form-data; name=upload; filename=a\r\n\r\n");
+  return body.append(content).append("\r\n--").append(boundary).append("--\r\n");
+}
+
 TEST_F(MultipartTest, LongBoundaries_AreFoundUpToTheBuffersSize) {
+  const std::string content(9000, 'q');
   for (const std::size_t length : {70U, 1000U, 3900U, 4092U}) {
     clearDirectory();
     const std::string boundary(length, 'q');
-    const std::string body = "--" + boundary + "\r\nContent-Disposition: form-data; name=upload; filename=a\r\n\r\n" +
-                             std::string(9000, 'q') + "\r\n--" + boundary + "--";
-    EXPECT_TRUE(receive(body, true, "multipart/form-data; boundary=" + boundary)) << length;
-    EXPECT_EQ(stored(), (Files{{"upload-0.zip", std::string(9000, 'q')}})) << length;
+    EXPECT_TRUE(receive(formOf(boundary, content), true, "multipart/form-data; boundary=" + boundary)) << length;
+    EXPECT_EQ(stored(), (Files{{"upload-0.zip", content}})) << length;
   }
 }
 
 TEST_F(MultipartTest, DelimitersLargerThanTheBuffer_EndTheReception) {
   for (const std::size_t length : {4093U, 4096U, 5000U, 20000U}) {
     const std::string boundary(length, 'q');
-    const std::string body = "--" + boundary +
-                             "\r\nContent-Disposition: form-data; name=upload; filename=a\r\n\r\nx\r\n--" + boundary +
-                             "--\r\n";
-    EXPECT_FALSE(receive(body, true, "multipart/form-data; boundary=" + boundary)) << length;
+    EXPECT_FALSE(receive(formOf(boundary, "x"), true, "multipart/form-data; boundary=" + boundary)) << length;
     EXPECT_EQ(stored(), Files()) << length;
   }
 }

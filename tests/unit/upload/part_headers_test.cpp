@@ -27,28 +27,28 @@ TEST(SplitPartHeaders, CarriageReturns_AreBlanks) {
 bool isFile(const std::string& line) { return isFileOfField({line}, "upload"); }
 
 TEST(IsFileOfField, NamedFile_IsOne) {
-  EXPECT_TRUE(isFile("Content-Disposition: form-data; name=\"upload\"; filename=\"a.zip\""));
+  EXPECT_TRUE(isFile(R"(Content-Disposition: form-data; name="upload"; filename="a.zip")"));
   EXPECT_TRUE(isFile("CONTENT-disposition:form-data;filename=a;name=upload"));
-  EXPECT_TRUE(isFile("content-disposition: form-data; name=\"other\"; name=\"upload\"; filename=\"x\""));
+  EXPECT_TRUE(isFile(R"(content-disposition: form-data; name="other"; name="upload"; filename="x")"));
 }
 
 TEST(IsFileOfField, OthersAreNot) {
   for (const char* line : {
-           "Content-Disposition: form-data; name=\"upload\"",
-           "Content-Disposition: form-data; name=\"upload\"; filename=\"\"",
-           "Content-Disposition: form-data; name=\"upload\"; filename",
-           "Content-Disposition: form-data; name=\"other\"; filename=\"a\"",
-           "Content-Disposition: form-data; name=\"Upload\"; filename=\"a\"",
-           "Content-Disposition: form-data; name=\"uploads\"; filename=\"a\"",
-           "Content-Disposition: form-data; Name=\"upload\"; filename=\"a\"",
-           "Content-Disposition: form-data; filename=\"a\"",
-           "Content-Disposition: attachment; name=\"upload\"; filename=\"a\"",
-           "Content-Disposition: Form-Data; name=\"upload\"; filename=\"a\"",
-           "Content-Disposition: name=\"upload\"; filename=\"a\"; form-data",
-           "Content-Disposition :form-data; name=\"upload\"; filename=\"a\"",
-           " Content-Disposition: form-data; name=\"upload\"; filename=\"a\"",
-           "X-Content-Disposition: form-data; name=\"upload\"; filename=\"a\"",
-           "Content-Disposition form-data; name=\"upload\"; filename=\"a\"",
+           R"(Content-Disposition: form-data; name="upload")",
+           R"(Content-Disposition: form-data; name="upload"; filename="")",
+           R"(Content-Disposition: form-data; name="upload"; filename)",
+           R"(Content-Disposition: form-data; name="other"; filename="a")",
+           R"(Content-Disposition: form-data; name="Upload"; filename="a")",
+           R"(Content-Disposition: form-data; name="uploads"; filename="a")",
+           R"(Content-Disposition: form-data; Name="upload"; filename="a")",
+           R"(Content-Disposition: form-data; filename="a")",
+           R"(Content-Disposition: attachment; name="upload"; filename="a")",
+           R"(Content-Disposition: Form-Data; name="upload"; filename="a")",
+           R"(Content-Disposition: name="upload"; filename="a"; form-data)",
+           R"(Content-Disposition :form-data; name="upload"; filename="a")",
+           R"( Content-Disposition: form-data; name="upload"; filename="a")",
+           R"(X-Content-Disposition: form-data; name="upload"; filename="a")",
+           R"(Content-Disposition form-data; name="upload"; filename="a")",
            "Content-Disposition:",
            ":",
            "",
@@ -58,14 +58,14 @@ TEST(IsFileOfField, OthersAreNot) {
 }
 
 TEST(IsFileOfField, LastFileName_Counts) {
-  EXPECT_FALSE(isFile("Content-Disposition: form-data; name=\"upload\"; filename=\"a\"; filename=\"\""));
-  EXPECT_TRUE(isFile("Content-Disposition: form-data; name=\"upload\"; filename=\"\"; filename=\"a\""));
+  EXPECT_FALSE(isFile(R"(Content-Disposition: form-data; name="upload"; filename="a"; filename="")"));
+  EXPECT_TRUE(isFile(R"(Content-Disposition: form-data; name="upload"; filename=""; filename="a")"));
 }
 
 TEST(IsFileOfField, Lines_AreReadUntilOneMatches) {
-  const std::string other = "Content-Disposition: form-data; name=\"other\"; filename=\"a\"";
-  const std::string file = "Content-Disposition: form-data; name=\"upload\"; filename=\"b\"";
-  const std::string noFile = "Content-Disposition: form-data; name=\"upload\"; filename=\"\"";
+  const std::string other = R"(Content-Disposition: form-data; name="other"; filename="a")";
+  const std::string file = R"(Content-Disposition: form-data; name="upload"; filename="b")";
+  const std::string noFile = R"(Content-Disposition: form-data; name="upload"; filename="")";
   EXPECT_TRUE(isFileOfField({"Content-Type: text/plain", other, file}, "upload"));
   EXPECT_FALSE(isFileOfField({noFile, file}, "upload"));
   EXPECT_FALSE(isFileOfField({}, "upload"));
@@ -73,7 +73,8 @@ TEST(IsFileOfField, Lines_AreReadUntilOneMatches) {
 
 TEST(IsFileOfField, FileNameOfAnEarlierLine_Counts) {
   EXPECT_TRUE(isFileOfField(
-      {"Content-Disposition: form-data; filename=\"a\"", "Content-Disposition: form-data; name=\"upload\""}, "upload"));
+      {R"(Content-Disposition: form-data; filename="a")", R"(Content-Disposition: form-data; name="upload")"},
+      "upload"));
 }
 
 }  // namespace

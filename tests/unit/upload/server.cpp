@@ -28,7 +28,7 @@ std::vector<std::string> namesIn(const std::string& directory) {
 void removeAll(const std::string& path) {
   struct stat status {};
   if (lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) {
-    for (const std::string& name : namesIn(path)) removeAll(path + "/" + name);
+    for (const std::string& name : namesIn(path)) removeAll(std::string(path).append("/").append(name));
   }
   std::remove(path.c_str());
 }
@@ -44,14 +44,14 @@ std::string contentOf(const std::string& path) {
 
 UploadTest::UploadTest() {
   std::string made = testing::TempDir() + "jxupload-XXXXXX";
-  if (mkdtemp(&made[0]) == nullptr) throw std::runtime_error("no directory");
+  if (mkdtemp(made.data()) == nullptr) throw std::runtime_error("no directory");
   directory = made;
   installer.reset();
   controller.reset();
   installer.sourceDir = directory;
 }
 
-UploadTest::~UploadTest() { removeAll(directory); }
+void UploadTest::TearDown() { removeAll(directory); }
 
 Files UploadTest::stored() const {
   Files files;

@@ -26,7 +26,7 @@ using Files = std::map<std::string, std::string>;  // name and content
 class UploadTest : public testing::Test {
  protected:
   UploadTest();
-  ~UploadTest() override;
+  void TearDown() override;
 
   // What the directory holds now; anything that is no regular file is listed as "?".
   Files stored() const;
