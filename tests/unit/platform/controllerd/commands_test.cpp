@@ -93,7 +93,7 @@ TEST_F(ControllerTest, ManifestThatIsADirectory_IsNamed) {
 }
 
 TEST_F(ControllerTest, TextFromOutside_CannotForgeALine) {
-  install("a", "{\"name\":\"a\",\"version\":\"1\\nb 2\"}");
+  install("a", R"({"name":"a","version":"1\nb 2"})");
   EXPECT_THAT(command("libmac_scan_manifests"), ElementsAre("Installed applications:", "a 1?b 2"));
   EXPECT_THAT(command("x\ny"), ElementsAre("Unknown command from jxdownloader: x?y"));
 }

@@ -3,7 +3,7 @@
 
 #include <atomic>
 #include <csignal>
-#include <cstdio>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <thread>
@@ -20,26 +20,24 @@ constexpr int kLongMs = 60000;
 
 // Pages of this process that are in memory.
 long residentPages() {
-  long total = 0;
-  long resident = 0;
-  std::FILE* file = std::fopen("/proc/self/statm", "re");
-  if (file == nullptr) return -1;
-  const int fields = std::fscanf(file, "%ld %ld", &total, &resident);
-  std::fclose(file);
-  return fields == 2 ? resident : -1;
+  std::ifstream file("/proc/self/statm");
+  long total = -1;
+  long resident = -1;
+  file >> total >> resident;
+  return resident;
 }
 
 class ReadTest : public testing::Test {
  protected:
   std::string read(std::size_t size, int timeoutMs) {
     std::string text(size, '\0');
-    text.resize(stream_.read(&text[0], size, timeoutMs));
+    text.resize(stream_.read(text.data(), size, timeoutMs));
     return text;
   }
 
   std::string readExact(std::size_t size, int timeoutMs, int gapMs = -1) {
     std::string text(size, '\0');
-    return stream_.readExact(&text[0], size, timeoutMs, gapMs) ? text : "failed";
+    return stream_.readExact(text.data(), size, timeoutMs, gapMs) ? text : "failed";
   }
 
   RawPair pair_ = localPair();
@@ -115,7 +113,7 @@ TEST_F(ReadTest, DripThatOutlastsTheTime_EndsTheCall) {
     while (!stop && far_.send("x")) std::this_thread::yield();
   });
   std::string text(1U << 26, '\0');
-  const std::size_t got = stream_.read(&text[0], text.size(), 50);
+  const std::size_t got = stream_.read(text.data(), text.size(), 50);
   stop = true;
   EXPECT_LT(got, text.size());
   std::thread reader([&] { read(1 << 20, 0); });
@@ -206,7 +204,7 @@ TEST(Read, Silence_GivesTheReadAheadBack) {
   std::vector<std::unique_ptr<SocketStream>> streams;
   std::string text(bulk.size(), '\0');
   const auto each = [&](int timeoutMs) {
-    for (auto& stream : streams) stream->read(&text[0], 1, timeoutMs);
+    for (auto& stream : streams) stream->read(text.data(), 1, timeoutMs);
   };
   for (int i = 0; i < kStreams; ++i) {
     RawPair pair = localPair();
@@ -234,11 +232,11 @@ TEST(ReadAheadBuffer, FullSmallRoom_IsFollowedByALargeOne) {
   ahead.received(ReadAhead::kSmall - 1);
   EXPECT_FALSE(ahead.idle());
   std::string text(ReadAhead::kSmall, '\0');
-  EXPECT_EQ(ahead.take(&text[0], text.size()), ReadAhead::kSmall - 1);
+  EXPECT_EQ(ahead.take(text.data(), text.size()), ReadAhead::kSmall - 1);
   EXPECT_TRUE(ahead.idle());
   EXPECT_EQ(ahead.prepare().size, ReadAhead::kSmall);
   ahead.received(ReadAhead::kSmall);
-  EXPECT_EQ(ahead.take(&text[0], text.size()), ReadAhead::kSmall);
+  EXPECT_EQ(ahead.take(text.data(), text.size()), ReadAhead::kSmall);
   EXPECT_EQ(ahead.prepare().size, ReadAhead::kLarge);
   ahead.release();
   EXPECT_EQ(ahead.prepare().size, ReadAhead::kSmall);

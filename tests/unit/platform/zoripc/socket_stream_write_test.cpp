@@ -53,7 +53,7 @@ TEST_F(WriteTest, ReadThatBlocks_SendsFirst) {
     far_.send("pong");
   });
   std::string answer(4, '\0');
-  EXPECT_TRUE(stream_->readExact(&answer[0], 4, kLongMs, -1));
+  EXPECT_TRUE(stream_->readExact(answer.data(), 4, kLongMs, -1));
   EXPECT_EQ(answer, "pong");
   peer.join();
 }
@@ -133,7 +133,7 @@ TEST_F(WriteTest, PeerThatSendsBeforeItReads_StopsNobody) {
     far_.close();
   });
   std::string answer(flood.size(), '\0');
-  EXPECT_TRUE(stream_->readExact(&answer[0], answer.size(), kLongMs, -1));
+  EXPECT_TRUE(stream_->readExact(answer.data(), answer.size(), kLongMs, -1));
   EXPECT_EQ(answer, flood);
   stream_.reset();
   peer.join();
@@ -171,7 +171,7 @@ TEST_F(WriteTest, FailedWrite_LeavesWhatThePeerSentReadable) {
   far_.close();
   EXPECT_FALSE(write(pattern(100000)));
   std::string text(10, '\0');
-  EXPECT_TRUE(stream_->readExact(&text[0], 10, kLongMs, -1));
+  EXPECT_TRUE(stream_->readExact(text.data(), 10, kLongMs, -1));
   EXPECT_EQ(text, "last words");
 }
 
@@ -179,7 +179,7 @@ TEST_F(WriteTest, HalfClosedPeer_StillGetsAnswers) {
   far_.send("request");
   shutdown(far_.fd(), SHUT_WR);
   std::string text(8, '\0');
-  EXPECT_EQ(stream_->read(&text[0], 8, kLongMs), 7U);
+  EXPECT_EQ(stream_->read(text.data(), 8, kLongMs), 7U);
   EXPECT_TRUE(stream_->closed());
   EXPECT_TRUE(write("answer"));
   stream_.reset();

@@ -42,7 +42,7 @@ class RawSocket {
   // Receives exactly `size` bytes, or what came before the end.
   std::string receive(std::size_t size) const {
     std::string bytes(size, '\0');
-    const ssize_t count = size == 0 ? 0 : recv(fd_, &bytes[0], size, MSG_WAITALL);
+    const ssize_t count = size == 0 ? 0 : recv(fd_, bytes.data(), size, MSG_WAITALL);
     bytes.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
     return bytes;
   }

@@ -22,7 +22,7 @@ constexpr int kLongMs = 60000;
 
 unsigned short portOf(const TCP& listener) {
   const std::string address = listener.localAddress();
-  return static_cast<unsigned short>(std::atoi(address.c_str() + address.rfind(':') + 1));
+  return static_cast<unsigned short>(std::stoi(address.substr(address.rfind(':') + 1)));
 }
 
 int option(int fd, int level, int name) {
@@ -64,7 +64,7 @@ TEST(TcpListener, NullAddress_TakesIpv4AndIpv6) {
     char byte = 0;
     EXPECT_FALSE(client.readExact(&byte, 1, 0));
     std::string text(4, '\0');
-    EXPECT_TRUE(server->readExact(&text[0], 4, kLongMs));
+    EXPECT_TRUE(server->readExact(text.data(), 4, kLongMs));
     EXPECT_EQ(text, "ping");
   }
 }
