@@ -86,7 +86,8 @@ HttpAddress parseHttpAddress(const std::string& target) {
   if (!beginsWith(target, scheme)) refuse(target, "expected http://HOST[:PORT]");
   std::string authority = target.substr(scheme.size());
   if (!authority.empty() && authority.back() == '/') authority.pop_back();
-  if (authority.find_first_of("/?#") != std::string::npos) refuse(target, "a path is not wanted, only http://HOST[:PORT]");
+  if (authority.find_first_of("/?#") != std::string::npos)
+    refuse(target, "a path is not wanted, only http://HOST[:PORT]");
   if (authority.find('@') != std::string::npos) refuse(target, "a terminal asks for no user");
 
   HttpAddress address;

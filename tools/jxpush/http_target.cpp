@@ -16,7 +16,6 @@ namespace {
 constexpr std::size_t kPieceSize = 65536;
 constexpr std::size_t kLargestPage = std::size_t{16} << 20U;
 constexpr int kOk = 200;
-constexpr int kDrainPeriodMs = 100;
 
 // What stays of an announced length in the engine's int.
 int announcedLength(std::uint64_t size) { return size <= INT32_MAX ? static_cast<int>(size) : -1; }
@@ -34,8 +33,8 @@ class Upload {
     try {
       sendAll();
     } catch (const Problem& problem) {
-      if (wholeFiles_ == 0) throw;
-      throw Problem(problem.code(), problem.what() + std::string("; ") + consequence(), problem.status());
+      if (problem.code() != ExitCode::kInput) throw;
+      throw Problem(problem.code(), problem.what() + ("; the terminal: " + consequence()));
     }
     awaitArrival();
     return readAnswer();
@@ -91,7 +90,7 @@ class Upload {
     if (!sentAll_) return;
     TerminalStream* const stream = exchange_.stream();
     const std::uint64_t size = files_.back().size();
-    while (stream->unacknowledged() > 0 && !stream->waitForAnswer(kDrainPeriodMs)) showArrived(size);
+    if (!stream->waitUntilArrived([this, size] { showArrived(size); })) failLost();
     observer_.acknowledged(size);
     observer_.installing();
   }
@@ -114,7 +113,8 @@ class Upload {
     if (!page->stored) {
       throw Problem(ExitCode::kGaveUp, "the terminal refused the upload: it could not store the first file", "refused");
     }
-    if (!sentAll_) throw Problem(ExitCode::kUnknown, "the terminal answered before it had everything; " + consequence());
+    if (!sentAll_)
+      throw Problem(ExitCode::kUnknown, "the terminal answered before it had everything; " + consequence());
     return *page;
   }
 

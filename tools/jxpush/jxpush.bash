@@ -12,7 +12,7 @@ _jxpush() {
   fi
   case $previous in
     --to)
-      mapfile -t COMPREPLY < <(compgen -W 'serial:' -- "$current")
+      mapfile -t COMPREPLY < <(compgen -W 'serial: http://' -- "$current")
       compopt -o nospace 2>/dev/null
       return
       ;;
@@ -20,12 +20,19 @@ _jxpush() {
       mapfile -t COMPREPLY < <(compgen -W 'auto tty plain json none' -- "$current")
       return
       ;;
-    --wait) return ;;
+    --wait | --timeout) return ;;
   esac
-  if [[ $current == -* ]]; then
-    mapfile -t COMPREPLY < <(compgen -W '--to --progress --wait --json --dry-run --help --version -h' -- "$current")
+  # A host's name is not known here.
+  [[ $previous == : && ${COMP_WORDS[COMP_CWORD - 2]} == http || $current == : && $previous == http ]] && return
+  if [[ $current == -* && ${COMP_WORDS[1]} == status ]]; then
+    mapfile -t COMPREPLY < <(compgen -W '--to --wait --timeout --json --help --version -h' -- "$current")
+  elif [[ ${COMP_WORDS[1]} == status && $COMP_CWORD -gt 1 ]]; then
+    return
+  elif [[ $current == -* ]]; then
+    mapfile -t COMPREPLY < <(compgen -W '--to --progress --wait --timeout --json --dry-run --help --version -h' -- "$current")
   else
     mapfile -t COMPREPLY < <(compgen -f -- "$current")
+    [[ $COMP_CWORD -eq 1 && status == "$current"* ]] && COMPREPLY+=(status)
   fi
 }
 complete -o filenames -F _jxpush jxpush

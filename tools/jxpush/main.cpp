@@ -3,6 +3,8 @@
 #include <exception>
 #include <vector>
 
+#include "tools/jxpush/http_status.h"
+#include "tools/jxpush/install_log.h"
 #include "tools/jxpush/options.h"
 #include "tools/jxpush/problem.h"
 #include "tools/jxpush/progress.h"
@@ -14,10 +16,19 @@ namespace jxpush {
 
 namespace {
 
+// A terminal may answer that it took the upload and yet have installed less, or something else.
+void judge(const std::vector<InputFile>& files, Result& result) {
+  const std::string complaint = complaintOf(files, result.outcome.log);
+  if (complaint.empty()) return;
+  result.setCode(ExitCode::kNotInstalled);
+  result.message = complaint;
+}
+
 // Fills `result` as far as it gets.
 void push(const Options& options, Result& result) {
   TargetOptions targetOptions;
   targetOptions.waitSeconds = options.waitSeconds;
+  targetOptions.silenceSeconds = options.silenceSeconds;
   targetOptions.stopFd = catchStopSignals();
   const std::unique_ptr<Target> target = makeTarget(options.target, targetOptions);
   std::vector<InputFile> files;
@@ -42,6 +53,7 @@ void push(const Options& options, Result& result) {
   }
   reporter->end();
   result.seconds = reporter->seconds();
+  judge(files, result);
 }
 
 int run(int argc, char** argv) {
@@ -52,18 +64,20 @@ int run(int argc, char** argv) {
   result.dryRun = line.options.dryRun;
   if (line.done && line.exitCode == 0) return 0;
   if (line.done) {
-    result.code = ExitCode::kUsage;
+    result.setCode(ExitCode::kUsage);
     result.message = "wrong command line";
     if (line.options.json) printResult(result, true);
     return line.exitCode;
   }
   try {
+    if (line.options.command == Command::kStatus) return showStatus(line.options);
     push(line.options, result);
   } catch (const Problem& problem) {
     result.code = problem.code();
+    result.status = problem.status();
     result.message = problem.what();
   } catch (const std::exception& failure) {
-    result.code = ExitCode::kGaveUp;
+    result.setCode(ExitCode::kGaveUp);
     result.message = failure.what();
   }
   printResult(result, line.options.json);

@@ -39,8 +39,9 @@ MultipartBody::MultipartBody(const std::vector<InputFile>& files, std::string bo
     : files_(files), boundary_(std::move(boundary)) {}
 
 std::string MultipartBody::head(std::size_t index) const {
-  return "--" + boundary_ + "\r\nContent-Disposition: form-data; name=\"upload\"; filename=" +
-         quoted(files_[index].name()) + "\r\nContent-Type: application/octet-stream\r\n\r\n";
+  return "--" + boundary_ +
+         "\r\nContent-Disposition: form-data; name=\"upload\"; filename=" + quoted(files_[index].name()) +
+         "\r\nContent-Type: application/octet-stream\r\n\r\n";
 }
 
 std::string MultipartBody::tail(std::size_t index) const {

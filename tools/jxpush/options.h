@@ -8,13 +8,17 @@ namespace jxpush {
 
 enum class ProgressStyle { kAuto, kTty, kPlain, kJson, kNone };
 
+enum class Command { kSend, kStatus };
+
 struct Options {
+  Command command = Command::kSend;
   std::string target;
   std::vector<std::string> files;
   ProgressStyle progress = ProgressStyle::kAuto;
   bool json = false;
   bool dryRun = false;
   int waitSeconds = 60;
+  int silenceSeconds = 900;
 };
 
 // What the command line asks for.

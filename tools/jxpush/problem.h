@@ -9,10 +9,10 @@ namespace jxpush {
 // The exit codes of the program.
 enum class ExitCode : int {
   kSent = 0,
-  kUsage = 2,          // wrong command line
-  kInput = 10,         // an input file cannot be read, or changed while it was sent
-  kNoPort = 20,        // there is no such port, the terminal is unreachable, or the connection broke with nothing sent whole
-  kBusy = 21,          // another program has the port
+  kUsage = 2,    // wrong command line
+  kInput = 10,   // an input file cannot be read, or changed while it was sent
+  kNoPort = 20,  // there is no such port, the terminal is unreachable, or the connection broke with nothing sent whole
+  kBusy = 21,    // another program has the port
   kNoPermission = 22,  // the port may not be opened
   kGaveUp = 30,        // the terminal did not answer or too many records failed; the upload was refused
   kRefused = 34,       // the terminal refused or aborted the download

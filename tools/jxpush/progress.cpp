@@ -51,6 +51,7 @@ class TtyReporter : public ProgressReporter {
 
  protected:
   void showWaiting(const std::string& text) override { draw("Waiting for " + text + " ..."); }
+  void showInstalling() override { draw("Installing ..."); }
   void show(const Progress& progress) override {
     const bool whole = progress.fileBytes == progress.file->size();
     if (!whole && now() - last_ < kTtyPeriod) return;
@@ -101,6 +102,7 @@ class PlainReporter : public LineReporter {
 
  protected:
   void showWaiting(const std::string& text) override { print("Waiting for " + text + " ..."); }
+  void showInstalling() override { print("Installing ..."); }
   std::string text(const Progress& progress) override { return lineOf(progress); }
 };
 
@@ -110,6 +112,7 @@ class JsonReporter : public LineReporter {
 
  protected:
   void showWaiting(const std::string& text) override { print(dump({{"event", "waiting"}, {"for", text}})); }
+  void showInstalling() override { print(dump({{"event", "installing"}})); }
   std::string text(const Progress& progress) override {
     nlohmann::json object = {{"event", "progress"},
                              {"file", progress.file->name()},

@@ -38,9 +38,11 @@ class ProgressReporter : public Observer {
   void fileBegins(const InputFile& file) final;
   void acknowledged(std::uint64_t bytes) final;
   void sentAgain(std::uint64_t records) final;
+  void installing() override { showInstalling(); }
 
  protected:
   virtual void showWaiting(const std::string& /*text*/) {}
+  virtual void showInstalling() {}
   virtual void show(const Progress& /*progress*/) {}
 
  private:

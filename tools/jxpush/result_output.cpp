@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
+#include "tools/jxpush/install_log.h"
+
 namespace jxpush {
 
 namespace {
@@ -12,18 +14,27 @@ void printJson(const nlohmann::json& object) {
   std::fflush(stdout);
 }
 
+void addLog(nlohmann::json& object, const std::vector<LogLine>& log) {
+  object["log"] = nlohmann::json::array();
+  for (const LogLine& line : log) object["log"].push_back({{"kind", kindWord(line.kind)}, {"text", line.text}});
+  object["errors"] = countOf(log, LogLine::Kind::Error);
+  object["warnings"] = countOf(log, LogLine::Kind::Warning);
+}
+
 nlohmann::json toJson(const Result& result) {
-  nlohmann::json object = {
-      {"event", "result"},
-      {"status", result.dryRun && result.code == ExitCode::kSent ? "checked" : statusWord(result.code)},
-      {"code", static_cast<int>(result.code)},
-      {"files", result.files},
-      {"bytes", result.bytes}};
+  nlohmann::json object = {{"event", "result"},
+                           {"status", result.dryRun && result.code == ExitCode::kSent ? "checked" : result.status},
+                           {"code", static_cast<int>(result.code)},
+                           {"files", result.files},
+                           {"bytes", result.bytes}};
   if (!result.message.empty()) object["message"] = result.message;
+  if (!result.outcome.log.empty()) addLog(object, result.outcome.log);
   if (result.code != ExitCode::kSent || result.dryRun) return object;
   object["seconds"] = result.seconds;
-  object["records"] = result.outcome.records;
-  object["sent_again"] = result.outcome.sentAgain;
+  if (result.outcome.records > 0) {
+    object["records"] = result.outcome.records;
+    object["sent_again"] = result.outcome.sentAgain;
+  }
   if (!result.outcome.answer.empty()) object["answer"] = result.outcome.answer;
   return object;
 }
@@ -46,14 +57,18 @@ void printFile(const InputFile& file, bool json) {
 }
 
 void printResult(const Result& result, bool json) {
+  if (!json) printLog(result.outcome.log, stdout);
   if (result.code != ExitCode::kSent) std::fprintf(stderr, "jxpush: %s\n", result.message.c_str());
   if (json) return printJson(toJson(result));
   if (result.code != ExitCode::kSent) return;
   std::printf("%s %zu file%s, %llu bytes", result.dryRun ? "Would send" : "Sent", result.files, plural(result.files),
               static_cast<unsigned long long>(result.bytes));
   if (!result.dryRun) {
-    std::printf(" in %.1f s, %llu record%s sent again", result.seconds,
-                static_cast<unsigned long long>(result.outcome.sentAgain), plural(result.outcome.sentAgain));
+    std::printf(" in %.1f s", result.seconds);
+  }
+  if (!result.dryRun && result.outcome.records > 0) {
+    std::printf(", %llu record%s sent again", static_cast<unsigned long long>(result.outcome.sentAgain),
+                plural(result.outcome.sentAgain));
   }
   std::printf("\n%s", result.outcome.answer.c_str());
   std::fflush(stdout);

@@ -13,12 +13,18 @@ namespace jxpush {
 // How the program ended.
 struct Result {
   ExitCode code = ExitCode::kSent;
+  const char* status = statusWord(ExitCode::kSent);
   std::string message;
   bool dryRun = false;
   std::size_t files = 0;
   std::uint64_t bytes = 0;
   double seconds = 0;
   Outcome outcome;
+
+  void setCode(ExitCode newCode) {
+    code = newCode;
+    status = statusWord(newCode);
+  }
 };
 
 // "NAME: 12345 bytes, sha256 …" as text, or {"event":"file",…}.

@@ -35,7 +35,7 @@ class Observer {
 struct Outcome {
   std::uint64_t records = 0;  // in the target's own unit, those sent again among them; 0: it has none
   std::uint64_t sentAgain = 0;
-  std::string answer;  // what the target said of it, as text; may be empty
+  std::string answer;        // what the target said of it, as text; may be empty
   std::vector<LogLine> log;  // the installer's log, where the target tells it
 };
 

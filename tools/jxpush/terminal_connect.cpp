@@ -63,8 +63,8 @@ std::unique_ptr<zoripc::TCP> connectTo(const HttpAddress& address, int waitSecon
     throw Problem(ExitCode::kInterrupted, "interrupted before the terminal was reached");
   }
   if (attempt->error == 0) return std::move(attempt->stream);
-  throw Problem(ExitCode::kNoPort, address.text() + ": unreachable: " + reasonOf(attempt->error, std::max(1, waitSeconds)),
-                "unreachable");
+  throw Problem(ExitCode::kNoPort,
+                address.text() + ": unreachable: " + reasonOf(attempt->error, std::max(1, waitSeconds)), "unreachable");
 }
 
 }  // namespace jxpush

@@ -18,6 +18,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 constexpr std::size_t kGathered = 65536;
+constexpr int kArrivalPeriodMs = 100;
 
 // A terminal that is switched off while it installs sends nothing that would tell.
 void watchForDeath(int fd) {
@@ -115,8 +116,8 @@ bool TerminalStream::flush() {
   while (sent < gathered_.size() && !state_.answering) {
     if (!waitForRoom()) return false;
     if (state_.answering) break;
-    const ssize_t count = send(connection_->getFD(), gathered_.data() + sent, gathered_.size() - sent,
-                               MSG_DONTWAIT | MSG_NOSIGNAL);
+    const ssize_t count =
+        send(connection_->getFD(), gathered_.data() + sent, gathered_.size() - sent, MSG_DONTWAIT | MSG_NOSIGNAL);
     if (count >= 0) {
       sent += static_cast<std::size_t>(count);
     } else if (errno == EPIPE || errno == ECONNRESET) {
@@ -131,9 +132,23 @@ bool TerminalStream::flush() {
   return true;
 }
 
-bool TerminalStream::waitForAnswer(int timeoutMs) {
-  short happened = 0;
-  return inputBegin_ < inputEnd_ || !waitFor(POLLIN, timeoutMs, happened) || happened != 0;
+bool TerminalStream::waitUntilArrived(const std::function<void()>& onProgress) {
+  std::uint64_t left = unacknowledged();
+  auto end = deadlineOf(silenceMs_);
+  while (left > 0) {
+    short happened = 0;
+    if (!waitFor(POLLIN, kArrivalPeriodMs, happened)) return false;
+    if (happened != 0) return true;
+    const std::uint64_t now = unacknowledged();
+    if (now < left) {
+      end = deadlineOf(silenceMs_);
+      onProgress();
+    } else if (Clock::now() >= end) {
+      return ends(StreamState::End::Silent);
+    }
+    left = now;
+  }
+  return true;
 }
 
 bool TerminalStream::receive(int timeoutMs) {

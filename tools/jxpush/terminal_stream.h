@@ -9,6 +9,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -43,8 +44,9 @@ class TerminalStream : public zoripc::IPC {
   std::uint64_t unacknowledged() const;
   // Sends what was gathered. Returns what write() does.
   bool flush();
-  // Waits at most `timeoutMs` for an answer or its end. False when neither came.
-  bool waitForAnswer(int timeoutMs);
+  // Waits until the terminal's system has all that was sent, or an answer has come. Calls `onProgress` as it gets more.
+  // False when the stream has ended.
+  bool waitUntilArrived(const std::function<void()>& onProgress);
 
   int getFD() const override { return connection_->getFD(); }
   bool readExact(void* data, std::size_t size, int timeoutMs, int gapTimeoutMs = -1) override;
