@@ -6,7 +6,7 @@
 
 namespace {
 
-thread_local bool countReads = false;
+thread_local bool receives = false;
 
 }  // namespace
 
@@ -31,7 +31,7 @@ ssize_t __wrap_read(int fd, void* buffer, size_t size) {
   Calls& calls = Calls::instance();
   if (calls.onRead) return calls.onRead(fd, buffer, size);
   const ssize_t got = __real_read(fd, buffer, size);
-  if (countReads && got > 0) calls.bytesRead += static_cast<size_t>(got);
+  if (receives && got > 0) calls.bytesRead += static_cast<size_t>(got);
   return got;
 }
 
@@ -63,7 +63,7 @@ int __wrap_tcflush(int fd, int queue) {
   Calls& calls = Calls::instance();
   if (calls.recordSettings) calls.settingCalls.push_back(queue == TCIOFLUSH ? "flush both" : "flush");
   const int result = __real_tcflush(fd, queue);
-  ++calls.flushes;
+  if (receives) ++calls.flushes;
   return result;
 }
 }
@@ -73,7 +73,7 @@ Calls& Calls::instance() {
   return calls;
 }
 
-void Calls::countReadsOfThisThread() { countReads = true; }
+void Calls::thisThreadReceives() { receives = true; }
 
 void Calls::reset() {
   onPoll = nullptr;

@@ -23,11 +23,12 @@ struct Calls {
   bool recordSettings = false;
   std::vector<std::string> settingCalls;
   termios settings{};
-  // How often a line was flushed so far; each receive() does it twice, and is ready then.
+  // Of the receiving threads: how often they flushed a line, which each receive() does twice and is ready then; and how
+  // many bytes they have read.
   std::atomic<int> flushes{0};
-  // How many bytes the threads have read that asked to be counted.
   std::atomic<std::size_t> bytesRead{0};
-  static void countReadsOfThisThread();
+  // To be called by a thread before it receives.
+  static void thisThreadReceives();
   // Every wait is this many times shorter than it was asked for.
   std::atomic<int> timeDivisor{1};
 };

@@ -76,7 +76,7 @@ Download::Download(const std::string& refuse, const std::string& path) : receive
   const std::string device = path.empty() ? line.path() : path;
   const auto begin = [this, device] {
     thread_ = std::thread([this, device] {
-      Calls::countReadsOfThisThread();
+      Calls::thisThreadReceives();
       try {
         result_ = receiver.receive(device.c_str());
       } catch (const std::exception&) {

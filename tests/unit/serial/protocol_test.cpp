@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/unit/serial/calls.h"
+
 namespace {
 
 using Lines = std::vector<std::string>;
@@ -248,7 +250,12 @@ TEST(Protocol, SecondDownload_BeginsAnew) {
   EXPECT_EQ(-2, first.result());
   // The abort and the failed records of the first are forgotten.
   std::thread second;
-  untilReady([&] { second = std::thread([&] { EXPECT_EQ(-3, first.receiver.receive(first.line.path().c_str())); }); });
+  untilReady([&] {
+    second = std::thread([&] {
+      Calls::thisThreadReceives();
+      EXPECT_EQ(-3, first.receiver.receive(first.line.path().c_str()));
+    });
+  });
   EXPECT_EQ("\x15\x15\x04", first.exchange("\x02X\x02X\x02X", 3));
   second.join();
 }

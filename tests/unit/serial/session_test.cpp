@@ -62,7 +62,10 @@ class Session : public testing::Test {
   static FakeInstaller& installer() { return FakeInstaller::instance(); }
 
   void begin(int port) {
-    thread_ = std::thread([this, port] { result_ = download_ddl(port); });
+    thread_ = std::thread([this, port] {
+      Calls::thisThreadReceives();
+      result_ = download_ddl(port);
+    });
   }
 
   void beginAndConnect(int port = 3) {

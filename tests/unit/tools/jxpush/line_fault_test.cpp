@@ -1,6 +1,8 @@
 // Sender and receiver over a faulty line: the file arrives unchanged, or the sender says that it did not.
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <functional>
 #include <mutex>
 #include <thread>
 
@@ -68,19 +70,30 @@ struct End {
   Outcome outcome;
 };
 
+// A thread that runs `receive`, which has opened its device and flushed it.
+std::thread startTerminal(const std::function<void()>& receive) {
+  static std::mutex oneAtATime;
+  const std::lock_guard<std::mutex> lock(oneAtATime);
+  const int before = Calls::instance().flushes;
+  std::thread terminal([receive] {
+    Calls::thisThreadReceives();
+    receive();
+  });
+  while (Calls::instance().flushes < before + 2) std::this_thread::yield();
+  return terminal;
+}
+
 // One sending of `files` over a line with `settings`; the operator aborts a terminal that the sender has left.
 End sendOver(const LineSimulator::Settings& settings, const std::vector<InputFile>& files) {
   End end;
   LineSimulator line(settings);
   Store store;
   Tessolan receiver(&store);
-  const int before = Calls::instance().flushes;
-  std::thread terminal([&] { end.receiver = receiver.receive(line.terminalPath().c_str()); });
-  while (Calls::instance().flushes < before + 2) std::this_thread::yield();
+  std::thread terminal = startTerminal([&] { end.receiver = receiver.receive(line.terminalPath().c_str()); });
   RecordingObserver observer;
   try {
     SerialPort port(line.hostPath(), -1);
-    end.outcome = SerialSender(port, observer, scaledTimes()).send(files, 20);
+    end.outcome = SerialSender(port, observer, scaledTimes()).send(files, 3);
   } catch (const Problem& problem) {
     end.sender = problem.code();
   }
@@ -132,18 +145,27 @@ TEST_P(OneFault, AtEveryByteOfBothDirections_SendsTheFileOrSaysSo) {
   files.add("a", content);
   const FaultCase& what = GetParam();
   for (const bool toTerminal : {true, false}) {
-    int whole = 0;
-    std::size_t at = 0;
-    for (;; ++at) {
-      LineSimulator::Settings settings;
-      (toTerminal ? settings.toTerminal : settings.toHost).script = {{at, what.fault, what.value}};
-      const End end = sendOver(settings, files.files());
-      if (end.faults == 0) break;
-      if (end.sender == ExitCode::kSent) ++whole;
-      expectWholeOrACode(end, content, std::string(toTerminal ? "to terminal " : "to host ") + std::to_string(at));
+    std::atomic<std::size_t> next{0};
+    std::atomic<std::size_t> whole{0};
+    std::atomic<bool> beyondTheEnd{false};
+    // A sending mostly waits, so that several run at a time.
+    std::vector<std::thread> workers;
+    for (int i = 0; i < 6; ++i) {
+      workers.emplace_back([&] {
+        while (!beyondTheEnd) {
+          const std::size_t at = next++;
+          LineSimulator::Settings settings;
+          (toTerminal ? settings.toTerminal : settings.toHost).script = {{at, what.fault, what.value}};
+          const End end = sendOver(settings, files.files());
+          if (end.faults == 0) beyondTheEnd = true;
+          if (end.sender == ExitCode::kSent) ++whole;
+          expectWholeOrACode(end, content, std::string(toTerminal ? "to terminal " : "to host ") + std::to_string(at));
+        }
+      });
     }
-    EXPECT_LT(60U, at);
-    EXPECT_LT(static_cast<int>(at) / 2, whole);
+    for (std::thread& worker : workers) worker.join();
+    EXPECT_LT(60U, next);
+    EXPECT_LT(next / 2, whole);
   }
 }
 
