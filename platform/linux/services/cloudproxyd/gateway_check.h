@@ -1,0 +1,51 @@
+// Whether the cloud's gateway can be reached: an HTTPS request that counts as little as it can.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace cloudproxyd {
+
+struct Gateway {
+  std::string host;  // a name or a numeric address, IPv6 without brackets
+  int port = 443;
+  std::string caFile;  // trusted authorities, PEM; empty: those of the system
+};
+
+struct GatewayAnswer {
+  bool answered = false;  // an HTTP answer has come
+  int code = 0;           // its status, or the transport's error number
+  std::string reason;     // the text of either; may be empty
+};
+
+// Makes checks, each on threads of its own. Any thread may call; what it calls back runs on a thread of the check and
+// must not throw.
+class GatewayChecker {
+ public:
+  // A check that has no answer after this has failed, whatever it was doing. The requester waits 10 seconds.
+  static constexpr int kTimeoutMs = 8000;
+  // More at once are refused.
+  static constexpr int kMaxChecks = 4;
+
+  using Done = std::function<void(const GatewayAnswer& answer)>;
+
+  explicit GatewayChecker(Gateway gateway, int timeoutMs = kTimeoutMs);
+  GatewayChecker(const GatewayChecker&) = delete;
+  GatewayChecker& operator=(const GatewayChecker&) = delete;
+  ~GatewayChecker();
+
+  // Begins a check and returns; `done` is called once when it has ended, within the time-out. False when no more can
+  // begin; then it is not called.
+  bool start(Done done);
+
+  // Breaks off what is under way, lets nothing more begin, and waits at most `timeoutMs` for it to end. False when a
+  // thread still runs: looking a name up cannot be broken off.
+  bool finish(int timeoutMs);
+
+ private:
+  struct Checks;
+  std::shared_ptr<Checks> checks_;
+};
+
+}  // namespace cloudproxyd

@@ -1,0 +1,92 @@
+// The cloud proxy of a Linux terminal: owns the id "1" and answers the requests that are notified to it.
+#include <pthread.h>
+#include <zoripc.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <string>
+#include <utility>
+
+#include "platform/linux/services/cloudproxyd/gateway_check.h"
+#include "platform/linux/services/cloudproxyd/options.h"
+#include "platform/linux/services/cloudproxyd/service.h"
+#include "platform/linux/services/cloudproxyd/state_file.h"
+#include "platform/linux/support/root.h"
+
+namespace {
+
+using namespace cloudproxyd;  // NOLINT(google-build-using-namespace): this is its program
+
+constexpr int kEndMs = 2000;
+
+// On the library's thread.
+void onRequest(void* data, const std::string& sender, const std::string& /*receiver*/, const std::string& /*name*/,
+               const zoripc::JSObject& message, unsigned /*flags*/) {
+  try {
+    static_cast<Service*>(data)->take(message, [sender](const zoripc::JSObject& response) {
+      static_cast<void>(zoripc::ipcNotify(sender.c_str(), "CloudProxyConfResponse", response, 0, ""));
+    });
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "cloudproxyd: a request has been lost: %s\n", error.what());
+  }
+}
+
+// What was kept, or where that is not possible any more, the beginning.
+Settings readSettings(const std::string& path, const Environments& environments) {
+  Settings settings = initialSettings(environments);
+  const Settings initial = settings;
+  std::string problem = loadSettings(path, settings);
+  if (problem.empty()) problem = problemWith(settings, environments);
+  if (problem.empty()) return settings;
+  std::fprintf(stderr, "cloudproxyd: %s: %s; starting with environment %s\n", path.c_str(), problem.c_str(),
+               initial.environment.c_str());
+  Settings usable = initial;
+  usable.logLevel = settings.logLevel;
+  return usable;
+}
+
+sigset_t blockEnds() {
+  sigset_t ends;
+  sigemptyset(&ends);
+  sigaddset(&ends, SIGTERM);
+  sigaddset(&ends, SIGINT);
+  pthread_sigmask(SIG_BLOCK, &ends, nullptr);
+  std::signal(SIGPIPE, SIG_IGN);  // a reader or a gateway that has gone must not end the service
+  return ends;
+}
+
+int run(Options options) {
+  std::setvbuf(stdout, nullptr, _IOLBF, 0);  // whoever reads sees each line as it is printed
+  const sigset_t ends = blockEnds();
+  const std::string path = options.stateFile.empty() ? jxplatform::root() + "/cloudproxy.json" : options.stateFile;
+  const Settings settings = readSettings(path, options.service.environments);
+  // Neither is ever destroyed: the library's thread may be in them while the process ends.
+  auto* const checker = new GatewayChecker(options.gateway);
+  auto* const service = new Service(
+      std::move(options.service), settings,
+      [checker](GatewayChecker::Done done) { return checker->start(std::move(done)); },
+      [path](const Settings& changed) { return saveSettings(path, changed); },
+      [](const std::string& line) { std::puts(line.c_str()); });
+  if (zoripc::ipcRegisterNotificationCB("CloudProxyConf", onRequest, service, 0, "") != 0) return 1;
+  zoripc::ipcSetAppID("1");
+  int signal = 0;
+  const int status = sigwait(&ends, &signal) == 0 ? 0 : 1;
+  // A thread that cannot be broken off must not meet what the process destroys at its end.
+  if (!checker->finish(kEndMs)) std::_Exit(status);
+  return status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    Options options;
+    if (const auto status = parseOptions(argc, argv, options)) return *status;
+    return run(std::move(options));
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "cloudproxyd: %s\n", error.what());
+    return 1;
+  }
+}

@@ -1,0 +1,110 @@
+#include "platform/linux/services/cloudproxyd/options.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <map>
+#include <vector>
+
+namespace cloudproxyd {
+
+namespace {
+
+constexpr int kUsageError = 2;
+constexpr std::size_t kMaxNameBytes = 64;
+constexpr int kMaxPort = 65535;
+
+bool isName(const std::string& text) {
+  const auto isPrintable = [](char c) { return c >= 0x20 && c <= 0x7E; };
+  return !text.empty() && text.size() <= kMaxNameBytes && std::all_of(text.begin(), text.end(), isPrintable);
+}
+
+bool parsePort(const std::string& text, int& port) {
+  const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
+  if (text.empty() || text.size() > 5 || !std::all_of(text.begin(), text.end(), isDigit)) return false;
+  port = std::stoi(text);
+  return port >= 1 && port <= kMaxPort;
+}
+
+void require(bool condition, const std::string& problem) {
+  if (!condition) throw CLI::ValidationError(problem);
+}
+
+void addEnvironments(const std::vector<std::string>& texts, Options& options) {
+  for (const std::string& text : texts) {
+    Environment environment;
+    require(parseEnvironment(text, environment), "--env " + text + " is not NAME or NAME:CERT,CERT...");
+    require(findEnvironment(options.service.environments, environment.name) == nullptr,
+            "--env " + environment.name + " is there twice");
+    options.service.environments.push_back(environment);
+  }
+  if (texts.empty()) options.service.environments = usualEnvironments(options.service.deviceType);
+}
+
+void addService(CLI::App& app, ServiceOptions& service) {
+  const std::map<std::string, ListFormat> formats{
+      {"new", ListFormat::kNew}, {"old", ListFormat::kOld}, {"both", ListFormat::kBoth}};
+  app.add_option("--list-format", service.listFormat, "The form of the list of environments: new, old or both (new)")
+      ->transform(CLI::CheckedTransformer(formats).description(""))
+      ->option_text("FORM");
+  app.add_flag_callback(
+      "--no-info", [&service] { service.answersInfo = false; },
+      "Does not know the command info, as older proxies do not");
+  app.add_option("--device-type", service.deviceType, "The device's type; prod is a production device (prod)")
+      ->option_text("TYPE");
+}
+
+}  // namespace
+
+bool parseEnvironment(const std::string& text, Environment& environment) {
+  const std::size_t colon = text.find(':');
+  environment = {text.substr(0, colon), {}};
+  if (!isName(environment.name)) return false;
+  if (colon == std::string::npos || colon + 1 == text.size()) return true;
+  for (std::size_t start = colon + 1; start <= text.size();) {
+    const std::size_t end = std::min(text.find(',', start), text.size());
+    environment.certificates.push_back(text.substr(start, end - start));
+    if (!isName(environment.certificates.back())) return false;
+    start = end + 1;
+  }
+  return true;
+}
+
+bool parseGateway(const std::string& text, Gateway& gateway) {
+  const bool isBracketed = text.rfind('[', 0) == 0;
+  const std::size_t end = isBracketed ? text.find(']') : text.find(':');
+  gateway.host = text.substr(isBracketed ? 1 : 0, isBracketed ? end - 1 : end);
+  const std::string rest = end == std::string::npos ? "" : text.substr(isBracketed ? end + 1 : end);
+  const bool isHost = !gateway.host.empty() && gateway.host.find_first_of(" /@[]") == std::string::npos;
+  if (!isHost || (isBracketed && end == std::string::npos)) return false;
+  return rest.empty() || (rest[0] == ':' && parsePort(rest.substr(1), gateway.port));
+}
+
+std::optional<int> parseOptions(int argc, const char* const* argv, Options& options) {
+  CLI::App app("The cloud proxy of a Linux terminal: takes the requests for the application id 1.", "cloudproxyd");
+  app.set_version_flag("--version", "cloudproxyd " JX_VERSION);
+  std::string gateway = "gateway.example";
+  std::vector<std::string> environments;
+  addService(app, options.service);
+  app.add_option("--env", environments, "An environment and its certificates, NAME[:CERT,CERT...]; repeatable")
+      ->option_text("NAME[:CERT,CERT]...")
+      ->allow_extra_args(false);
+  app.add_option("--gateway", gateway, "The cloud's gateway, HOST[:PORT] (gateway.example:443)")
+      ->option_text("HOST[:PORT]");
+  app.add_option("--ca-file", options.gateway.caFile, "Authorities to trust, PEM, in place of the system's")
+      ->check(CLI::ExistingFile.description(""))
+      ->option_text("FILE");
+  app.add_option("--state", options.stateFile, "Keeps the settings here ($JXPLATFORM_ROOT/cloudproxy.json)")
+      ->option_text("FILE");
+  try {
+    app.parse(argc, argv);
+    require(isName(options.service.deviceType), "--device-type is not a name");
+    require(parseGateway(gateway, options.gateway), "--gateway " + gateway + " is not HOST or HOST:PORT");
+    addEnvironments(environments, options);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? 0 : kUsageError;
+  }
+  options.service.host = options.gateway.host;
+  return std::nullopt;
+}
+
+}  // namespace cloudproxyd

@@ -1,0 +1,28 @@
+// The command line of cloudproxyd.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "platform/linux/services/cloudproxyd/gateway_check.h"
+#include "platform/linux/services/cloudproxyd/service.h"
+
+namespace cloudproxyd {
+
+struct Options {
+  ServiceOptions service;
+  Gateway gateway;
+  std::string stateFile;  // empty: cloudproxy.json in the platform's root
+};
+
+// Fills `options` from the command line. Returns the exit status when the process is to end now, after --help,
+// --version (0) or a wrong command line (2), having printed what there is to say.
+std::optional<int> parseOptions(int argc, const char* const* argv, Options& options);
+
+// "NAME" or "NAME:CERT,CERT"; false when it is neither.
+bool parseEnvironment(const std::string& text, Environment& environment);
+
+// "HOST", "HOST:PORT", "[IPV6]" or "[IPV6]:PORT"; false when it is none of these.
+bool parseGateway(const std::string& text, Gateway& gateway);
+
+}  // namespace cloudproxyd

@@ -1,0 +1,102 @@
+#include "platform/linux/services/cloudproxyd/state_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <zoripc.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+namespace cloudproxyd {
+
+namespace {
+
+using zoripc::JSObject;
+
+// Far above what is ever written; a wrong file must not fill the memory.
+constexpr std::size_t kMaxBytes = 65536;
+
+struct CloseFile {
+  void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using File = std::unique_ptr<std::FILE, CloseFile>;
+
+std::string errorText() { return std::strerror(errno); }
+
+// True when `object` lacks the member or has it as an integer from 0 to `most`.
+bool takeInteger(const JSObject& object, const char* name, int most, int& value) {
+  if (!object.has(name)) return true;
+  const JSObject& member = object[name];
+  if (!member.isInt() || member.getInt() < 0 || member.getInt() > most) return false;
+  value = member.getInt();
+  return true;
+}
+
+bool takeSettings(const JSObject& object, Settings& settings) {
+  constexpr int kMaxLevel = 0x7FFFFFFF;
+  int authEx = settings.authEx ? 1 : 0;
+  if (!object.isObject() || !takeInteger(object, "loglevel", kMaxLevel, settings.logLevel) ||
+      !takeInteger(object, "auth_ex", 1, authEx)) {
+    return false;
+  }
+  settings.authEx = authEx != 0;
+  if (!object.has("cloud_env")) return true;
+  settings.environment = object["cloud_env"].getString();
+  return object["cloud_env"].isString();
+}
+
+bool syncDirectoryOf(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+  const int fd = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd < 0) return false;
+  const bool synced = fsync(fd) == 0;
+  close(fd);
+  return synced;
+}
+
+// False with errno set.
+bool writeWhole(const std::string& path, const std::string& text) {
+  constexpr mode_t kMode = 0644;
+  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, kMode);
+  const File file(fd < 0 ? nullptr : fdopen(fd, "w"));
+  return file && std::fwrite(text.data(), 1, text.size(), file.get()) == text.size() && std::fflush(file.get()) == 0 &&
+         fsync(fd) == 0;
+}
+
+}  // namespace
+
+std::string loadSettings(const std::string& path, Settings& settings) {
+  const File file(std::fopen(path.c_str(), "rbe"));
+  if (!file) return errno == ENOENT ? "" : errorText();
+  std::string text(kMaxBytes + 1, '\0');
+  text.resize(std::fread(text.data(), 1, text.size(), file.get()));
+  if (std::ferror(file.get()) != 0) return errorText();
+  JSObject object;
+  Settings read = settings;
+  if (text.size() > kMaxBytes || !JSObject::parse(text, object) || !takeSettings(object, read)) {
+    return "its content is not that of a settings file";
+  }
+  settings = read;
+  return "";
+}
+
+std::string saveSettings(const std::string& path, const Settings& settings) {
+  JSObject object = JSObject::object();
+  object["loglevel"] = settings.logLevel;
+  object["cloud_env"] = settings.environment;
+  object["auth_ex"] = settings.authEx ? 1 : 0;
+  const std::string fresh = path + ".new";
+  if (writeWhole(fresh, object.dump() + "\n") && std::rename(fresh.c_str(), path.c_str()) == 0 &&
+      syncDirectoryOf(path)) {
+    return "";
+  }
+  const std::string reason = errorText();
+  unlink(fresh.c_str());
+  return reason;
+}
+
+}  // namespace cloudproxyd
