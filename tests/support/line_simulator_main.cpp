@@ -1,4 +1,5 @@
-// A faulty serial line as a program: prints the two device paths, runs until its standard input ends.
+// A faulty serial line as a program: prints the two device paths, runs until its standard input ends. A line on
+// standard input gives the host's end free after its user was killed; it is answered by one.
 #include <unistd.h>
 
 #include <cstdint>
@@ -39,6 +40,10 @@ int run(const LineSimulator::Settings& settings) {
   std::fflush(stdout);
   char byte = 0;
   while (read(STDIN_FILENO, &byte, 1) > 0) {
+    if (byte != '\n') continue;
+    line.hostEnd().release();
+    std::puts("free");
+    std::fflush(stdout);
   }
   std::printf("{\"faults\":%zu}\n", line.faults());
   return 0;

@@ -82,6 +82,8 @@ int PtyPair::unread() const {
   return ioctl(device_, FIONREAD, &count) == 0 ? count : 0;
 }
 
+void PtyPair::release() const { ioctl(device_, TIOCNXCL); }
+
 void PtyPair::hangUp() {
   if (master_ >= 0) ::close(master_);
   master_ = -1;

@@ -28,6 +28,10 @@ class PtyPair {
   // The bytes that wait for the device's reader.
   int unread() const;
 
+  // Ends the exclusive use that a killed program has left behind. Closing the device for the last time does so, but
+  // this object keeps it open.
+  void release() const;
+
   // Ends the line as a pulled plug does: readers of the device see a hang-up.
   void hangUp();
 

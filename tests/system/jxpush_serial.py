@@ -142,6 +142,7 @@ class JxpushTest(SerialCase):
         process.stderr.readline()
         process.kill()
         process.communicate()
+        line.give_free()
         self.to(line.host, "--wait", "0", self.file, code=30)
 
     # --- output ---
