@@ -25,10 +25,12 @@ bool HttpExchange::begin(HttpMethod method, const std::string& path, int length,
 
 AnswerHead HttpExchange::readHead() {
   AnswerHead head;
+  HttpMethod kind = HttpMethod::Unknown;
+  std::string path;
   bool keepOpen = false;
-  const int status = readResponse(keepOpen);
-  // The engine reports a message it cannot read as a 400 too; such a one has no version.
-  if (state_.end != StreamState::End::None || headers.count("http-version") == 0) return head;
+  const int status = readHeader(kind, path, keepOpen);
+  // A message that cannot be read is reported as a 400 too.
+  if (state_.end != StreamState::End::None || kind != HttpMethod::Response) return head;
   head.status = status;
   head.contentType = headers["content-type"];
   return head;

@@ -17,9 +17,6 @@ constexpr std::size_t kPieceSize = 65536;
 constexpr std::size_t kLargestPage = std::size_t{16} << 20U;
 constexpr int kOk = 200;
 
-// What stays of an announced length in the engine's int.
-int announcedLength(std::uint64_t size) { return size <= INT32_MAX ? static_cast<int>(size) : -1; }
-
 class Upload {
  public:
   Upload(const HttpConnection& connection, const std::vector<InputFile>& files, Observer& observer)
@@ -43,7 +40,7 @@ class Upload {
  private:
   // Returns early when the terminal has begun to answer.
   void sendAll() {
-    if (!exchange_.begin(zorhtml::HttpMethod::Post, "/upload", announcedLength(body_.size()), body_.contentType())) {
+    if (!exchange_.begin(zorhtml::HttpMethod::Post, "/upload", body_.announcedLength(), body_.contentType())) {
       failLost();
     }
     writeText(body_.head(0));

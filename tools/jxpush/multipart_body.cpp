@@ -54,4 +54,9 @@ std::uint64_t MultipartBody::size() const {
   return total;
 }
 
+int MultipartBody::announcedLength() const {
+  const std::uint64_t total = size();
+  return total <= INT32_MAX ? static_cast<int>(total) : -1;
+}
+
 }  // namespace jxpush

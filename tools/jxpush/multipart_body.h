@@ -26,6 +26,8 @@ class MultipartBody {
   std::string tail(std::size_t index) const;
   // Of the whole body, in bytes.
   std::uint64_t size() const;
+  // The body's length as a request announces it; -1, for a body in chunks, beyond what an int holds.
+  int announcedLength() const;
 
  private:
   const std::vector<InputFile>& files_;

@@ -1,0 +1,642 @@
+"""jxpush over HTTP: against the real upload server, in every way that it can end, and against servers that are something
+else."""
+
+import fcntl
+import functools
+import hashlib
+import http.server
+import json
+import os
+import pathlib
+import re
+import signal
+import socket
+import subprocess
+import threading
+import unittest
+
+import jxtest
+from jxhttp import FAILED_PAGE, FORM_PAGE, RESULT_HEAD, RESULT_TAIL, package
+from jxtest import BIN, BUILD, HTTP_PORT, wait_until
+
+JXPUSH = BIN / "jxpush"
+SANITIZED = re.search(r"^JX_SANITIZE:\w+=.", (BUILD / "CMakeCache.txt").read_text(), re.M) is not None
+LARGE = 64 * 1024 * 1024  # more than the system buffers on the way
+PAGE_200 = b"HTTP/1.1 200 OK\r\nContent-Type: text/html\r\nContent-Length: %d\r\n\r\n"
+
+
+def answer(page):
+    return PAGE_200 % len(page) + page
+
+
+def stored(log=b""):
+    return answer(RESULT_HEAD + b"Upload successful<br>\n" + log + RESULT_TAIL)
+
+
+class HttpPushCase(jxtest.Case):
+    def file(self, name, content):
+        path = self.root / name
+        path.write_bytes(content)
+        return path
+
+    def sparse(self, name, size):
+        path = self.root / name
+        with path.open("wb") as stream:
+            stream.truncate(size)
+        return path
+
+    def push(self, *args, to=f"http://127.0.0.1:{HTTP_PORT}", **kwargs):
+        """Starts jxpush; ended by the test."""
+        process = subprocess.Popen([str(JXPUSH), "--to", to, "--json", *map(str, args)], text=True, env=self.env,
+                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE, **kwargs)
+        self.addCleanup(self.reap, process)
+        return process
+
+    @staticmethod
+    def reap(process):
+        if process.poll() is None:
+            process.kill()
+        process.communicate()
+
+    def result(self, process, code, status):
+        """Waits for jxpush; its result, and what it wrote on standard error from now on."""
+        output, errors = process.communicate(timeout=240)
+        self.assertEqual(process.returncode, code, output + errors)
+        result = json.loads(output.splitlines()[-1])
+        self.assertEqual((result["event"], result["code"], result["status"]), ("result", code, status))
+        if code != 0:
+            self.assertIn(f"jxpush: {result['message']}\n", errors)
+        return result
+
+    def pushed(self, *args, code=0, status="sent", **kwargs):
+        return self.result(self.push(*args, **kwargs), code, status)
+
+    def wait_line(self, process, text):
+        """Reads standard error up to a line with the text."""
+        for line in process.stderr:
+            if text in line:
+                return line
+        self.fail(f"ended without {text!r}")
+
+    def texts(self, result):
+        return [line["text"] for line in result["log"]]
+
+
+class TerminalTest(HttpPushCase):
+    def setUp(self):
+        super().setUp()
+        self.server = self.start_http_server()
+        self.package = self.file("hello.zip", package())
+
+    def assert_alive(self):
+        self.assertIsNone(self.server.poll())
+        self.pushed(self.file("alive.zip", package("alive")))
+
+    # --- what is sent arrives ---
+
+    def test_one_file(self):
+        result = self.pushed(self.package)
+        digest = hashlib.sha256(self.package.read_bytes()).hexdigest()
+        self.assertEqual(result["log"], [
+            {"kind": "text", "text": f"Package upload-0.zip: {self.package.stat().st_size} bytes, sha256 {digest}"},
+            {"kind": "warning", "text": "Warning: hello 1.0.0 is not signed"},
+            {"kind": "text", "text": "Installed hello 1.0.0"},
+            {"kind": "list", "text": "List of installed applications:"}, {"kind": "list", "text": "  hello 1.0.0"}])
+        self.assertEqual((result["errors"], result["warnings"], result["files"]), (0, 1, 1))
+        self.assertNotIn("records", result)
+
+    def test_output_as_text(self):
+        bad = self.file("bad.zip", b"nonsense")
+        run = subprocess.run([JXPUSH, "--to", "http://localhost/", "--progress", "plain", self.package, bad],
+                             capture_output=True, text=True, timeout=120)
+        self.assertEqual(run.returncode, 40, run.stderr)
+        digest = hashlib.sha256(b"nonsense").hexdigest()
+        self.assertEqual(run.stdout.splitlines()[1:], [
+            f"bad.zip: 8 bytes, sha256 {digest}", "   " + "Package upload-0.zip: " + run.stdout.split(": ", 1)[1].split("\n")[0],
+            " ! Warning: hello 1.0.0 is not signed", "   Installed hello 1.0.0",
+            f"   Package upload-1.zip: 8 bytes, sha256 {digest}", "!! Error: upload-1.zip: is not a zip archive",
+            "   List of installed applications:", "     hello 1.0.0"])
+        lines = run.stderr.splitlines()
+        self.assertEqual((lines[0], lines[-2], lines[-1]), ("Waiting for a connection to http://localhost:6370 ...",
+                         "Installing ...", "jxpush: the terminal's installer reported an error"))
+
+    def test_success_as_text_ends_with_a_sentence(self):
+        run = subprocess.run([JXPUSH, "--to", "http://localhost", "--progress", "none", self.package], capture_output=True,
+                             text=True, timeout=120)
+        self.assertEqual((run.returncode, run.stderr), (0, ""))
+        self.assertRegex(run.stdout.splitlines()[-1], rf"^Sent 1 file, {self.package.stat().st_size} bytes in \d+\.\d s$")
+
+    def test_every_form_of_the_address(self):
+        for address in ("http://127.0.0.1", "http://127.0.0.1:6370/", "http://[::1]", "http://[::1]:6370/",
+                        "http://localhost", "HTTP://LOCALHOST:6370"):
+            with self.subTest(address):
+                self.pushed(self.package, to=address)
+
+    def test_many_files(self):
+        files = [self.file(f"app{i}.zip", package(f"app{i}", "1.0", {"data": os.urandom(i * 999)})) for i in range(40)]
+        result = self.pushed(*files)
+        self.assertEqual(result["errors"], 0)
+        self.assertEqual(sum(text.startswith("Installed app") for text in self.texts(result)), 40)
+        self.assertEqual(len(list((self.root / "apps").iterdir())), 40)
+
+    def test_sizes_around_every_buffer(self):
+        sizes = [1, 4095, 4096, 4097, 16384, 65535, 65536, 65537, 131072, 1000003]
+        files = [self.file(f"f{size}", os.urandom(size)) for size in sizes]
+        result = self.pushed(*files, code=40, status="not-installed")  # none is a package
+        for number, path in enumerate(files):
+            digest = hashlib.sha256(path.read_bytes()).hexdigest()
+            self.assertIn(f"Package upload-{number}.zip: {sizes[number]} bytes, sha256 {digest}", self.texts(result))
+
+    def test_content_that_looks_like_a_form(self):
+        content = b"\r\n--jxpush-\r\n--\r\n\r\n--jxpush-0123--\r\nContent-Disposition: form-data\r\n\r\n" * 1000
+        result = self.pushed(self.file("form", content), code=40, status="not-installed")
+        self.assertIn(f"Package upload-0.zip: {len(content)} bytes, sha256 {hashlib.sha256(content).hexdigest()}",
+                      self.texts(result))
+
+    def test_names_that_mean_something_elsewhere(self):
+        for name in ('a"; name="x.zip', "a\\", "a\r\n\r\nb", "\x01\x7f", "-", "ü;=.zip", "n" * 255):
+            with self.subTest(name):
+                self.pushed("--", self.file(name, package()))
+
+    def test_empty_file(self):
+        result = self.pushed(self.file("empty", b""), code=40, status="not-installed")
+        self.assertEqual(result["errors"], 1)
+        self.assertIn(f"Package upload-0.zip: 0 bytes, sha256 {hashlib.sha256(b'').hexdigest()}", self.texts(result))
+        result = self.pushed(self.root / "empty", self.package, code=40, status="not-installed")
+        self.assertIn("Installed hello 1.0.0", self.texts(result))
+
+    def test_unreadable_files_stop_before_the_terminal(self):
+        for path in (self.root / "absent", self.root):
+            result = self.pushed(self.package, path, code=10, status="input")
+            self.assertTrue(result["message"].startswith(f"{path}: "))
+        self.assertFalse((self.root / "apps").exists())
+
+    def test_dry_run_connects_to_nobody(self):
+        result = self.pushed("--dry-run", self.package, status="checked", to="http://192.0.2.1:1")
+        self.assertEqual((result["files"], result["bytes"]), (1, self.package.stat().st_size))
+
+    def test_progress_as_json(self):
+        process = self.push("--progress", "json", self.package)
+        _, errors = process.communicate(timeout=120)
+        events = [json.loads(line) for line in errors.splitlines()]
+        self.assertEqual([event["event"] for event in events], ["waiting", "progress", "progress", "installing"])
+        self.assertEqual((events[2]["percent"], events[2]["acknowledged"]), (100, self.package.stat().st_size))
+
+    # --- verdicts ---
+
+    def test_terminal_that_can_store_nothing_refuses(self):
+        (self.root / "source").write_text("in the way")
+        result = self.pushed(self.package, code=30, status="refused")
+        self.assertIn("the terminal refused the upload", result["message"])
+
+    def test_file_that_the_terminal_could_not_store_is_noticed(self):
+        # It answers that the upload was successful, as one file was stored.
+        source = self.root / "source"
+        source.mkdir()
+        subprocess.run(["mount", "-t", "tmpfs", "-o", "size=256k", "tmpfs", source], check=True)
+        self.addCleanup(subprocess.run, ["umount", source], check=True)
+        large = self.file("large.zip", package("large", "1", {"data": os.urandom(1_000_000)}))
+        result = self.pushed(self.package, large, code=40, status="not-installed")
+        self.assertEqual(result["message"], f"the terminal's log does not show {large} as it was sent")
+        self.assertIn("Installed hello 1.0.0", self.texts(result))
+
+    # --- endings ---
+
+    def hold_installations(self):
+        """Keeps the installer waiting until the test ends."""
+        fd = os.open(self.root, os.O_RDONLY)
+        fcntl.flock(fd, fcntl.LOCK_EX)
+        self.addCleanup(os.close, fd)
+
+    def test_terminal_killed_while_it_installs(self):
+        self.hold_installations()
+        process = self.push("--progress", "plain", self.package)
+        self.wait_line(process, "Installing ...")
+        wait_until(lambda: (self.root / "source/upload-0.zip").exists(), what="the upload is stored")
+        self.server.kill()
+        result = self.result(process, 41, "unknown")
+        self.assertIn("it had everything", result["message"])
+
+    def test_terminal_that_installs_for_too_long(self):
+        self.hold_installations()
+        result = self.pushed("--timeout", "1", self.package, code=41, status="unknown")
+        self.assertIn("the terminal was silent for 1 s; it had everything", result["message"])
+
+    @staticmethod
+    def bytes_wait():
+        """True when a connection's sender has bytes that its receiver does not take."""
+        rows = pathlib.Path("/proc/net/tcp").read_text().splitlines()[1:]
+        return any(row.split()[4].split(":")[0] != "00000000" for row in rows)
+
+    def begin_upload_that_stays(self, *files, last):
+        """An upload to a terminal that reads nothing, seen to have begun its last file and to be stuck in it."""
+        self.server.send_signal(signal.SIGSTOP)
+        self.addCleanup(self.server.send_signal, signal.SIGCONT)
+        process = self.push("--progress", "json", *files)
+        self.wait_line(process, last)
+        wait_until(self.bytes_wait, what="the upload is stuck")
+        return process
+
+    def test_terminal_killed_while_it_receives_the_first_file(self):
+        process = self.begin_upload_that_stays(self.sparse("large", LARGE), last='"large"')
+        self.server.kill()
+        result = self.result(process, 20, "connection-lost")
+        self.assertIn("it installs nothing", result["message"])
+
+    def test_terminal_killed_while_it_receives_the_last_file(self):
+        process = self.begin_upload_that_stays(self.package, self.sparse("large", LARGE), last='"large"')
+        self.server.kill()
+        result = self.result(process, 41, "unknown")
+        self.assertIn("of 2 files it may have 1 whole, and may install it", result["message"])
+
+    def test_terminal_that_takes_nothing_is_given_up(self):
+        self.server.send_signal(signal.SIGSTOP)
+        self.addCleanup(self.server.send_signal, signal.SIGCONT)
+        result = self.pushed("--timeout", "1", self.sparse("large", LARGE), code=20, status="connection-lost")
+        self.assertEqual(result["message"], "the terminal was silent for 1 s; it installs nothing")
+
+    def test_interrupted_while_sending(self):
+        process = self.begin_upload_that_stays(self.sparse("large", LARGE), last='"large"')
+        process.send_signal(signal.SIGINT)
+        result = self.result(process, 130, "interrupted")
+        self.assertEqual(result["message"], "interrupted; it installs nothing")
+        self.server.send_signal(signal.SIGCONT)
+        self.assert_alive()
+        self.assertFalse((self.root / "source/upload-0.zip").exists())
+
+    def test_interrupted_while_it_installs(self):
+        self.hold_installations()
+        process = self.push("--progress", "plain", self.package)
+        self.wait_line(process, "Installing ...")
+        process.send_signal(signal.SIGTERM)
+        self.assertIn("it had everything", self.result(process, 130, "interrupted")["message"])
+
+    def change_while_sent(self, change):
+        large = self.sparse("large", LARGE)
+        process = self.begin_upload_that_stays(self.package, large, last='"large"')
+        change(large)
+        self.server.send_signal(signal.SIGCONT)
+        result = self.result(process, 10, "input")
+        self.assertIn("of 2 files it may have 1 whole", result["message"])
+        wait_until(lambda: (self.root / "apps/hello").exists(), what="the whole file is installed")
+        self.assert_alive()
+        self.assertFalse((self.root / "source/upload-1.zip").exists())
+
+    def test_file_that_becomes_shorter(self):
+        self.change_while_sent(lambda path: os.truncate(path, 1000))
+
+    def test_file_that_grows(self):
+        self.change_while_sent(lambda path: os.truncate(path, LARGE + 1))
+
+    # --- status ---
+
+    def status(self, code, status, to=f"http://127.0.0.1:{HTTP_PORT}"):
+        run = subprocess.run([JXPUSH, "status", "--to", to, "--json", "--timeout", "20"], capture_output=True, text=True,
+                             timeout=120)
+        self.assertEqual(run.returncode, code, run.stdout + run.stderr)
+        result = json.loads(run.stdout)
+        self.assertEqual((result["event"], result["code"], result["status"]), ("result", code, status))
+        return result
+
+    def make_certificate(self, name, *args):
+        (self.root / "certs").mkdir(exist_ok=True)
+        path = self.root / "certs" / name
+        subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes",
+                        "-keyout", "/dev/null", "-out", path, *args], check=True, capture_output=True)
+        return path
+
+    def test_status_lists_the_certificates(self):
+        self.assertEqual(self.status(0, "reachable")["certificates"], [])
+        path = self.make_certificate("ca.pem", "-subj", "/O=Org/CN=Test CA", "-days", "30")
+        (self.root / "certs/broken.pem").write_bytes(b"-----BEGIN CERTIFICATE-----\nAAAA\n-----END CERTIFICATE-----\n")
+        found = {entry["file"]: entry for entry in self.status(0, "reachable")["certificates"]}
+        self.assertEqual(found.keys(), {"ca.pem", "broken.pem"})
+        self.assertEqual(found["broken.pem"], {"file": "broken.pem", "error": "no certificate that can be read"})
+        entry = found["ca.pem"]
+        self.assertEqual((entry["subject"], entry["issuer"], entry["validity"]), ("O=Org, CN=Test CA",) * 2 + ("valid",))
+        shown = subprocess.run(["openssl", "x509", "-in", path, "-noout", "-dates", "-fingerprint", "-sha256", "-dateopt",
+                                "iso_8601"], capture_output=True, text=True, check=True).stdout.replace(" ", "T")
+        self.assertIn(f"notBefore={entry['not_before']}".replace("Z", "TZ"), shown.replace("TZ", "Z").replace("Z", "TZ"))
+        self.assertIn(entry["sha256"].upper(), shown.replace(":", ""))
+
+    def test_status_as_text(self):
+        run = functools.partial(subprocess.run, [JXPUSH, "status", "--to", "http://localhost"], capture_output=True,
+                                text=True, timeout=120)
+        self.assertEqual(run().stdout, "A terminal answers at http://localhost:6370\nIt offers no certificates\n")
+        self.make_certificate("ca.pem", "-subj", "/CN=Test", "-days", "30")
+        lines = run().stdout.splitlines()
+        self.assertEqual(lines[1:3], ["ca.pem: CN=Test", "  issued by CN=Test"])
+        self.assertRegex(lines[3], r"^  \d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ to \d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ, valid$")
+
+    def test_status_of_nobody(self):
+        result = self.status(20, "unreachable", to="http://127.0.0.1:1")
+        self.assertIn("Connection refused", result["message"])
+
+    def test_status_over_a_serial_line_is_not_known(self):
+        self.status(2, "usage", to="serial:/dev/null")
+
+
+class HugeTest(HttpPushCase):
+    def test_file_beyond_2_gib(self):
+        # In memory, so that storing it is quick.
+        subprocess.run(["mount", "-t", "tmpfs", "-o", "size=4g", "tmpfs", self.root], check=True)
+        self.addCleanup(subprocess.run, ["umount", self.root], check=True)
+        server = self.start_http_server()
+        self.addCleanup(self.stop, server)  # before the root goes
+        size = 3 * 1024 ** 3
+        huge = self.sparse("huge", size)
+        process = self.push(huge, self.file("hello.zip", package()))
+        output, errors = process.stdout.read(), process.stderr.read()
+        _, status, usage = os.wait4(process.pid, 0)
+        process.returncode = os.waitstatus_to_exitcode(status)
+        self.assertEqual(process.returncode, 40, errors)
+        told = json.loads(output.splitlines()[0])
+        result = json.loads(output.splitlines()[-1])
+        # The installer received what was sent, and says that it is no package.
+        self.assertEqual(told["bytes"], size)
+        self.assertIn(f"Package upload-0.zip: {size} bytes, sha256 {told['sha256']}", self.texts(result))
+        self.assertIn("Installed hello 1.0.0", self.texts(result))
+        if not SANITIZED:
+            self.assertLess(usage.ru_maxrss, 50 * 1024, "KiB of memory")
+
+
+class Fake:
+    """A server for one connection at a time, in the hands of `serve(socket)`."""
+
+    def __init__(self, case, serve, receive_buffer=None):
+        self.listener = socket.socket()
+        if receive_buffer:
+            self.listener.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, receive_buffer)
+        self.listener.bind(("127.0.0.1", 0))
+        self.listener.listen()
+        self.url = "http://127.0.0.1:%d" % self.listener.getsockname()[1]
+        self.serve = serve
+        self.thread = threading.Thread(target=self.run)
+        self.thread.start()
+        case.addCleanup(self.close)
+
+    def run(self):
+        while True:
+            try:
+                connection, _ = self.listener.accept()
+            except OSError:
+                return
+            with connection:
+                connection.settimeout(60)
+                try:
+                    self.serve(connection)
+                except OSError:
+                    pass  # the client went away, which is its right
+
+    def close(self):
+        self.listener.shutdown(socket.SHUT_RDWR)
+        self.listener.close()
+        self.thread.join()
+
+
+def receive_head(connection):
+    data = b""
+    while b"\r\n\r\n" not in data:
+        piece = connection.recv(65536)
+        if not piece:
+            raise OSError("cut")
+        data += piece
+    return data.split(b"\r\n\r\n", 1)
+
+
+def receive_request(connection):
+    """(head, body) of a request with a length."""
+    head, body = receive_head(connection)
+    length = int(re.search(rb"\r\nContent-Length: (\d+)", head).group(1))
+    while len(body) < length:
+        piece = connection.recv(65536)
+        if not piece:
+            raise OSError("cut")
+        body += piece
+    return head, body
+
+
+def wait_for_end(connection):
+    while connection.recv(65536):
+        pass
+
+
+class FakeTerminalTest(HttpPushCase):
+    def setUp(self):
+        super().setUp()
+        self.content = b"content of a file"
+        self.path = self.file("a.zip", self.content)
+
+    def fake(self, serve, **kwargs):
+        return Fake(self, serve, **kwargs).url
+
+    def answering(self, *pieces):
+        """The address of a server that receives the request and then answers with these bytes."""
+        def serve(connection):
+            receive_request(connection)
+            for piece in pieces:
+                connection.sendall(piece)
+        return self.fake(serve)
+
+    def test_request_on_the_wire(self):
+        seen = []
+
+        def serve(connection):
+            seen.append(receive_request(connection))
+            connection.sendall(stored())
+        url = self.fake(serve)
+        self.pushed(self.path, to=url)
+        head, body = seen[0]
+        boundary = re.search(rb"boundary=(jxpush-[0-9A-F]{48})\r\n", head).group(1)
+        self.assertEqual(head, b"\r\n".join([
+            b"POST /upload HTTP/1.1", b"Host: " + url[7:].encode(), b"Content-Length: %d" % len(body),
+            b"Content-Type: multipart/form-data; boundary=" + boundary, b"Connection: close", b"User-Agent: jxpush"]))
+        self.assertEqual(body, b"--" + boundary + b"\r\nContent-Disposition: form-data; name=\"upload\"; filename=\"a.zip\"\r\n"
+                         b"Content-Type: application/octet-stream\r\n\r\n" + self.content + b"\r\n--" + boundary + b"--\r\n")
+
+    def test_slow_terminal(self):
+        received = []
+
+        def serve(connection):
+            head, body = receive_head(connection)
+            length = int(re.search(rb"\r\nContent-Length: (\d+)", head).group(1))
+            pause = threading.Event()
+            while len(body) < length:
+                body += connection.recv(65536)
+                pause.wait(0.01)
+            received.append(len(body) == length)
+            for byte in stored(b"done<br>"):
+                connection.sendall(bytes([byte]))
+                pause.wait(0.005)
+        url = self.fake(serve, receive_buffer=4096)
+        result = self.pushed(self.sparse("large", 3_000_000), to=url)
+        self.assertEqual((received, self.texts(result)), ([True], ["done"]))
+
+    def test_answer_in_every_cut_of_its_bytes(self):
+        whole = stored(b"<span style='color:#f00'>Warning: &lt;x&gt;<br></span>")
+        for at in range(1, len(whole), 23):
+            result = self.pushed(self.path, to=self.answering(whole[:at], whole[at:]))
+            self.assertEqual(self.texts(result), ["Warning: <x>"])
+
+    def test_chunked_answer(self):
+        page = RESULT_HEAD + b"Upload successful<br>\nok<br>" + RESULT_TAIL
+        chunked = b"".join(b"%x\r\n%s\r\n" % (len(page[at:at + 9]), page[at:at + 9]) for at in range(0, len(page), 9))
+        url = self.answering(b"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n" + chunked + b"0\r\n\r\n")
+        self.assertEqual(self.texts(self.pushed(self.path, to=url)), ["ok"])
+
+    def test_error_lines_give_their_code(self):
+        for log in (b"Error: x<br>", b"<span style='color:#f00'>Error: x</span>"):
+            result = self.pushed(self.path, to=self.answering(stored(log)), code=40, status="not-installed")
+            self.assertEqual(result["log"], [{"kind": "error", "text": "Error: x"}])
+
+    def test_refusals(self):
+        self.pushed(self.path, to=self.answering(answer(FAILED_PAGE)), code=30, status="refused")
+        for status, reason in ((400, "Bad Request"), (404, "Not Found"), (408, "Request Timeout"), (500, "Internal Server Error"),
+                               (302, "Found"), (599, "Error")):
+            url = self.answering(b"HTTP/1.1 %d Whatever\r\nContent-Length: 0\r\n\r\n" % status)
+            result = self.pushed(self.path, to=url, code=30, status="refused")
+            self.assertIn(f"refused the upload: {status} (", result["message"])
+            if status in (404, 400):
+                self.assertIn(f"{status} ({reason})", result["message"])
+
+    def test_answers_of_something_else(self):
+        for bytes_ in (answer(b"<html>It works!</html>"), answer(b""), answer(FORM_PAGE), answer(FAILED_PAGE + b"\n"),
+                       stored(b"<script>alert(1)</script>"), stored(b"<span style='color:#f00'>Error: open"),
+                       b"HTTP/1.1 200 OK\r\n\r\n" + FAILED_PAGE, b"220 mail.example ESMTP\r\n\r\n", b"\r\n\r\n",
+                       b"\x00\x01\x02\n", b"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nzz\r\n",
+                       b"GET / HTTP/1.1\r\n\r\n"):
+            with self.subTest(bytes_):
+                result = self.pushed(self.path, to=self.answering(bytes_), code=30, status="not-a-terminal")
+                self.assertIn("is not a terminal's upload server", result["message"])
+
+    def test_endless_answer_is_not_read_to_its_end(self):
+        def serve(connection):
+            receive_request(connection)
+            connection.sendall(b"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n")
+            while True:
+                connection.sendall(b"10000\r\n" + b"x" * 65536 + b"\r\n")
+        self.pushed(self.path, to=self.fake(serve), code=30, status="not-a-terminal")
+
+    def test_answer_that_is_cut(self):
+        whole = stored(b"Installed x<br>")
+        for at in (0, 1, 10, 40, 80, len(whole) // 2, len(whole) - 1):
+            with self.subTest(at):
+                result = self.pushed(self.path, to=self.answering(whole[:at]), code=41, status="unknown")
+                self.assertEqual(result["message"], "the terminal closed the connection; it had everything, and may have "
+                                                    "installed it or may be installing it now")
+
+    def test_terminal_that_never_answers(self):
+        def serve(connection):
+            receive_request(connection)
+            wait_for_end(connection)
+        result = self.pushed("--timeout", "1", self.path, to=self.fake(serve), code=41, status="unknown")
+        self.assertIn("the terminal was silent for 1 s", result["message"])
+
+    def test_early_answer_ends_the_sending(self):
+        large = self.sparse("large", LARGE)
+
+        def refuse_and_wait(connection):
+            receive_head(connection)
+            connection.sendall(b"HTTP/1.1 413 Too Large\r\nContent-Length: 0\r\n\r\n")
+            wait_for_end(connection)
+
+        def refuse_and_reset(connection):
+            receive_head(connection)
+            connection.sendall(b"HTTP/1.1 413 Too Large\r\nContent-Length: 0\r\n\r\n")
+
+        for serve in (refuse_and_wait, *[refuse_and_reset] * 10):
+            result = self.pushed(large, to=self.fake(serve), code=30, status="refused")
+            self.assertIn("413", result["message"])
+
+    def test_early_page(self):
+        large = self.sparse("large", LARGE)
+
+        def serve(page, connection):
+            receive_head(connection)
+            connection.sendall(page)
+            wait_for_end(connection)
+
+        self.pushed(large, to=self.fake(functools.partial(serve, answer(FAILED_PAGE))), code=30, status="refused")
+        result = self.pushed(large, to=self.fake(functools.partial(serve, stored())), code=41, status="unknown")
+        self.assertIn("before it had everything", result["message"])
+
+    def test_terminal_that_closes_before_it_has_the_file(self):
+        result = self.pushed(self.sparse("large", LARGE), to=self.fake(receive_head), code=20, status="connection-lost")
+        self.assertIn("it installs nothing", result["message"])
+
+    # --- connecting ---
+
+    def full_listener(self):
+        """The address of a listener that takes no connection any more."""
+        listener = socket.socket()
+        listener.bind(("127.0.0.1", 0))
+        listener.listen(0)
+        self.addCleanup(listener.close)
+        for _ in range(4):
+            client = socket.socket()
+            client.setblocking(False)
+            client.connect_ex(listener.getsockname())
+            self.addCleanup(client.close)
+        return "http://127.0.0.1:%d" % listener.getsockname()[1]
+
+    def test_unreachable_port(self):
+        with socket.socket() as taken:
+            taken.bind(("127.0.0.1", 0))
+            result = self.pushed(self.path, to="http://127.0.0.1:%d" % taken.getsockname()[1], code=20, status="unreachable")
+        self.assertIn("unreachable: Connection refused", result["message"])
+
+    def test_name_without_an_address(self):
+        result = self.pushed(self.path, to="http://terminal.invalid", code=20, status="unreachable")
+        self.assertIn("http://terminal.invalid:6370: unreachable: no address for this name", result["message"])
+
+    def test_connection_that_is_not_taken(self):
+        result = self.pushed("--wait", "1", self.path, to=self.full_listener(), code=20, status="unreachable")
+        self.assertIn("no connection within 1 s", result["message"])
+
+    def test_interrupted_while_connecting(self):
+        process = self.push("--progress", "plain", self.path, to=self.full_listener())
+        self.wait_line(process, "Waiting for a connection")
+        process.send_signal(signal.SIGINT)
+        self.assertEqual(self.result(process, 130, "interrupted")["message"], "interrupted before the terminal was reached")
+
+    def test_wrong_addresses(self):
+        for address in ("https://localhost", "http://", "http://::1", "http://localhost:0", "http://localhost/upload"):
+            self.pushed(self.path, to=address, code=2, status="usage")
+
+
+class ForeignServerTest(HttpPushCase):
+    def assert_foreign(self, url):
+        """Each command says that this is no terminal."""
+        for path in (self.file("a.zip", package()), self.sparse("large", LARGE)):
+            result = self.pushed(path, to=url, code=30, status="refused")
+            self.assertIn("refused the upload: ", result["message"])
+        run = subprocess.run([JXPUSH, "status", "--to", url, "--json"], capture_output=True, text=True, timeout=120)
+        self.assertEqual((run.returncode, json.loads(run.stdout)["status"]), (30, "not-a-terminal"))
+
+    def test_python(self):
+        handler = functools.partial(http.server.SimpleHTTPRequestHandler, directory=self.root)
+        server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), handler)
+        handler.func.log_message = lambda *_: None
+        thread = threading.Thread(target=server.serve_forever)
+        thread.start()
+        self.addCleanup(server.server_close)
+        self.addCleanup(thread.join)
+        self.addCleanup(server.shutdown)
+        self.assert_foreign(f"http://127.0.0.1:{server.server_port}")
+
+    def test_nginx(self):
+        folder = self.root / "nginx"
+        folder.mkdir()
+        (folder / "index.html").write_text("<html>It works!</html>")
+        (folder / "conf").write_text(
+            f"daemon off; user root; pid {folder}/pid; error_log {folder}/log; events {{}}\n"
+            f"http {{ access_log off; client_body_temp_path {folder}/body; proxy_temp_path {folder}/1;\n"
+            f"  fastcgi_temp_path {folder}/2; uwsgi_temp_path {folder}/3; scgi_temp_path {folder}/4;\n"
+            f"  server {{ listen 127.0.0.1:6371; root {folder}; }} }}\n")
+        self.start("nginx", "-c", folder / "conf", "-e", folder / "log", "-p", folder)
+        wait_until(lambda: jxtest.can_connect(6371), what="nginx accepts")
+        self.assert_foreign("http://127.0.0.1:6371")
+
+
+if __name__ == "__main__":
+    unittest.main()
