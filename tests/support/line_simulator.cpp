@@ -38,6 +38,7 @@ void LineSimulator::run() {
     take(backward_);
     deliver(forward_);
     deliver(backward_);
+    quiet_ = forward_.queue.empty();
   }
 }
 
@@ -71,6 +72,7 @@ void LineSimulator::take(Way& way) {
   unsigned char buffer[kQueueLimit];
   const ssize_t got = ::read(way.from.master(), buffer, sizeof buffer);
   if (got <= 0 || cut_) return;
+  quiet_ = false;
   for (ssize_t i = 0; i < got; ++i) accept(way, buffer[i]);
 }
 

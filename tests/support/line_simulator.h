@@ -55,6 +55,8 @@ class LineSimulator {
 
   // Passes nothing on any more, in either direction. Any thread.
   void cut() { cut_ = true; }
+  // Nothing is under way to the terminal, and it has read all that arrived. Any thread.
+  bool quiet() const { return quiet_ && terminal_.unread() == 0; }
   // How many faults there were. Any thread.
   std::size_t faults() const { return faults_; }
   // How many bytes came in for the terminal. Any thread.
@@ -98,6 +100,7 @@ class LineSimulator {
   Way backward_;
   std::atomic<bool> cut_{false};
   std::atomic<bool> stop_{false};
+  std::atomic<bool> quiet_{true};
   std::atomic<std::size_t> faults_{0};
   int wake_[2] = {-1, -1};
   std::thread thread_;

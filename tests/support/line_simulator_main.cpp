@@ -42,6 +42,7 @@ int run(const LineSimulator::Settings& settings) {
   while (read(STDIN_FILENO, &byte, 1) > 0) {
     if (byte != '\n') continue;
     line.hostEnd().release();
+    while (!line.quiet()) usleep(1000);
     std::puts("free");
     std::fflush(stdout);
   }

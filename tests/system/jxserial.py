@@ -24,7 +24,9 @@ class Line:
         self.host, self.terminal = ends["host"], ends["terminal"]
 
     def give_free(self):
-        """Does what closing a real port does after its user was killed; the simulator keeps both ends open."""
+        """Does what closing a real port does after its user was killed, and waits until the line is quiet.
+
+        The simulator keeps both ends open, and the bytes that are on their way go on."""
         self.process.stdin.write("\n")
         self.process.stdin.flush()
         self.process.stdout.readline()
