@@ -15,8 +15,10 @@ import subprocess
 import threading
 import unittest
 
+import jxnginx
 import jxtest
 from jxhttp import FAILED_PAGE, FORM_PAGE, RESULT_HEAD, RESULT_TAIL, package
+from jxnginx import start_nginx
 from jxtest import BIN, BUILD, HTTP_PORT, wait_until
 
 JXPUSH = BIN / "jxpush"
@@ -625,17 +627,9 @@ class ForeignServerTest(HttpPushCase):
         self.assert_foreign(f"http://127.0.0.1:{server.server_port}")
 
     def test_nginx(self):
-        folder = self.root / "nginx"
-        folder.mkdir()
+        folder = start_nginx(self, "")
         (folder / "index.html").write_text("<html>It works!</html>")
-        (folder / "conf").write_text(
-            f"daemon off; user root; pid {folder}/pid; error_log {folder}/log; events {{}}\n"
-            f"http {{ access_log off; client_body_temp_path {folder}/body; proxy_temp_path {folder}/1;\n"
-            f"  fastcgi_temp_path {folder}/2; uwsgi_temp_path {folder}/3; scgi_temp_path {folder}/4;\n"
-            f"  server {{ listen 127.0.0.1:6371; root {folder}; }} }}\n")
-        self.start("nginx", "-c", folder / "conf", "-e", folder / "log", "-p", folder)
-        wait_until(lambda: jxtest.can_connect(6371), what="nginx accepts")
-        self.assert_foreign("http://127.0.0.1:6371")
+        self.assert_foreign(f"http://127.0.0.1:{jxnginx.PORT}")
 
 
 if __name__ == "__main__":

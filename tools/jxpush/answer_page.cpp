@@ -1,6 +1,8 @@
 #include "tools/jxpush/answer_page.h"
 
+#include <algorithm>
 #include <cstring>
+#include <iterator>
 
 namespace jxpush {
 
@@ -77,12 +79,11 @@ class LogParser {
   }
 
   bool takeEntity() {
-    for (const Entity& entity : kEntities) {
-      if (!take(entity.html)) continue;
-      text_ += entity.character;
-      return true;
-    }
-    return false;
+    const auto* const found = std::find_if(std::begin(kEntities), std::end(kEntities),
+                                           [this](const Entity& entity) { return take(entity.html); });
+    if (found == std::end(kEntities)) return false;
+    text_ += found->character;
+    return true;
   }
 
   bool takeTag() {
