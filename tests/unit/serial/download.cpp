@@ -1,6 +1,7 @@
 #include "tests/unit/serial/download.h"
 
 #include <exception>
+#include <utility>
 
 #include "serial/crc16.h"
 #include "tests/unit/serial/calls.h"
@@ -47,12 +48,19 @@ bool RecordingSystem::writeBlock(std::uint32_t offset, const unsigned char* data
 }
 
 bool RecordingSystem::note(const std::string& call) {
+  std::function<void()> hook;
   {
     const std::lock_guard<std::mutex> lock(mutex_);
     calls_.push_back(call);
+    hook = hook_;
   }
-  if (onCall) onCall(call);
+  if (hook) hook();
   return refuse.empty() || call.compare(0, refuse.size(), refuse) != 0;
+}
+
+void RecordingSystem::onCall(std::function<void()> hook) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  hook_ = std::move(hook);
 }
 
 std::vector<std::string> RecordingSystem::calls() const {

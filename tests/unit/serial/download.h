@@ -41,14 +41,16 @@ class RecordingSystem : public Tessolan::System {
   std::vector<std::string> calls() const;
   std::string content() const;
 
-  std::string refuse;                              // the first word of what is refused
-  std::function<void(const std::string&)> onCall;  // on the receiving thread
+  std::string refuse;  // the first word of what is refused; set before the download begins
+  // Runs in each call from now on, on the receiving thread.
+  void onCall(std::function<void()> hook);
 
  private:
   bool note(const std::string& call);
   mutable std::mutex mutex_;
   std::vector<std::string> calls_;
   std::string content_;
+  std::function<void()> hook_;
 };
 
 // Runs `begin`, which starts a receive(), and returns when that has opened and flushed its line.

@@ -114,7 +114,7 @@ TEST_F(Faults, AbortBehindSTX_EndsWithMinusThreeWithoutAReply) {
 
 TEST_F(Faults, AbortInACallback_IsNoticedInTheNextWait) {
   Download download;
-  download.system.onCall = [&](const std::string&) { download.receiver.requestAbort(); };
+  download.system.onCall([&] { download.receiver.requestAbort(); });
   EXPECT_EQ("\x06", download.exchange(textRecord('M', "a")));
   EXPECT_EQ(-2, download.result());
 }
@@ -206,7 +206,7 @@ TEST_F(Faults, WaitThatFails_EndsWithMinusThreeWithoutAReply) {
 TEST_F(Faults, ExceptionOutOfACallback_ClosesTheDeviceAndPassesOn) {
   Download download;
   const int before = openFiles();
-  download.system.onCall = [](const std::string&) { throw std::runtime_error("no memory"); };
+  download.system.onCall([] { throw std::runtime_error("no memory"); });
   ASSERT_TRUE(download.line.send(textRecord('M', "a")));
   EXPECT_EQ(99, download.result());
   EXPECT_EQ(-1, download.receiver.fd);

@@ -321,10 +321,10 @@ TEST_F(Session, AbortInTheMiddleOfAFile_LeavesWhatCameAndInstallsNothing) {
 }
 
 TEST_F(Session, FileStillOpenAtTheEnd_IsInstalledAndClosedAfterTheOutcome) {
+  installer().onInstall = [this] { EXPECT_EQ("whole", archive(0)); };
   beginAndConnect();
   exchange(openRecord("a"));
   exchange(dataRecord(0, "whole"));
-  installer().onInstall = [this] { EXPECT_EQ("whole", archive(0)); };
   exchange("\x04");
   EXPECT_EQ(0, end());
   EXPECT_EQ(1, installer().installations);
