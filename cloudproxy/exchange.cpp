@@ -5,6 +5,7 @@
 
 #include <exception>
 #include <string>
+#include <utility>
 
 namespace {
 
@@ -39,7 +40,9 @@ bool storeResponse(const JSObject& message) noexcept {
 // The mark stands beside "proxy", where no response has its result: the requester finds no success.
 void storeFailure() noexcept {
   try {
-    response["result"] = "FAIL";
+    JSObject marked = response;
+    marked["result"] = "FAIL";
+    response = std::move(marked);
   } catch (const std::exception&) {
     return;  // the requester's deadline ends its wait
   }

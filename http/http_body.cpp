@@ -2,6 +2,8 @@
 #include <sys/mman.h>
 
 #include <algorithm>
+#include <cstring>
+#include <exception>
 
 #include "http/header_text.h"
 #include "http/http_proto.h"
@@ -115,9 +117,13 @@ template <class Body>
 int HttpProto::readWholeBody(Body& body) {
   body.clear();
   if (connection == nullptr || bodyRemaining == 0) return 0;
-  const int length = bodyRemaining > 0
-                         ? readAnnounced(body)
-                         : gatherBlocks(body, [this](void* data, int size) { return readBody(data, size); });
+  int length = -1;
+  try {
+    length = bodyRemaining > 0 ? readAnnounced(body)
+                               : gatherBlocks(body, [this](void* data, int size) { return readBody(data, size); });
+  } catch (const std::exception&) {
+    length = -1;  // a body that there is no memory for cannot be read
+  }
   if (length < 0) {
     dropConnection();
     body.clear();
@@ -137,7 +143,9 @@ int HttpProto::readAnnounced(Body& body) {
   const LazyBlock block(size);
   if (block.data() == nullptr) return -1;
   const int length = readBody(block.data(), bodyRemaining);
-  if (length >= 0) body.assign(block.data(), block.data() + size);
+  if (length < 0) return -1;
+  body.resize(size);
+  std::memcpy(body.data(), block.data(), size);
   return length;
 }
 

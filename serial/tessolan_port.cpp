@@ -87,7 +87,7 @@ int Tessolan::waitForInput(int timeoutMs) {
   if ((device.revents & POLLIN) != 0) return 1;
   // A hang-up or an error stays: without this wait the idle loop would spin.
   pause(timeoutMs);
-  return 0;
+  return abortFlag.load(std::memory_order_relaxed) != 0 ? kAborted : 0;
 }
 
 int Tessolan::readBytes(unsigned char* buffer, std::size_t count) {

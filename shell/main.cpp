@@ -1,4 +1,7 @@
 // The program: prepares the process, reads the command line, and puts the subsystems together.
+#include <pthread.h>
+
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -7,7 +10,9 @@
 #include "cloudproxy/log_level.h"
 #include "cloudproxy/probe.h"
 #include "serial/download_session.h"
+#include "shell/controller.h"
 #include "shell/information.h"
+#include "shell/install.h"
 #include "shell/menu.h"
 #include "shell/startup.h"
 #include "upload/http_download.h"
@@ -15,7 +20,7 @@
 
 namespace {
 
-void runTerminal() {
+void runMenus() {
   Activities activities;
   activities.information = runInformationPage;
   activities.logLevel = runLogLevelPage;
@@ -24,6 +29,19 @@ void runTerminal() {
   activities.serialDownload = [](int port) { static_cast<void>(download_ddl(port)); };
   const ProxyProbe probe = proxyProbe();
   runMainMenu({probe.showSettings, probe.showCloudproxy}, activities);
+}
+
+void runTerminal() {
+  // A serial line may become the controlling terminal; its hang-up is the download's to report, not the program's end.
+  std::signal(SIGHUP, SIG_IGN);
+  try {
+    runMenus();
+  } catch (const std::exception&) {
+    notifyController("libmac_show_desktop");  // whatever ended the menus, the desktop has to come back
+    throw;
+  }
+  // An upload may be installing still: it is let finish, and none begins while the process ends.
+  pthread_mutex_lock(&installLock);
 }
 
 int run(int argc, char** argv) {

@@ -47,7 +47,9 @@ void setUrlList(PageVars& vars, const AddressList& addresses) {
 }
 
 void serveWhileShown(PageVars& vars, const AddressList& addresses) {
-  zorhtml::ServerSettings settings(httpPort);
+  // Outlives this call: a press on the page can still be reported until the next page is up.
+  static zorhtml::ServerSettings settings(httpPort);
+  settings.stop.store(false, std::memory_order_relaxed);
   vars.clear();
   setUrlList(vars, addresses);
   // Shown before the server listens, deliberately: where the port is taken, the next page replaces it at once.

@@ -48,12 +48,12 @@ void FakeGui::report(int type, int result) {
   if (newest.callback != nullptr) newest.callback(newest.data, type, &info);
 }
 
-int FakeGui::showSync(int region, int flags, std::map<std::string, std::string>& vars, const std::string& page) {
+int FakeGui::showSync(const ShownPage& shown, std::map<std::string, std::string>& vars) {
   Answer next;
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    shown_.push_back({page, vars, true, region == 0 && flags == 0, nullptr, nullptr});
-    std::deque<Answer>& queue = answers_[page];
+    shown_.push_back(shown);
+    std::deque<Answer>& queue = answers_[shown.page];
     if (queue.empty()) return -1;
     next = std::move(queue.front());
     queue.pop_front();
@@ -75,13 +75,13 @@ void FakeGui::showAsync(int region, int flags, const ShownPage& shown) {
 namespace zorgui {
 
 int uiInvokeURL(int region, int flags, std::map<std::string, std::string>& vars, const std::string& page,
-                UICallback /*callback*/, void* /*data*/) {
-  return FakeGui::instance().showSync(region, flags, vars, page);
+                UICallback callback, void* data) {
+  return FakeGui::instance().showSync({page, vars, true, region == 0 && flags == 0, nullptr, data, callback}, vars);
 }
 
 void uiInvokeURLAsync(int region, int flags, const std::map<std::string, std::string>& vars, const std::string& page,
                       UIAsyncCallback callback, void* data) {
-  FakeGui::instance().showAsync(region, flags, {page, vars, false, false, callback, data});
+  FakeGui::instance().showAsync(region, flags, {page, vars, false, false, callback, data, nullptr});
 }
 
 }  // namespace zorgui

@@ -15,9 +15,10 @@ struct ShownPage {
   std::string page;
   std::map<std::string, std::string> vars;
   bool synchronous = false;
-  bool plainNumbers = false;  // both leading numbers were 0
-  zorgui::UIAsyncCallback callback = nullptr;
+  bool plainNumbers = false;                   // both leading numbers were 0
+  zorgui::UIAsyncCallback callback = nullptr;  // of an asynchronous page
   void* data = nullptr;
+  zorgui::UICallback syncCallback = nullptr;  // of a synchronous page
 };
 
 class FakeGui {
@@ -45,7 +46,7 @@ class FakeGui {
   void report(int type, int result);
 
   // What the fakes of the library call.
-  int showSync(int region, int flags, std::map<std::string, std::string>& vars, const std::string& page);
+  int showSync(const ShownPage& shown, std::map<std::string, std::string>& vars);
   void showAsync(int region, int flags, const ShownPage& shown);
 
  private:

@@ -92,7 +92,12 @@ struct Bus::Sent {
 
   static void onDestroy(void* userData) {
     const std::unique_ptr<Sent> sent(static_cast<Sent*>(userData));
-    if (!sent->acknowledged && !sent->bus.closed_) sent->bus.mailbox_.postFailure(std::move(sent->notification));
+    if (sent->acknowledged || sent->bus.closed_) return;
+    try {
+      sent->bus.mailbox_.postFailure(std::move(sent->notification));
+    } catch (const std::exception&) {
+      return;  // a report that there is no memory for is lost; the bus library, which called, must not see it
+    }
   }
 };
 
@@ -157,11 +162,13 @@ bool Bus::ensureOpen() {
   if (address_.empty() || wakeFd_ < 0) return false;
   bus_ = connectTo(address_, &recipient_);
   if (bus_ == nullptr) return false;
+  if (!thread_.start([this] { run(); })) {
+    retire();
+    dropRetired();
+    return false;
+  }
   if (!id_.empty()) claimName();
-  if (thread_.start([this] { run(); })) return true;
-  retire();
-  dropRetired();
-  return false;
+  return true;
 }
 
 void Bus::claimName() {
@@ -187,13 +194,20 @@ void Bus::wake() const { eventfd_write(wakeFd_, 1); }
 
 void Bus::run() {
   std::unique_lock<std::mutex> hold(lock_);
-  while (!closed_) {
-    dropRetired();
-    waitForWork(serve(), hold);
-  }
+  while (!closed_) waitForWork(serveGuarded(), hold);
   flush();
   retire();
   dropRetired();
+}
+
+// Without memory the work waits for the next attempt.
+int Bus::serveGuarded() {
+  try {
+    dropRetired();
+    return serve();
+  } catch (const std::exception&) {
+    return kReconnectMs;
+  }
 }
 
 // Does what there is to do, and tells for how many milliseconds to wait then.

@@ -18,8 +18,9 @@ namespace zoripc {
 // may call. Never destroyed while its thread may run: close() first.
 class Bus {
  public:
-  // The receiver has this long to acknowledge a notification; after it the delivery has failed.
-  static constexpr int kDeliveryMs = 10000;
+  // The receiver has this long to acknowledge a notification; after it the delivery has failed. Shorter than the time
+  // in which the terminal's applications expect an answer, so that a report does not meet their next request.
+  static constexpr int kDeliveryMs = 4000;
   // A bus that is there but does not answer is given up after this long.
   static constexpr int kConnectMs = 5000;
   static constexpr int kReconnectMs = 1000;
@@ -44,7 +45,6 @@ class Bus {
   struct Sent;
 
   bool ensureOpen();
-  bool open();
   void claimName();
   int sendOnce(const Notification& notification);
   void retire();
@@ -52,6 +52,7 @@ class Bus {
   void wake() const;
   void run();
   int serve();
+  int serveGuarded();
   void waitForWork(int timeoutMs, std::unique_lock<std::mutex>& hold);
   void flush();
 

@@ -5,8 +5,8 @@
 #include <chrono>
 #include <condition_variable>
 #include <csignal>
+#include <exception>
 #include <mutex>
-#include <system_error>
 #include <utility>
 
 namespace zoripc {
@@ -31,7 +31,7 @@ bool WorkerThread::start(std::function<void()> body) {
       end->over = true;
       end->reached.notify_all();
     });
-  } catch (const std::system_error&) {
+  } catch (const std::exception&) {
     end_.reset();
   }
   pthread_sigmask(SIG_SETMASK, &before, nullptr);

@@ -38,7 +38,11 @@ TEST_F(PagesTest, SynchronousPages_PassTheirCallback) {
   int data = 0;
   EXPECT_EQ(showPage(vars, "some.html", noCallback, &data), -1);
   EXPECT_EQ(showPlainPage("other.html", noCallback, &data), -1);
-  EXPECT_EQ(gui.shownNames(), (Names{"some.html", "other.html"}));
+  ASSERT_EQ(gui.shownNames(), (Names{"some.html", "other.html"}));
+  for (const ShownPage& page : gui.shown()) {
+    EXPECT_EQ(page.syncCallback, noCallback);
+    EXPECT_EQ(page.data, &data);
+  }
 }
 
 void noAsyncCallback(void*, int, const zorgui::UICallbackData*) {}

@@ -143,7 +143,7 @@ TEST_F(HandlersTest, ReplyThatCannotBeWritten_EndsTheConnection) {
   EXPECT_EQ(peer.writeCalls(), 1);
 }
 
-TEST_F(HandlersTest, SourceDirectoryOf115Characters_IsTheLongest) {
+TEST_F(HandlersTest, SourceDirectoryOf116Characters_IsTheLongest) {
   installer.sourceDir = directory + std::string(116 - directory.size() - 1, '/') + "d";
   ASSERT_EQ(installer.sourceDir.size(), 116U);
   EXPECT_EQ(serve(postForm(filePart("one") + "\r\n--b--\r\n")), resultPage("Upload successful<br>\n"));

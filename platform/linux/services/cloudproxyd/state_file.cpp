@@ -63,6 +63,7 @@ bool writeWhole(const std::string& path, const std::string& text) {
   constexpr mode_t kMode = 0644;
   const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, kMode);
   const File file(fd < 0 ? nullptr : fdopen(fd, "w"));
+  if (fd >= 0 && !file) close(fd);
   return file && std::fwrite(text.data(), 1, text.size(), file.get()) == text.size() && std::fflush(file.get()) == 0 &&
          fsync(fd) == 0;
 }
