@@ -1,7 +1,6 @@
-// Numbers as the C standard's scanf reads them on a 32-bit system: white space, a sign, digits; what follows is ignored,
-// and a prefix "0x" without a digit behind it is no number.
-// A number that does not fit gives the result of the 32-bit strtol and strtoul on every build, so that a terminal and a
-// 64-bit board answer the same bytes alike.
+// Numbers as the C standard's scanf reads them on a 32-bit system: white space, a sign, digits; what follows is
+// ignored, and a prefix "0x" without a digit behind it is no number. A number that does not fit gives the result of the
+// 32-bit strtol and strtoul on every build, so that a terminal and a 64-bit board answer the same bytes alike.
 #pragma once
 
 #include <cstdint>

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -19,7 +20,7 @@ double now() { return std::chrono::duration<double>(std::chrono::steady_clock::n
 
 std::string timeText(double seconds) {
   if (seconds < 0) return "--:--";
-  const auto whole = static_cast<unsigned long>(seconds + 0.5);
+  const auto whole = static_cast<unsigned long>(std::llround(seconds));
   char text[32];
   std::snprintf(text, sizeof text, "%lu:%02lu", whole / 60, whole % 60);
   return text;
@@ -121,7 +122,7 @@ class JsonReporter : public LineReporter {
                              {"bytes", progress.file->size()},
                              {"rate", static_cast<std::uint64_t>(progress.rate())},
                              {"sent_again", progress.sentAgain}};
-    if (progress.secondsLeft() >= 0) object["seconds_left"] = static_cast<std::uint64_t>(progress.secondsLeft() + 0.5);
+    if (progress.secondsLeft() >= 0) object["seconds_left"] = std::llround(progress.secondsLeft());
     return dump(object);
   }
 

@@ -9,17 +9,17 @@
 
 enum { kPostBuffer = 65536 };
 
-static const char *directory;
+static const char* directory;
 
 struct Upload {
-  struct MHD_PostProcessor *processor;
-  FILE *file;
+  struct MHD_PostProcessor* processor;
+  FILE* file;
   char path[256];
 };
 
-static enum MHD_Result part(void *user, enum MHD_ValueKind kind, const char *key, const char *filename,
-                            const char *type, const char *encoding, const char *data, uint64_t offset, size_t size) {
-  struct Upload *upload = user;
+static enum MHD_Result part(void* user, enum MHD_ValueKind kind, const char* key, const char* filename,
+                            const char* type, const char* encoding, const char* data, uint64_t offset, size_t size) {
+  struct Upload* upload = user;
   (void)kind, (void)key, (void)type, (void)encoding;
   if (filename == NULL) return MHD_YES;
   if (offset == 0 && upload->file == NULL) {
@@ -29,8 +29,9 @@ static enum MHD_Result part(void *user, enum MHD_ValueKind kind, const char *key
   return upload->file != NULL && fwrite(data, 1, size, upload->file) == size ? MHD_YES : MHD_NO;
 }
 
-static void finish(void *user, struct MHD_Connection *connection, void **context, enum MHD_RequestTerminationCode code) {
-  struct Upload *upload = *context;
+static void finish(void* user, struct MHD_Connection* connection, void** context,
+                   enum MHD_RequestTerminationCode code) {
+  struct Upload* upload = *context;
   (void)user, (void)connection, (void)code;
   if (upload == NULL) return;
   if (upload->processor != NULL) MHD_destroy_post_processor(upload->processor);
@@ -42,15 +43,16 @@ static void finish(void *user, struct MHD_Connection *connection, void **context
   *context = NULL;
 }
 
-static enum MHD_Result handle(void *user, struct MHD_Connection *connection, const char *url, const char *method,
-                              const char *version, const char *data, size_t *size, void **context) {
+static enum MHD_Result handle(void* user, struct MHD_Connection* connection, const char* url, const char* method,
+                              const char* version, const char* data, size_t* size, void** context) {
   (void)user, (void)url, (void)version;
-  struct Upload *upload = *context;
+  struct Upload* upload = *context;
   if (upload == NULL) {
     upload = calloc(1, sizeof *upload);
     if (upload == NULL) return MHD_NO;
     *context = upload;
-    if (strcmp(method, "POST") == 0) upload->processor = MHD_create_post_processor(connection, kPostBuffer, part, upload);
+    if (strcmp(method, "POST") == 0)
+      upload->processor = MHD_create_post_processor(connection, kPostBuffer, part, upload);
     return MHD_YES;
   }
   if (*size > 0) {
@@ -58,18 +60,18 @@ static enum MHD_Result handle(void *user, struct MHD_Connection *connection, con
     *size = 0;
     return result;
   }
-  struct MHD_Response *response = MHD_create_response_from_buffer(2, (void *)(uintptr_t)"ok", MHD_RESPMEM_PERSISTENT);
+  struct MHD_Response* response = MHD_create_response_from_buffer(2, (void*)(uintptr_t) "ok", MHD_RESPMEM_PERSISTENT);
   enum MHD_Result result = MHD_queue_response(connection, MHD_HTTP_OK, response);
   MHD_destroy_response(response);
   return result;
 }
 
-int main(int argc, char **argv) {
+int main(int argc, char** argv) {
   if (argc != 3) return 2;
   directory = argv[2];
-  struct MHD_Daemon *daemon =
-      MHD_start_daemon(MHD_USE_THREAD_PER_CONNECTION | MHD_USE_INTERNAL_POLLING_THREAD, (uint16_t)atoi(argv[1]), NULL, NULL,
-                       handle, NULL, MHD_OPTION_NOTIFY_COMPLETED, finish, NULL, MHD_OPTION_END);
+  struct MHD_Daemon* daemon =
+      MHD_start_daemon(MHD_USE_THREAD_PER_CONNECTION | MHD_USE_INTERNAL_POLLING_THREAD, (uint16_t)atoi(argv[1]), NULL,
+                       NULL, handle, NULL, MHD_OPTION_NOTIFY_COMPLETED, finish, NULL, MHD_OPTION_END);
   if (daemon == NULL) return 1;
   for (;;) pause();
 }

@@ -55,7 +55,7 @@ void Screen::endPageLocked(Lock& lock) {
   } while ((page_ && page_->open) || !reports_.empty());
 }
 
-void Screen::put(Lock& lock, const PagePointer& page, PageContent content) {
+void Screen::put(Lock& lock, const PagePointer& page, const PageContent& content) {
   endPageLocked(lock);
   page->id = nextId_();
   page->json = std::make_shared<const std::string>(screenJson(page->id, page->synchronous, content));
@@ -64,20 +64,20 @@ void Screen::put(Lock& lock, const PagePointer& page, PageContent content) {
   changed_.notify_all();
 }
 
-Screen::PagePointer Screen::showSynchronous(PageContent content) {
+Screen::PagePointer Screen::showSynchronous(const PageContent& content) {
   auto page = std::make_shared<Page>();
   page->synchronous = true;
   Lock lock(mutex_);
-  put(lock, page, std::move(content));
+  put(lock, page, content);
   return page;
 }
 
-void Screen::showAsynchronous(PageContent content, zorgui::UIAsyncCallback callback, void* data) {
+void Screen::showAsynchronous(const PageContent& content, zorgui::UIAsyncCallback callback, void* data) {
   auto page = std::make_shared<Page>();
   page->callback = callback;
   page->data = data;
   Lock lock(mutex_);
-  put(lock, page, std::move(content));
+  put(lock, page, content);
 }
 
 std::optional<PageResult> Screen::waitForResult(const PagePointer& page, zorgui::UICallback callback, void* data) {

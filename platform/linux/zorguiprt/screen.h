@@ -57,8 +57,8 @@ class Screen {
 
   // Puts a page on the screen in place of the one before, as endPage does. While another thread is in endPage, a page
   // that a callback shows is ended at once.
-  PagePointer showSynchronous(PageContent content);
-  void showAsynchronous(PageContent content, zorgui::UIAsyncCallback callback, void* data);
+  PagePointer showSynchronous(const PageContent& content);
+  void showAsynchronous(const PageContent& content, zorgui::UIAsyncCallback callback, void* data);
 
   // Calls an asynchronous page's callback with -1 on the library's thread, for a page that cannot be shown; endPage
   // ends that too.
@@ -85,7 +85,7 @@ class Screen {
   using Lock = std::unique_lock<std::mutex>;
 
   void endPageLocked(Lock& lock);
-  void put(Lock& lock, const PagePointer& page, PageContent content);
+  void put(Lock& lock, const PagePointer& page, const PageContent& content);
   bool report(Lock& lock, const PagePointer& page, int result);
   void dispatch();
   bool onDispatcher() const;

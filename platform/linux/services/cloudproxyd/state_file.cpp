@@ -95,7 +95,7 @@ std::string saveSettings(const std::string& path, const Settings& settings) {
       syncDirectoryOf(path)) {
     return "";
   }
-  const std::string reason = errorText();
+  std::string reason = errorText();
   unlink(fresh.c_str());
   return reason;
 }
