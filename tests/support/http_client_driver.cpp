@@ -21,16 +21,18 @@ std::string readInput() {
   return text;
 }
 
+int numberOf(const char* text) { return static_cast<int>(std::strtol(text, nullptr, 10)); }
+
 int run(char** argv, bool credentials) {
   auto stream = std::make_unique<zoripc::TCP>();
-  if (!stream->connect(argv[2], static_cast<unsigned short>(std::atoi(argv[3])), kConnectMs)) {
+  if (!stream->connect(argv[2], static_cast<unsigned short>(numberOf(argv[3])), kConnectMs)) {
     std::perror(argv[2]);
     return 1;
   }
   zorhtml::HttpProto client(stream.release());
   if (credentials) client.setBasicAuth(argv[6], argv[7]);
   const std::string url = "http://localhost:" + std::string(argv[3]) + argv[4];
-  const auto method = static_cast<zorhtml::HttpMethod>(std::atoi(argv[1]));
+  const auto method = static_cast<zorhtml::HttpMethod>(numberOf(argv[1]));
   std::string body;
   std::string type;
   const int status = client.request(method, url, readInput(), argv[5], body, type, false);

@@ -34,7 +34,7 @@ std::string printed(const std::vector<LogLine>& log) {
   printLog(log, stream);
   std::string text(static_cast<std::size_t>(std::ftell(stream)), '\0');
   std::rewind(stream);
-  EXPECT_EQ(text.size(), std::fread(&text[0], 1, text.size(), stream));
+  EXPECT_EQ(text.size(), std::fread(text.data(), 1, text.size(), stream));
   std::fclose(stream);
   return text;
 }
