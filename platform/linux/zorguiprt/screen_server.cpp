@@ -205,7 +205,7 @@ void ScreenServer::answerFile(const std::string& path, Response& response) const
       break;
   }
   response.status = 200;
-  response.set_content(std::move(content), contentType(path));
+  response.set_content(content, contentType(path));
 }
 
 void ScreenServer::answerPost(const Request& request, Response& response, const httplib::ContentReader& reader) {
