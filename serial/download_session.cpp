@@ -78,7 +78,7 @@ int download_ddl(int port) {
   class Callback : public Tessolan::System {
    public:
     explicit Callback(PageVars* pageVars) : vars(pageVars) {}
-    ~Callback() override { closeFile(); }
+    ~Callback() override { Callback::closeFile(); }
 
     bool openFile(const char* name) override {
       closeFile();

@@ -84,7 +84,7 @@ const Tessolan::Command* Tessolan::findCommand(unsigned char letter) {
   return nullptr;
 }
 
-Tessolan::Tessolan(System* callbacks) : system(callbacks), fd(-1), abortFlag(0) {}
+Tessolan::Tessolan(System* callbacks) : system(callbacks) {}
 
 Tessolan::~Tessolan() = default;
 

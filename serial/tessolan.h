@@ -39,8 +39,8 @@ class Tessolan {
   static constexpr int kTooLong = -4;   // a record longer than the terminal takes
   static constexpr int kRefused = -5;   // by the System
 
-  // `system` gets what is received; not owned, outlives this object.
-  explicit Tessolan(System* system);
+  // `callbacks` get what is received; not owned, outlive this object.
+  explicit Tessolan(System* callbacks);
   Tessolan(const Tessolan&) = delete;
   Tessolan& operator=(const Tessolan&) = delete;
   // Does not close the device: receive() has done so.
@@ -79,8 +79,8 @@ class Tessolan {
 
   // The order of the fields is part of the interface.
   System* system;
-  std::int32_t fd;                       // of the open device; -1 when closed
-  std::atomic<unsigned char> abortFlag;  // not 0: abort
+  std::int32_t fd = -1;                     // of the open device; -1 when closed
+  std::atomic<unsigned char> abortFlag{0};  // not 0: abort
 
  private:
   struct Command;

@@ -1,8 +1,10 @@
 // The receiver under load, or alone on a device, and what it took.
 //
-// Usage: bench_serial ours|bare RECORDS   a host on the other core sends data records over a pseudo-terminal, one at a
-//                                         time; "bare" takes and acknowledges them without looking at them
-//        bench_serial device PATH         one download on PATH
+// Usage: bench_serial ours|bare RECORDS WINDOW   a host on the other core sends data records over a pseudo-terminal,
+// with
+//                                                at most WINDOW of them not yet acknowledged; "bare" takes and
+//                                                acknowledges them without looking at them
+//        bench_serial device PATH               one download on PATH
 // Prints one JSON object.
 #include <fcntl.h>
 #include <sched.h>
@@ -122,26 +124,41 @@ std::string dataRecord() {
   return checked(std::string("W\x04\0\0\0\0\0", 7) + data);
 }
 
-void exchange(int line, const std::string& record, std::size_t answer = 1) {
-  std::size_t done = 0;
-  while (done < record.size()) {
-    const ssize_t put = write(line, record.data() + done, record.size() - done);
+void writeAll(int line, const std::string& bytes) {
+  for (std::size_t done = 0; done < bytes.size();) {
+    const ssize_t put = write(line, bytes.data() + done, bytes.size() - done);
     if (put <= 0) die("write");
     done += static_cast<std::size_t>(put);
   }
-  char bytes[64];
-  for (std::size_t got = 0; got < answer;) {
-    const ssize_t size = read(line, bytes, answer - got);
+}
+
+// Reads `count` answers or more, whatever they are.
+std::size_t readAnswers(int line, std::size_t count) {
+  char bytes[256];
+  std::size_t got = 0;
+  while (got < count) {
+    const ssize_t size = read(line, bytes, sizeof bytes);
     if (size <= 0) die("read");
     got += static_cast<std::size_t>(size);
   }
+  return got;
 }
 
-void host(int line, int records) {
+void exchange(int line, const std::string& record, std::size_t answer = 1) {
+  writeAll(line, record);
+  readAnswers(line, answer);
+}
+
+void host(int line, int records, int window) {
   exchange(line, "\x05", 29);
   exchange(line, checked("O" + std::string(40, ' ') + "\x03"));
   const std::string record = dataRecord();
-  for (int i = 0; i < records; ++i) exchange(line, record);
+  int open = 0;
+  for (int i = 0; i < records; ++i) {
+    writeAll(line, record);
+    if (++open == window) open -= static_cast<int>(readAnswers(line, 1));
+  }
+  readAnswers(line, static_cast<std::size_t>(open));
   exchange(line, checked("C\x03"));
   exchange(line, "\x04");
 }
@@ -157,6 +174,7 @@ void readExactly(int line, char* buffer, std::size_t size) {
 // What any receiver of such records must do: read them, and write one byte each.
 void bare(int line, int records) {
   char buffer[2048];
+  const std::size_t size = dataRecord().size();
   const std::string answer(29, '\x06');
   readExactly(line, buffer, 1);
   if (write(line, answer.data(), 29) != 29) die("write");
@@ -165,7 +183,7 @@ void bare(int line, int records) {
   Measure measure;
   measure.begin();
   for (int i = 0; i < records; ++i) {
-    readExactly(line, buffer, dataRecord().size());
+    readExactly(line, buffer, size);
     if (write(line, answer.data(), 1) != 1) die("write");
     measure.bytes += tessolan::kLargestData;
   }
@@ -177,7 +195,7 @@ void bare(int line, int records) {
   if (write(line, answer.data(), 1) != 1) die("write");
 }
 
-int underLoad(bool ours, int records) {
+int underLoad(bool ours, int records, int window) {
   const int master = posix_openpt(O_RDWR | O_NOCTTY);
   if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0) die("posix_openpt");
   const std::string path = ptsname(master);
@@ -196,7 +214,7 @@ int underLoad(bool ours, int records) {
     char byte = 0;
     if (read(ready[0], &byte, 1) < 0) die("pipe");
     usleep(200000);  // the receiver opens and flushes its line
-    host(master, records);
+    host(master, records, window);
     _exit(0);
   }
   useCore(0);
@@ -218,9 +236,11 @@ int underLoad(bool ours, int records) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::string mode = argc == 3 ? argv[1] : "";
-  if (mode == "ours" || mode == "bare") return underLoad(mode == "ours", std::atoi(argv[2]));
-  if (mode != "device") return 2;
+  const std::string mode = argc > 2 ? argv[1] : "";
+  if ((mode == "ours" || mode == "bare") && argc == 4) {
+    return underLoad(mode == "ours", std::atoi(argv[2]), std::atoi(argv[3]));
+  }
+  if (mode != "device" || argc != 3) return 2;
   Sink sink;
   const int result = Tessolan(&sink).receive(argv[2]);
   if (result == 0) sink.measure.print();

@@ -2,11 +2,13 @@
 // standard input gives the host's end free after its user was killed; it is answered by one.
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <iterator>
 
 #include "tests/support/line_simulator.h"
 
@@ -25,13 +27,12 @@ bool setOption(LineSimulator::Settings& settings, const char* word) {
                             {"to_terminal=", &settings.toTerminal.oneIn},
                             {"to_host=", &settings.toHost.oneIn},
                             {"delay_ms=", &settings.delayMs}};
-  for (const Option& option : options) {
-    const std::size_t size = std::strlen(option.name);
-    if (std::strncmp(word, option.name, size) != 0) continue;
-    *option.value = static_cast<std::uint32_t>(std::strtoul(word + size, nullptr, 10));
-    return true;
-  }
-  return false;
+  const auto* const found = std::find_if(std::begin(options), std::end(options), [word](const Option& option) {
+    return std::strncmp(word, option.name, std::strlen(option.name)) == 0;
+  });
+  if (found == std::end(options)) return false;
+  *found->value = static_cast<std::uint32_t>(std::strtoul(word + std::strlen(found->name), nullptr, 10));
+  return true;
 }
 
 int run(const LineSimulator::Settings& settings) {

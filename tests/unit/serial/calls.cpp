@@ -53,7 +53,7 @@ int __wrap_open(const char* path, int flags, ...) {
 int __wrap_tcsetattr(int fd, int actions, const termios* settings) {
   Calls& calls = Calls::instance();
   if (calls.recordSettings) {
-    calls.settingCalls.push_back(actions == TCSANOW ? "set now" : "set");
+    calls.settingCalls.emplace_back(actions == TCSANOW ? "set now" : "set");
     calls.settings = *settings;
   }
   return __real_tcsetattr(fd, actions, settings);
@@ -61,7 +61,7 @@ int __wrap_tcsetattr(int fd, int actions, const termios* settings) {
 
 int __wrap_tcflush(int fd, int queue) {
   Calls& calls = Calls::instance();
-  if (calls.recordSettings) calls.settingCalls.push_back(queue == TCIOFLUSH ? "flush both" : "flush");
+  if (calls.recordSettings) calls.settingCalls.emplace_back(queue == TCIOFLUSH ? "flush both" : "flush");
   const int result = __real_tcflush(fd, queue);
   if (receives) ++calls.flushes;
   return result;

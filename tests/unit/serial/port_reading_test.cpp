@@ -50,7 +50,7 @@ class PortReading : public testing::Test {
   unsigned char buffer_[300] = {};
 };
 
-std::string text(size_t size) { return std::string(size, 'x'); }
+std::string text(size_t size) { return std::string(size, 'x'); }  // NOLINT(modernize-return-braced-init-list): a count
 
 }  // namespace
 

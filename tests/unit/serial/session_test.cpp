@@ -1,10 +1,10 @@
 #include "serial/download_session.h"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -277,7 +277,7 @@ TEST_F(Session, EachMessage_ShowsTheProgressPageAnew) {
   EXPECT_EQ(0, end());
   const std::vector<ShownPage> pages = FakeGui::instance().shown();
   ASSERT_EQ(5U, pages.size());
-  for (int i = 0; i < 3; ++i) {
+  for (std::size_t i = 0; i < 3; ++i) {
     EXPECT_EQ("download-ddl.html", pages[i].page);
     EXPECT_FALSE(pages[i].synchronous);
     EXPECT_TRUE(pages[i].plainNumbers);

@@ -21,6 +21,7 @@ namespace {
 using Fault = LineSimulator::Fault;
 
 constexpr int kTimeDivisor = 20;
+constexpr std::size_t kWorkers = 6;
 
 // Keeps what it gets in memory, as the terminal's sink keeps it in files.
 class Store : public Tessolan::System {
@@ -150,7 +151,8 @@ TEST_P(OneFault, AtEveryByteOfBothDirections_SendsTheFileOrSaysSo) {
     std::atomic<bool> beyondTheEnd{false};
     // A sending mostly waits, so that several run at a time.
     std::vector<std::thread> workers;
-    for (int i = 0; i < 6; ++i) {
+    workers.reserve(kWorkers);
+    for (std::size_t i = 0; i < kWorkers; ++i) {
       workers.emplace_back([&] {
         while (!beyondTheEnd) {
           const std::size_t at = next++;
@@ -180,9 +182,21 @@ TEST_F(LineFaults, LineWithoutFaults_SendsEachRecordOnce) {
   EXPECT_EQ((std::vector<std::string>{content, "second"}), end.files);
 }
 
+TEST_F(LineFaults, EveryKindOfSize_ArrivesUnchanged) {
+  TestFiles files;
+  std::vector<std::string> contents;
+  for (const std::size_t size : {0U, 1U, 1023U, 1024U, 1025U, 2048U, 65536U, 65537U}) {
+    contents.push_back(mixedBytes(size));
+    files.add("file" + std::to_string(size), contents.back());
+  }
+  const End end = sendOver({}, files.files());
+  EXPECT_EQ(ExitCode::kSent, end.sender);
+  EXPECT_EQ(contents, end.files);
+}
+
 TEST_F(LineFaults, ThreeThousandRecordsWithAFaultInAHundred_ArriveUnchangedOrWithACode) {
   TestFiles files;
-  const std::string content = mixedBytes(3000 * 1024);
+  const std::string content = mixedBytes(3000UL * 1024);
   files.add("large.zip", content);
   int whole = 0;
   for (std::uint32_t seed = 1; seed <= 4; ++seed) {

@@ -33,7 +33,7 @@ class ProgressTest : public testing::Test {
     reporter->end();
     std::string text(static_cast<std::size_t>(std::ftell(stream_)), '\0');
     std::rewind(stream_);
-    EXPECT_EQ(text.size(), std::fread(&text[0], 1, text.size(), stream_));
+    EXPECT_EQ(text.size(), std::fread(text.data(), 1, text.size(), stream_));
     return text;
   }
 

@@ -1,5 +1,7 @@
 #include "tests/unit/tools/jxpush/scripted_terminal.h"
 
+#include "tools/jxpush/problem.h"
+
 namespace {
 
 const std::string kParameters = "\x02ZOR,JXAPP,XDL,p,,,,1024,,\x03\x57\xCF";
@@ -15,10 +17,12 @@ std::size_t bigEndian(const std::string& bytes) {
 void ScriptedTerminal::reset() {
   fate = nullptr;
   interrupted = nullptr;
+  hungUp = nullptr;
   state_ = State();
 }
 
 void ScriptedTerminal::write(const void* data, std::size_t size) {
+  failWhenHungUp();
   const std::string record(static_cast<const char*>(data), size);
   if (state_.ended) return;
   if (record == "\x05") return answerTo('E', record);
@@ -27,11 +31,16 @@ void ScriptedTerminal::write(const void* data, std::size_t size) {
 }
 
 int ScriptedTerminal::readByte(int /*timeoutMs*/) {
+  failWhenHungUp();
   if (interrupted && interrupted()) throw jxpush::Interrupted();
   if (state_.input.empty()) return -1;
   const char byte = state_.input.front();
   state_.input.pop_front();
   return static_cast<unsigned char>(byte);
+}
+
+void ScriptedTerminal::failWhenHungUp() const {
+  if (hungUp && hungUp()) throw jxpush::Problem(jxpush::ExitCode::kGaveUp, "the line was hung up");
 }
 
 void ScriptedTerminal::answerTo(char letter, const std::string& record) {

@@ -23,6 +23,9 @@ class ScriptedTerminal : public jxpush::BytePort {
   // A new terminal without a script.
   void reset();
 
+  // Whether the line is gone when the next byte is written or read; null: never.
+  std::function<bool()> hungUp;
+
   void write(const void* data, std::size_t size) override;
   int readByte(int timeoutMs) override;
   void ignoreInterrupts() override { interrupted = nullptr; }
@@ -35,6 +38,7 @@ class ScriptedTerminal : public jxpush::BytePort {
   int result() const { return state_.result; }
 
  private:
+  void failWhenHungUp() const;
   void answerTo(char letter, const std::string& record);
   std::string act(char letter, const std::string& record);
   std::string end(int result);

@@ -81,9 +81,9 @@ TEST_F(SerialSenderTest, MoreFiles_AreSentOneAfterTheOther) {
 }
 
 TEST_F(SerialSenderTest, LargeFile_IsLookedAfterEvery64Records) {
-  files_.add("large", mixedBytes(65 * 1024));
+  files_.add("large", mixedBytes(65UL * 1024));
   EXPECT_EQ(ExitCode::kSent, send());
-  EXPECT_EQ(mixedBytes(65 * 1024), terminal_.files().at(1));
+  EXPECT_EQ(mixedBytes(65UL * 1024), terminal_.files().at(1));
   EXPECT_EQ("EOMWWWECEOM" + std::string(64, 'W') + "EWECE.", terminal_.letters());
 }
 
@@ -265,6 +265,21 @@ TEST_F(SerialSenderTest, InterruptAnywhere_DropsTheDownload) {
     ++interrupts;
   }
   EXPECT_LT(60, interrupts);
+}
+
+TEST_F(SerialSenderTest, HangUpAnywhere_IsGivenUp) {
+  int hangUps = 0;
+  for (int after = 0;; ++after) {
+    terminal_.reset();
+    int calls = 0;
+    terminal_.hungUp = [&] { return ++calls > after; };
+    const ExitCode code = send();
+    if (code == ExitCode::kSent) break;
+    ASSERT_EQ(ExitCode::kGaveUp, code) << after;
+    EXPECT_EQ("the line was hung up", message_) << after;
+    ++hangUps;
+  }
+  EXPECT_LT(60, hangUps);
 }
 
 TEST_F(SerialSenderTest, FileThatBecomesShorter_DropsTheDownload) {

@@ -1,8 +1,8 @@
 #include "tests/unit/tools/jxpush/test_files.h"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
+#include <cstdlib>
 #include <fstream>
 #include <random>
 
@@ -23,7 +23,7 @@ void TestFiles::add(const std::string& name, const std::string& content) {
 }
 
 std::string mixedBytes(std::size_t size) {
-  std::mt19937 random(7);
+  std::mt19937 random(7);  // NOLINT(cert-msc32-c,cert-msc51-cpp): the same bytes each time
   std::string bytes;
   for (std::size_t i = 0; i < size; ++i) bytes += static_cast<char>(random() & 0xFFU);
   return bytes;
