@@ -176,7 +176,7 @@ TEST(ZipIndex, ExtraFieldThatChangesTheEntry_IsRefusedOthersAreNot) {
 
 TEST(ZipIndex, LinksAndDevices_AreRefused) {
   EXPECT_EQ(failureWith([](RawEntry& entry) { entry.mode = S_IFLNK | 0777U; }), "\"x\": is a link");
-  for (const unsigned type : {S_IFCHR, S_IFBLK, S_IFIFO, S_IFSOCK}) {
+  for (const mode_t type : {mode_t{S_IFCHR}, mode_t{S_IFBLK}, mode_t{S_IFIFO}, mode_t{S_IFSOCK}}) {
     EXPECT_EQ(failureWith([&](RawEntry& entry) { entry.mode = type | 0666U; }),
               "\"x\": is neither a file nor a directory");
   }
