@@ -78,7 +78,7 @@ TEST(TerminalSettings, FileThatCannotBeRead_IsMalformed) {
   expectNothingKnown(readTerminalSettings(root.path()));
   EXPECT_TRUE(readTerminalSettings(root.path()).signaturesMalformed);
   const Scratch other;
-  other.write("terminal.json", std::string(2 * 1024 * 1024, ' ') + "{}");
+  other.write("terminal.json", std::string(std::size_t{2} * 1024 * 1024, ' ') + "{}");
   EXPECT_TRUE(readTerminalSettings(other.path()).signaturesMalformed);
 }
 
