@@ -238,7 +238,8 @@ int underLoad(bool ours, int records, int window) {
 int main(int argc, char** argv) {
   const std::string mode = argc > 2 ? argv[1] : "";
   if ((mode == "ours" || mode == "bare") && argc == 4) {
-    return underLoad(mode == "ours", std::atoi(argv[2]), std::atoi(argv[3]));
+    return underLoad(mode == "ours", static_cast<int>(std::strtol(argv[2], nullptr, 10)),
+                     static_cast<int>(std::strtol(argv[3], nullptr, 10)));
   }
   if (mode != "device" || argc != 3) return 2;
   Sink sink;
