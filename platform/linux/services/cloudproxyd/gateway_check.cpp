@@ -15,6 +15,31 @@ namespace cloudproxyd {
 
 namespace {
 
+using httplib::Error;
+
+std::string textOf(Error error) {
+  switch (error) {
+    case Error::Connection:
+      return "cannot connect";
+    case Error::ConnectionTimeout:
+      return "no answer in time";
+    case Error::Read:
+      return "no HTTP answer";
+    case Error::SSLConnection:
+      return "no TLS connection";
+    case Error::SSLLoadingCerts:
+      return "the trusted authorities cannot be read";
+    default:
+      return httplib::to_string(error);
+  }
+}
+
+// `result`: what the verification of the certificate itself came to, apart from the name in it.
+std::string certificateProblem(long result) {
+  if (result == X509_V_OK) return "the certificate is for another host";
+  return std::string("the certificate is not trusted: ") + X509_verify_cert_error_string(result);
+}
+
 // A request whose answer's body nobody wants: the status line and headers are the answer.
 GatewayAnswer ask(httplib::SSLClient& client) {
   GatewayAnswer answer;
@@ -24,19 +49,16 @@ GatewayAnswer ask(httplib::SSLClient& client) {
   };
   const auto takeNothing = [](const char* /*data*/, std::size_t /*size*/) { return false; };
   const httplib::Result result = client.Get("/", takeHead, takeNothing);
+  // The library reports no head where there can be no body.
+  if (result) return {true, result->status, result->reason};
   if (answer.answered) return answer;
-  answer.code = static_cast<int>(result.error());
-  answer.reason = httplib::to_string(result.error());
-  const long verification = client.get_openssl_verify_result();
-  if (result.error() == httplib::Error::SSLServerVerification && verification != X509_V_OK) {
-    answer.reason += std::string(": ") + X509_verify_cert_error_string(verification);
-  }
-  return answer;
+  const bool isRefused = result.error() == Error::SSLServerVerification;
+  return {false, static_cast<int>(result.error()),
+          isRefused ? certificateProblem(client.get_openssl_verify_result()) : textOf(result.error())};
 }
 
 GatewayAnswer timeout() {
-  constexpr auto kError = httplib::Error::ConnectionTimeout;
-  return {false, static_cast<int>(kError), httplib::to_string(kError)};
+  return {false, static_cast<int>(Error::ConnectionTimeout), textOf(Error::ConnectionTimeout)};
 }
 
 // One request, which its own thread and the one that waits for it share.
