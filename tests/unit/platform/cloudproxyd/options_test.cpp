@@ -1,0 +1,104 @@
+#include "platform/linux/services/cloudproxyd/options.h"
+
+#include <gmock/gmock.h>
+
+#include <vector>
+
+namespace cloudproxyd {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+// The exit status, or -1 when the service would run.
+int parse(std::vector<const char*> words, Options& options) {
+  words.insert(words.begin(), "cloudproxyd");
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+  const auto status = parseOptions(static_cast<int>(words.size()), words.data(), options);
+  testing::internal::GetCapturedStdout();
+  testing::internal::GetCapturedStderr();
+  return status.value_or(-1);
+}
+
+TEST(Options, Nothing_IsTheUsual) {
+  Options options;
+  EXPECT_EQ(parse({}, options), -1);
+  EXPECT_TRUE(options.service.answersInfo);
+  EXPECT_EQ(options.service.deviceType, "prod");
+  EXPECT_EQ(options.service.listFormat, ListFormat::kNew);
+  EXPECT_EQ(options.service.environments.size(), 2U);
+  EXPECT_EQ(options.service.host, "gateway.example");
+  EXPECT_EQ(options.gateway.host, "gateway.example");
+  EXPECT_EQ(options.gateway.port, 443);
+  EXPECT_EQ(options.gateway.caFile, "");
+  EXPECT_EQ(options.stateFile, "");
+}
+
+TEST(Options, All_AreTaken) {
+  Options options;
+  EXPECT_EQ(parse({"--list-format", "both", "--no-info", "--gateway", "[::1]:8443", "--ca-file", "/dev/null",
+                   "--device-type", "dev", "--env", "a:b,c", "--env=d", "--state", "/x/y"},
+                  options),
+            -1);
+  EXPECT_FALSE(options.service.answersInfo);
+  EXPECT_EQ(options.service.deviceType, "dev");
+  EXPECT_EQ(options.service.listFormat, ListFormat::kBoth);
+  ASSERT_EQ(options.service.environments.size(), 2U);
+  EXPECT_THAT(options.service.environments[0].certificates, ElementsAre("b", "c"));
+  EXPECT_EQ(options.service.environments[1].name, "d");
+  EXPECT_EQ(options.service.host, "::1");
+  EXPECT_EQ(options.gateway.port, 8443);
+  EXPECT_EQ(options.gateway.caFile, "/dev/null");
+  EXPECT_EQ(options.stateFile, "/x/y");
+}
+
+TEST(Options, HelpAndVersion_EndWithZero) {
+  Options options;
+  EXPECT_EQ(parse({"--help"}, options), 0);
+  EXPECT_EQ(parse({"--version"}, options), 0);
+  EXPECT_EQ(parse({"--wrong"}, options), 2);
+}
+
+TEST(ParseEnvironment, NameAndCertificates_AreTakenApart) {
+  Environment environment;
+  EXPECT_TRUE(parseEnvironment("prod", environment));
+  EXPECT_EQ(environment.name, "prod");
+  EXPECT_THAT(environment.certificates, IsEmpty());
+  EXPECT_TRUE(parseEnvironment("a:", environment));
+  EXPECT_THAT(environment.certificates, IsEmpty());
+  EXPECT_TRUE(parseEnvironment("<b> x:auth-ex,y z,q:r", environment));
+  EXPECT_EQ(environment.name, "<b> x");
+  EXPECT_THAT(environment.certificates, ElementsAre("auth-ex", "y z", "q:r"));
+}
+
+TEST(ParseEnvironment, AnythingElse_IsNone) {
+  Environment environment;
+  for (const std::string text : {"", ":", ":a", "a:,", "a:b,", "a:,b", "a:b,,c", "a\n", "\x7F", "\xC3\xA4"}) {
+    EXPECT_FALSE(parseEnvironment(text, environment)) << text;
+  }
+  EXPECT_TRUE(parseEnvironment(std::string(64, 'x'), environment));
+  EXPECT_FALSE(parseEnvironment(std::string(65, 'x'), environment));
+  EXPECT_FALSE(parseEnvironment("a:" + std::string(65, 'x'), environment));
+}
+
+TEST(ParseGateway, HostAndPort_AreTakenApart) {
+  const auto parsed = [](const std::string& text) {
+    Gateway gateway;
+    return parseGateway(text, gateway) ? gateway.host + " " + std::to_string(gateway.port) : "none";
+  };
+  EXPECT_EQ(parsed("a.example"), "a.example 443");
+  EXPECT_EQ(parsed("a:1"), "a 1");
+  EXPECT_EQ(parsed("127.0.0.1:65535"), "127.0.0.1 65535");
+  EXPECT_EQ(parsed("[::1]"), "::1 443");
+  EXPECT_EQ(parsed("[::1]:8443"), "::1 8443");
+  for (const char* const text :
+       {"",     ":",         ":1",  "a:",   "a:0", "a:65536", "a:99999999999", "a:-1",   "a:+1",
+        "a:1x", "a: 1",      "::1", "[::1", "[",   "[]",      "[]:1",          "[::1]:", "[::1]1",
+        "]",    "https://a", "a/b", "a b",  "u@a", "a[b"}) {
+    EXPECT_EQ(parsed(text), "none") << text;
+  }
+}
+
+}  // namespace
+}  // namespace cloudproxyd
