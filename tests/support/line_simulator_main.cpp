@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -54,6 +55,7 @@ int run(const LineSimulator::Settings& settings) {
 }  // namespace
 
 int main(int argc, char** argv) try {
+  std::signal(SIGPIPE, SIG_IGN);  // whoever read the reports may have gone
   LineSimulator::Settings settings;
   for (int i = 1; i < argc; ++i) {
     if (!setOption(settings, argv[i])) return std::fputs(kUsage, stderr) < 0 ? 1 : 2;

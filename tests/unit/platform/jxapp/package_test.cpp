@@ -14,7 +14,6 @@ namespace {
 
 using jxinstall::Descriptor;
 using jxinstall::Failure;
-using jxinstall::Package;
 using jxinstall::readPackage;
 
 const std::map<std::string, std::string> kFiles = {{"bin/hello", "#!/bin/sh\n"}, {"text", "Hello"}};
