@@ -82,7 +82,7 @@ int main(int argc, char** argv) {
   while (std::cin >> kind >> piece >> size) {
     std::string bytes(size, '\0');
     std::cin.get();
-    std::cin.read(&bytes[0], static_cast<std::streamsize>(size));
+    std::cin.read(bytes.data(), static_cast<std::streamsize>(size));
     std::cout << answer(kind, bytes, std::max<std::size_t>(piece, 1), argv[1]) << std::endl;
   }
 }

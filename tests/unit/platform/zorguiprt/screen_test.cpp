@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-using jxplatform::PageContent;
 using jxplatform::PageResult;
 using jxplatform::Screen;
 using std::chrono::milliseconds;
