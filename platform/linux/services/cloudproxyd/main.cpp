@@ -17,7 +17,7 @@
 
 namespace {
 
-using namespace cloudproxyd;  // NOLINT(google-build-using-namespace): this is its program
+using namespace cloudproxyd;
 
 constexpr int kEndMs = 2000;
 
