@@ -46,6 +46,7 @@ __attribute__((constructor)) static void begin(void) {
 // By the kernel, because sanitizers ask for the time before anything here has begun.
 static int realGetTime(clockid_t clock, struct timespec* now) { return (int)syscall(SYS_clock_gettime, clock, now); }
 
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): the C library has names of its own for them
 int clock_gettime(clockid_t clock, struct timespec* now) {
   const int result = realGetTime(clock, now);
   if (result == 0 && offset != NULL && (clock == CLOCK_REALTIME || clock == CLOCK_REALTIME_COARSE))
@@ -81,6 +82,8 @@ int pthread_cond_init(pthread_cond_t* restrict condition, const pthread_condattr
   return realInit(condition, attribute);
 }
 
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)
+
 static int isMonotonic(const pthread_cond_t* condition) {
   int found = 0;
   pthread_mutex_lock(&lock);
@@ -93,6 +96,7 @@ static int isBefore(const struct timespec* left, const struct timespec* right) {
   return left->tv_sec != right->tv_sec ? left->tv_sec < right->tv_sec : left->tv_nsec < right->tv_nsec;
 }
 
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
 int pthread_cond_timedwait(pthread_cond_t* restrict condition, pthread_mutex_t* restrict mutex,
                            const struct timespec* restrict end) {
   if (isMonotonic(condition)) return realWait(condition, mutex, end);

@@ -35,8 +35,8 @@ class StateFileTest : public testing::Test {
   // "level environment mode" after loading, or the problem.
   std::string loaded() {
     Settings settings{3, "first", true};
-    const std::string problem = loadSettings(path, settings);
-    const std::string text =
+    std::string problem = loadSettings(path, settings);
+    std::string text =
         std::to_string(settings.logLevel) + " " + settings.environment + (settings.authEx ? " on" : " off");
     if (problem.empty()) return text;
     EXPECT_EQ(text, "3 first on");
