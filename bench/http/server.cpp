@@ -2,6 +2,7 @@
 // Usage: bench_server PORT DIRECTORY
 #include <jxapp.h>
 #include <unistd.h>
+#include <zoripc.h>
 
 #include <cstdlib>
 #include <iostream>
@@ -30,6 +31,16 @@ bool jxGetCertificateArchive(std::string& archive) {
 }
 
 }  // namespace jxapp
+
+namespace zoripc {
+
+// The controller hears of installations; here are none.
+int ipcNotify(const char* /*receiver*/, const char* /*name*/, const JSObject& /*message*/, unsigned /*flags*/,
+              const char* /*sender*/) {
+  return 0;
+}
+
+}  // namespace zoripc
 
 int main(int argc, char** argv) {
   if (argc != 3) {
