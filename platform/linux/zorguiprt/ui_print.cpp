@@ -10,38 +10,22 @@
 #include <iterator>
 #include <utility>
 
+#include "platform/linux/zorhtml/html_escape.h"
+
 namespace zorgui {
 namespace {
 
-// What "%S" makes of one byte of its text.
-void appendEscaped(std::string& html, char c) {
-  switch (c) {
-    case '&':
-      html += "&amp;";
-      break;
-    case '<':
-      html += "&lt;";
-      break;
-    case '>':
-      html += "&gt;";
-      break;
-    case '"':
-      html += "&quot;";
-      break;
-    case '\'':
-      html += "&apos;";
-      break;
-    case '\n':
+// What "%S" inserts: entities, and white space as a page shows it.
+std::string escapeText(const std::string& text) {
+  std::string html;
+  for (const char c : jxplatform::escapeHtml(text)) {
+    if (c == '\n') {
       html += "<br>";
-      break;
-    case '\t':
-    case '\r':
-    case '\0':
-      html += ' ';
-      break;
-    default:
-      html += c;
+    } else {
+      html += c == '\t' || c == '\r' ? ' ' : c;
+    }
   }
+  return html;
 }
 
 constexpr int kNone = -1;  // no width or precision was given
@@ -228,7 +212,7 @@ class Formatter {
     printText(conversion);
     const std::string plain = text_.substr(begin);
     text_.resize(begin);
-    for (const char c : plain) appendEscaped(text_, c);
+    text_ += escapeText(plain);
   }
 
   // Appends one conversion; nothing when the C library cannot do it (a wide character that the locale lacks).
