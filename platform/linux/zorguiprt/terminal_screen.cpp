@@ -85,7 +85,7 @@ int TerminalScreen::showSynchronous(Vars& vars, const std::string& page, zorgui:
   PageContent content{page, vars, {}};
   if (!prepare(content)) return -1;
   Vars shown = content.vars;
-  auto result = screen_.waitForResult(screen_.showSynchronous(std::move(content)), callback, data);
+  auto result = screen_.waitForResult(screen_.showSynchronous(content), callback, data);
   if (!result) return -1;
   for (auto& [name, value] : result->vars) {
     if (value) {
@@ -103,7 +103,7 @@ void TerminalScreen::showAsynchronous(const Vars& vars, const std::string& page,
   screen_.endPage();
   PageContent content{page, vars, {}};
   if (prepare(content)) {
-    screen_.showAsynchronous(std::move(content), callback, data);
+    screen_.showAsynchronous(content, callback, data);
   } else {
     screen_.reportUnshown(callback, data);
   }
