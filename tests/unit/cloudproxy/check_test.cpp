@@ -176,4 +176,41 @@ TEST_F(CheckTest, CannotReadSettings_ShowsTheErrorWithoutWaiting) {
   });
 }
 
+// A proxy that lists its environments by their names alone: reading its settings takes its information as well.
+class OldListCheckTest : public CheckTest {
+ protected:
+  void checkAgainst(const std::string& host) {
+    answer("readconfig", R"({"proxy":{"result":"success","cloud_env":"test","cloud_env_list":["prod","test"],)"
+                         R"("cloud_hostname":")" +
+                             host + "\"}}");
+    answer("cloudcheck", R"({"proxy":{"result":"success","error_code":200,"error_reason":"OK"}})");
+    gui.answer("cloudproxy.html", 3);
+    runCloudProxyMenu();
+  }
+};
+
+TEST_F(OldListCheckTest, FirstCheck_AsksForTheInformationInBetween) {
+  inOwnProcess([this] {
+    run(R"("result":"success","error_code":200)");  // uses up the answer with the new list
+    answer("info", R"({"proxy":{"result":"success","version":"1","device_type":"prod","auth_ex_support":1}})");
+    checkAgainst("old.test");
+    checkAgainst("old.test");
+    EXPECT_EQ(ipc.sent(), (Texts{R"({"proxy":{"command":"readconfig"}})", R"({"proxy":{"command":"cloudcheck"}})",
+                                 R"({"proxy":{"command":"readconfig"}})", R"({"proxy":{"command":"info"}})",
+                                 R"({"proxy":{"command":"cloudcheck"}})", R"({"proxy":{"command":"readconfig"}})",
+                                 R"({"proxy":{"command":"cloudcheck"}})"}));
+  });
+}
+
+TEST_F(OldListCheckTest, ProxyWithoutInformation_IsCheckedAllTheSame) {
+  inOwnProcess([this] {
+    run(R"("result":"success","error_code":503)");
+    checkAgainst("old.test");
+    EXPECT_EQ(varsOf(5).at("text"), "Connect to gateway:<div class='text_nowrap_tick'>old.test</div>");
+    EXPECT_EQ(varsOf(6).at("text"), kReachable +
+                                        "<b>Gateway:</b><div class='text_nowrap_tick'>old.test</div>"
+                                        "<b>Status</b>:<div class='text_nowrap_tick'>200 (OK)</div>");
+  });
+}
+
 }  // namespace

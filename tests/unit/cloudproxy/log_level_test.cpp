@@ -121,6 +121,18 @@ TEST_F(LogLevelTest, SameLevelOrNone_SendsNothing) {
   });
 }
 
+TEST_F(LogLevelTest, LevelBeyondItsDigit_IsComparedAsItWasRead) {
+  inOwnProcess([this] {
+    run("12", "12");
+    EXPECT_EQ(varsOf(0), (Vars{{"loglevel", "3"}}));
+    EXPECT_EQ(sentThen(), Texts{});
+  });
+  inOwnProcess([this] {
+    run("12", "4");
+    EXPECT_EQ(ipc.sent().back(), R"({"proxy":{"loglevel":4}})");
+  });
+}
+
 TEST_F(LogLevelTest, RemovedVariable_SendsNothing) {
   inOwnProcess([this] {
     answer("readconfig", levelAnswer("3"));

@@ -1,12 +1,13 @@
 // Where memory runs out in the middle of an exchange.
 #include <cerrno>
 
+#include "cloudproxy/cloud_proxy_menu.h"
 #include "cloudproxy/exchange.h"
 #include "cloudproxy/log_level.h"
 #include "cloudproxy/proxy_info.h"
 #include "cloudproxy/proxy_settings.h"
+#include "tests/support/no_memory.h"
 #include "tests/unit/cloudproxy/fixture.h"
-#include "tests/unit/cloudproxy/no_memory.h"
 
 namespace {
 
@@ -97,6 +98,34 @@ TEST_F(MemoryTest, AllocationsOfReadersFail_TheyReportFailure) {
       return readLogLevel() == 4;
     });
     EXPECT_GT(levelFailures, 3);
+  });
+}
+
+TEST_F(MemoryTest, NoMemoryForARequest_IsAFailureToRead) {
+  inOwnProcess([this] {
+    ProxyInfo info;
+    ProxySettings settings;
+    noMemory::after(0);
+    const int infoResult = readProxyInfo(info);
+    const int settingsResult = readProxySettings(settings);
+    const int level = readLogLevel();
+    noMemory::after(-1);
+    EXPECT_EQ(infoResult, -1);
+    EXPECT_NE(settingsResult, 0);
+    EXPECT_EQ(level, -1);
+    EXPECT_EQ(ipc.sent(), Texts{});
+  });
+}
+
+TEST_F(MemoryTest, NoMemoryForAPage_LeadsBackToTheMenuThatCalled) {
+  inOwnProcess([this] {
+    noMemory::after(0);
+    runLogLevelPage();
+    runCloudProxyMenu();
+    const bool failed = noMemory::met();
+    noMemory::after(-1);
+    EXPECT_TRUE(failed);
+    EXPECT_EQ(gui.shownNames(), Texts{});
   });
 }
 

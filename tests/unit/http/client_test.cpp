@@ -199,6 +199,24 @@ TEST(Request, AnswerCutInItsHead_Is400Or408) {
   EXPECT_EQ(exchange(ScriptedPeer("nonsense\r\n")).status, 400);
 }
 
+TEST(Request, AnswerCutBehindItsType_GivesNoType) {
+  const std::string cut = "HTTP/1.1 500 x\r\nContent-Type: text/html\r\nContent-Length: 5\r\nX";
+  for (const End end : {End::Closed, End::TimedOut}) {
+    const ScriptedPeer peer(cut, end);
+    const Exchange result = exchange(peer);
+    EXPECT_EQ(result.status, end == End::Closed ? 400 : 408);
+    EXPECT_EQ(result.body + result.type, "");
+    EXPECT_EQ(peer.reads().size(), cut.size() + 1);  // no body is asked for
+  }
+}
+
+TEST(Request, OtherAnswerThanAResponse_IsReadToItsEnd) {
+  const Exchange result = exchange(ScriptedPeer("GET / HTTP/1.1\r\nContent-Type: t\r\nContent-Length: 2\r\n\r\nab"));
+  EXPECT_EQ(result.status, 400);
+  EXPECT_EQ(result.body, "ab");
+  EXPECT_EQ(result.type, "t");
+}
+
 TEST(Request, EveryFailingWrite_Is410) {
   const std::string answer = "HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nhello";
   for (int nth = 1; nth <= 7; ++nth) {

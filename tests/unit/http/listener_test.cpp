@@ -265,6 +265,40 @@ TEST_F(Listener, Connections_AreServedAtTheSameTime) {
   }
 }
 
+// Holds its connection until it is let go.
+class Held : public TestServer {
+ public:
+  static inline std::promise<void> begun;
+  static inline std::promise<void> release;
+  static inline std::shared_future<void> released{release.get_future()};
+
+  bool doGET(const std::string& path) override {
+    begun.set_value();
+    released.wait();
+    return TestServer::doGET(path);
+  }
+};
+
+TEST_F(Listener, ConnectionUnderWay_RunsOnAfterTheStop) {
+  Served connection("GET /long HTTP/1.1\r\n\r\n");
+  fake_.accepts = {connection.peer.stream()};
+  wrapped::answerPolls({event(POLLIN), [this](pollfd*) {
+                          Held::begun.get_future().wait();
+                          settings_.stop = true;
+                          return 0;
+                        }});
+  {
+    const Held prototype;
+    EXPECT_TRUE(serve(settings_, prototype));
+  }
+  wrapped::takePolls();
+  EXPECT_EQ(fake_.deleted, 1);
+  // Neither the endpoint nor the prototype is there any more.
+  Held::release.set_value();
+  connection.ended.get_future().wait();
+  EXPECT_EQ(connection.peer.writes().back(), "GET /long");
+}
+
 TEST_F(Listener, FailedThreadCreation_DropsTheConnectionAlone) {
   const ScriptedPeer dropped("GET / HTTP/1.1\r\n\r\n");
   Served served("GET /b HTTP/1.1\r\n\r\n");

@@ -1,6 +1,7 @@
 #include "tests/unit/http/wrapped_calls.h"
 
 #include <pthread.h>
+#include <sys/mman.h>
 
 #include <atomic>
 #include <cerrno>
@@ -19,6 +20,7 @@ struct Script {
 
 thread_local Script script;
 std::atomic<bool> threadsFail{false};
+std::atomic<bool> mapsFail{false};
 
 }  // namespace
 
@@ -44,6 +46,14 @@ int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, v
   return __real_pthread_create(thread, attributes, start, argument);
 }
 
+extern "C" void* __real_mmap(void* address, std::size_t size, int protection, int flags, int fd, off_t offset);
+extern "C" void* __wrap_mmap(void* address, std::size_t size, int protection, int flags, int fd, off_t offset);
+
+void* __wrap_mmap(void* address, std::size_t size, int protection, int flags, int fd, off_t offset) {
+  if (mapsFail) return errno = ENOMEM, MAP_FAILED;
+  return __real_mmap(address, size, protection, flags, fd, offset);
+}
+
 namespace wrapped {
 
 void answerPolls(std::vector<PollAnswer> answers) {
@@ -59,5 +69,7 @@ std::vector<Poll> takePolls() {
 }
 
 void failThreads(bool fail) { threadsFail = fail; }
+
+void failMaps(bool fail) { mapsFail = fail; }
 
 }  // namespace wrapped

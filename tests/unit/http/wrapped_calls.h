@@ -1,4 +1,4 @@
-// poll() and pthread_create() of the code under test, which the linker redirects here.
+// poll(), pthread_create() and mmap() of the code under test, which the linker redirects here.
 #pragma once
 
 #include <poll.h>
@@ -27,5 +27,8 @@ std::vector<Poll> takePolls();
 
 // Makes pthread_create fail, without a thread, while it is set.
 void failThreads(bool fail);
+
+// Makes every mmap of the code under test fail for want of room, while it is set.
+void failMaps(bool fail);
 
 }  // namespace wrapped

@@ -47,6 +47,7 @@ int __wrap_open(const char* path, int flags, ...) {
   va_end(args);
   Calls& calls = Calls::instance();
   const std::string target = calls.onOpen ? calls.onOpen(path) : path;
+  if (receives) calls.openFlags.push_back(flags);
   return __real_open(target.c_str(), flags, mode);
 }
 
@@ -80,6 +81,7 @@ void Calls::reset() {
   onRead = nullptr;
   onWrite = nullptr;
   onOpen = nullptr;
+  openFlags.clear();
   recordSettings = false;
   settingCalls.clear();
   settings = {};

@@ -19,6 +19,7 @@ struct Calls {
   std::function<ssize_t(int, void*, size_t)> onRead;
   std::function<ssize_t(int, const void*, size_t)> onWrite;
   std::function<std::string(const std::string&)> onOpen;  // the path to open instead
+  std::vector<int> openFlags;                             // of the receiving thread's opens, in order
   // What was asked of the line, in order: "flush", "set".
   bool recordSettings = false;
   std::vector<std::string> settingCalls;

@@ -23,6 +23,21 @@ TEST(Protocol, Enquiry_YieldsTheParameterRecord) {
   EXPECT_EQ("", download.line.pending());
 }
 
+TEST(Protocol, RecordsAsAHostSendsThem_AreUnderstood) {
+  Download download;
+  EXPECT_EQ("\x06", download.exchange(bytes("\x02O                                       a.zip\x03\x49"
+                                            "\x35")));
+  EXPECT_EQ("\x06", download.exchange(bytes("\x02W\0\5\0\0\1\2hello\xF0"
+                                            "\xF3")));
+  EXPECT_EQ("\x06", download.exchange(bytes("\x02M50 %\x03\xCD"
+                                            "\xD3")));
+  EXPECT_EQ("\x06", download.exchange(bytes("\x02S\x03\x6A"
+                                            "\x0F")));
+  EXPECT_EQ("\x06", download.exchange(bytes("\x02U\x03\x7E"
+                                            "\x0F")));
+  EXPECT_EQ((Lines{"open a.zip", "write 258 5", "M 50 %", "S", "U"}), download.system.calls());
+}
+
 TEST(Protocol, NakFromTheHost_YieldsTheParameterRecordAtAnyIdleMoment) {
   Download download;
   EXPECT_EQ(kParameterRecord, download.exchange("\x15", 29));
@@ -191,9 +206,11 @@ TEST(Protocol, DataHeader_IsBigEndian) {
 
 TEST(Protocol, DataLength1025_IsTooLongAndNotRead) {
   Download download;
-  EXPECT_EQ("\x04", download.exchange(bytes("\x02W\x04\x01\0\0\0\0")));
+  const std::string data(1025 + 2, 'x');
+  EXPECT_EQ("\x04", download.exchange(bytes("\x02W\x04\x01\0\0\0\0") + data));
   EXPECT_EQ(-4, download.result());
   EXPECT_EQ(Lines{}, download.system.calls());
+  EXPECT_EQ(static_cast<int>(data.size()), download.line.unread());
 }
 
 TEST(Protocol, ThreeWrongCheckValuesInARow_EndWithMinusThree) {

@@ -1,107 +1,11 @@
-#include "serial/download_session.h"
+#include "tests/unit/serial/session.h"
 
-#include <gtest/gtest.h>
+#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
-
-#include <cstdlib>
-#include <cstring>
-#include <fstream>
-#include <iterator>
-
-#include "shell/pages.h"
-#include "tests/support/fake_controller.h"
-#include "tests/support/fake_gui.h"
-#include "tests/support/fake_installer.h"
-#include "tests/unit/serial/calls.h"
-#include "tests/unit/serial/download.h"
 
 namespace {
 
-using Names = std::vector<std::string>;
-
 constexpr const char* kErrorHead = "<span style='color:#f00'><b>Error:</b></span><br>";
-
-// The download's sink as the Itanium ABI lays it out.
-struct CallbackLayout {
-  void** slots;
-  std::FILE* file;
-  int counter;
-  PageVars* vars;
-  void* pageContext;
-};
-
-// A session on a thread of its own; the test is the host and the operator.
-class Session : public testing::Test {
- protected:
-  Session() {
-    Calls::instance().timeDivisor = 20;
-    Calls::instance().onOpen = [this](const std::string& path) {
-      if (path.compare(0, 8, "/dev/tty") != 0) return path;
-      opened_ = path;
-      return device_.empty() ? line_.path() : device_;
-    };
-    FakeGui::instance().reset();
-    installer().reset();
-    FakeController::instance().reset();
-    char folder[] = "/tmp/jxserial-XXXXXX";
-    root_ = mkdtemp(folder);
-    installer().sourceDir = root_ + "/source";
-  }
-
-  ~Session() override {
-    if (thread_.joinable()) {
-      line_.hangUp();
-      thread_.join();
-    }
-    FakeGui::instance().reset();
-    const std::string command = "rm -rf " + root_;
-    if (std::system(command.c_str()) != 0) ADD_FAILURE() << command;
-  }
-
-  static FakeInstaller& installer() { return FakeInstaller::instance(); }
-
-  void begin(int port) {
-    thread_ = std::thread([this, port] {
-      Calls::thisThreadReceives();
-      result_ = download_ddl(port);
-    });
-  }
-
-  void beginAndConnect(int port = 3) {
-    untilReady([&] { begin(port); });
-  }
-
-  std::string exchange(const std::string& record) {
-    line_.send(record);
-    return line_.receive(1);
-  }
-
-  int end() {
-    thread_.join();
-    return result_;
-  }
-
-  static std::string outcome() {
-    const std::vector<ShownPage> pages = FakeGui::instance().shown();
-    EXPECT_EQ("result.html", pages.back().page);
-    EXPECT_TRUE(pages.back().synchronous);
-    return pages.back().vars.at("text");
-  }
-
-  std::string archive(int number) const {
-    std::ifstream file(installer().sourceDir + "/upload-" + std::to_string(number) + ".zip", std::ios::binary);
-    return file ? std::string(std::istreambuf_iterator<char>(file), {}) : "absent";
-  }
-
-  CallsReset reset_;
-  PtyPair line_;
-  std::string device_;  // opened instead of the line
-  std::string opened_;
-  std::string root_;
-  std::thread thread_;
-  int result_ = 0;
-};
 
 }  // namespace
 
@@ -144,6 +48,32 @@ TEST_F(Session, TwoFiles_AreStoredByNumberAndInstalled) {
   EXPECT_EQ("<span style='color:#0f0'><b>Download successful</b></span><br>Installed hello 1.0.0<br>", outcome());
   EXPECT_EQ(1, installer().installations);
   EXPECT_EQ(Names{"libmac_scan_manifests"}, FakeController::instance().commands());
+}
+
+TEST_F(Session, InstallationPage_IsShownBeforeTheInstallationAndTheOutcomeAfter) {
+  Names shown;
+  installer().onInstall = [&shown] { shown = FakeGui::instance().shownNames(); };
+  for (const int left : {-1, 0, 1, 7}) {
+    FakeGui::instance().reset();
+    FakeGui::instance().answer("install-ddl.html", left);
+    FakeGui::instance().answer("result.html", left);
+    beginAndConnect();
+    EXPECT_EQ("\x04", exchange("\x04"));
+    EXPECT_EQ(0, end());
+    EXPECT_EQ((Names{"download-ddl.html", "install-ddl.html"}), shown);
+    EXPECT_EQ((Names{"download-ddl.html", "install-ddl.html", "result.html"}), FakeGui::instance().shownNames());
+  }
+}
+
+TEST_F(Session, SourceDirectory_IsMadeForEachFile) {
+  beginAndConnect();
+  exchange(openRecord("setgroup.x"));
+  EXPECT_EQ(0, installer().directoriesMade);
+  exchange(openRecord("a"));
+  exchange(openRecord("b"));
+  exchange("\x04");
+  EXPECT_EQ(0, end());
+  EXPECT_EQ(2, installer().directoriesMade);
 }
 
 TEST_F(Session, SecondSession_BeginsAtZeroAgainAndTruncates) {
@@ -239,6 +169,18 @@ TEST_F(Session, FailedOpen_EndsWithMinusFive) {
   EXPECT_EQ(kErrorHead + std::string("COM1 download failed -5."), outcome());
 }
 
+TEST_F(Session, FileWithoutPositions_RefusesItsBlocks) {
+  installer().sourceDir = root_;
+  const std::string path = root_ + "/upload-0.zip";
+  ASSERT_EQ(0, mkfifo(path.c_str(), 0600));
+  const int reader = ::open(path.c_str(), O_RDONLY | O_NONBLOCK);
+  beginAndConnect();
+  EXPECT_EQ("\x06", exchange(openRecord("a")));
+  EXPECT_EQ("\x04", exchange(dataRecord(0, "a")));
+  EXPECT_EQ(-5, end());
+  close(reader);
+}
+
 TEST_F(Session, FullDisk_RefusesTheBlockThatMeetsIt) {
   installer().sourceDir = root_;
   ASSERT_EQ(0, symlink("/dev/full", (root_ + "/upload-0.zip").c_str()));
@@ -328,55 +270,6 @@ TEST_F(Session, FileStillOpenAtTheEnd_IsInstalledAndClosedAfterTheOutcome) {
   exchange("\x04");
   EXPECT_EQ(0, end());
   EXPECT_EQ(1, installer().installations);
-}
-
-TEST_F(Session, Sink_HoldsFileCounterVariablesAndContextInThisOrder) {
-  int messages = 0;
-  FakeGui::instance().onAsync([&](const ShownPage& page) {
-    if (page.vars.count("message") == 0) return;
-    // Behind the receiver's slots lies its System, the sink.
-    void* sink = nullptr;
-    std::memcpy(&sink, static_cast<char*>(page.data) + sizeof(void*), sizeof sink);
-    CallbackLayout layout{};
-    std::memcpy(&layout, sink, sizeof layout);
-    EXPECT_EQ(messages == 0, layout.file == nullptr);
-    EXPECT_EQ(messages, layout.counter);
-    EXPECT_EQ(page.vars.at("message"), layout.vars->at("message"));
-    EXPECT_EQ(page.data, layout.pageContext);
-    ++messages;
-  });
-  beginAndConnect();
-  exchange(textRecord('M', "before"));
-  exchange(openRecord("a"));
-  exchange(textRecord('M', "after"));
-  exchange("\x04");
-  EXPECT_EQ(0, end());
-  EXPECT_EQ(2, messages);
-}
-
-TEST_F(Session, MessageWithoutAPageContext_IsAcceptedSilently) {
-  int shown = 0;
-  bool accepted = false;
-  FakeGui::instance().onAsync([&](const ShownPage& page) {
-    if (++shown != 2) return;
-    void* sink = nullptr;
-    std::memcpy(&sink, static_cast<char*>(page.data) + sizeof(void*), sizeof sink);
-    CallbackLayout layout{};
-    std::memcpy(&layout, sink, sizeof layout);
-    void* const context = layout.pageContext;
-    layout.pageContext = nullptr;
-    std::memcpy(sink, &layout, sizeof layout);
-    accepted = static_cast<Tessolan::System*>(sink)->showMessage("unseen");
-    layout.pageContext = context;
-    std::memcpy(sink, &layout, sizeof layout);
-  });
-  beginAndConnect();
-  exchange(textRecord('M', "seen"));
-  exchange("\x04");
-  EXPECT_EQ(0, end());
-  EXPECT_TRUE(accepted);
-  EXPECT_EQ((Names{"download-ddl.html", "download-ddl.html", "install-ddl.html", "result.html"}),
-            FakeGui::instance().shownNames());
 }
 
 TEST_F(Session, AbortBeforeTheDeviceIsOpen_IsForgotten) {

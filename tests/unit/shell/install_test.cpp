@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "tests/support/no_memory.h"
 #include "tests/unit/shell/fixture.h"
 
 namespace {
@@ -22,6 +23,17 @@ TEST(InstallLogLine, ErrorsAndWarnings_AreRed) {
   EXPECT_EQ(lineOf("Error: no room"), "<span style='color:#f00'>Error: no room</span>");
   EXPECT_EQ(lineOf("Error:"), "<span style='color:#f00'>Error:</span>");
   EXPECT_EQ(lineOf("Warning: old\n"), "<span style='color:#f00'>Warning: old<br></span>");
+}
+
+TEST(InstallLogLine, MessageWithoutMemory_IsLostAlone) {
+  std::string text = "before ";
+  noMemory::after(0);
+  installLogLine(&text, "%s", "Error: a message that does not fit into a string itself");
+  const bool failed = noMemory::met();
+  noMemory::after(-1);
+  EXPECT_TRUE(failed);
+  installLogLine(&text, "%s", "after");
+  EXPECT_EQ(text, "before after");
 }
 
 TEST(InstallLogLine, ListHeading_IsGreen) {

@@ -187,6 +187,14 @@ TEST_F(MultipartTest, BoundaryLineAtTheEnd_EndsTheReception) {
   expectStored("--b\r\n", {});
 }
 
+TEST_F(MultipartTest, BoundaryLineThatFillsTheBuffer_EndsTheReception) {
+  const std::string rest = "\r\nContent-Disposition: form-data; name=upload; filename=a\r\n\r\nx" + kEnd;
+  // Behind the boundary: the rest of its line, whose line feed is the last byte that the buffer holds, or the last but
+  // one.
+  expectStored("--b" + std::string(4096 - 2, ' ') + rest, {});
+  expectStored("--b" + std::string(4096 - 3, ' ') + rest, {{"upload-0.zip", "x"}});
+}
+
 TEST_F(MultipartTest, FoldedHeader_IsJoined) {
   expectStored(part("Content-Disposition: form-data;\r\n\tname=\"upload\";\r\n filename=\"a\"\r\nX: y\r\n", "x") + kEnd,
                {{"upload-0.zip", "x"}});

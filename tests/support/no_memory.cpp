@@ -1,4 +1,4 @@
-#include "tests/unit/cloudproxy/no_memory.h"
+#include "tests/support/no_memory.h"
 
 #include <cstdlib>
 #include <new>

@@ -1,0 +1,180 @@
+// The whole program from its entry on, with what it calls under the test's control: in which order a start goes, and
+// how the menus end.
+#include <gtest/gtest.h>
+#include <jsproc.h>
+#include <sys/stat.h>
+#include <zorhtml.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <map>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "http/listener.h"
+#include "tests/support/fake_gui.h"
+#include "tests/support/fake_ipc.h"
+#include "tests/unit/shell/in_child.h"
+
+// The program's main(), which is compiled under this name here.
+int programMain(int argc, char** argv);
+
+namespace {
+
+// What the program did, a line each; nothing while it is not recorded.
+std::string events;
+bool recording = false;
+
+void note(const std::string& event) {
+  if (recording) events += event + "\n";
+}
+
+// The first configuration directory is closed to others, the second missing, the third open.
+int statusOf(const std::string& path, mode_t& mode) {
+  note("stat " + path);
+  if (path == "/mnt/flash/etc/config/jxapp/jx") return errno = ENOENT, -1;
+  mode = S_IFDIR | (path == "/mnt/flash/etc/config/jxapp" ? 0700 : 0755);
+  return 0;
+}
+
+std::string octal(mode_t mode) {
+  std::string digits;
+  for (; mode != 0; mode /= 8) digits.insert(digits.begin(), static_cast<char>('0' + mode % 8));
+  return digits;
+}
+
+}  // namespace
+
+// The linker sends the program's own calls here (--wrap); the names are its convention.
+extern "C" {
+mode_t __real_umask(mode_t mask);
+int __real_stat(const char* path, struct stat* status);
+int __real_stat64(const char* path, struct stat64* status);
+int __real_chmod(const char* path, mode_t mode);
+int __real_setenv(const char* name, const char* value, int overwrite);
+
+mode_t __wrap_umask(mode_t mask) {
+  note("umask " + octal(mask));
+  return __real_umask(mask);
+}
+
+int __wrap_stat(const char* path, struct stat* status) {
+  return recording ? statusOf(path, status->st_mode) : __real_stat(path, status);
+}
+
+int __wrap_stat64(const char* path, struct stat64* status) {
+  return recording ? statusOf(path, status->st_mode) : __real_stat64(path, status);
+}
+
+int __wrap_chmod(const char* path, mode_t mode) {
+  if (!recording) return __real_chmod(path, mode);
+  note("chmod " + std::string(path) + " " + octal(mode));
+  return errno = EROFS, -1;
+}
+
+int __wrap_setenv(const char* name, const char* value, int overwrite) {
+  note("setenv " + std::string(name) + "=" + value + " " + std::to_string(overwrite));
+  return __real_setenv(name, value, overwrite);
+}
+}
+
+namespace zorhtml {
+
+void htmlSetScriptProcessor(const char* name, ScriptProcessor processor, void* userData) {
+  const bool isStated = processor == js::jsProcessorExt && userData == nullptr;
+  note("processor " + std::string(name) + (isStated ? "" : " of another kind"));
+}
+
+bool serve(ServerSettings& settings, const HttpThread& /*prototype*/, CopyServer /*copy*/) {
+  note("serve " + std::to_string(settings.port));
+  return false;
+}
+
+}  // namespace zorhtml
+
+namespace {
+
+using Vars = std::map<std::string, std::string>;
+
+const std::string kPreparation =
+    "umask 22\n"
+    "stat /mnt/flash/etc/config/jxapp\n"
+    "chmod /mnt/flash/etc/config/jxapp 705\n"
+    "stat /mnt/flash/etc/config/jxapp/jx\n"
+    "stat /mnt/flash/etc/config/jxapp/mp\n"
+    "processor js\n"
+    "setenv GUIPRT_APPNAME=jxdownloader 1\n";
+const std::string kProbe = "ipc {\"proxy\":{\"command\":\"info\"}}\nipc {\"proxy\":{\"command\":\"readconfig\"}}\n";
+const std::string kDesktop = "ipc {\"libmac_cmd\":\"libmac_show_desktop\",\"libmac_version\":\"3.16.5-79\"}\n";
+
+// What the program does with these arguments, and its exit status; `pages` answers "mainmenu.html", one after the
+// other. In a process of its own, because the program's end leaves the installation locked.
+std::string run(std::vector<std::string> arguments, const std::vector<FakeGui::Answer>& pages = {}) {
+  return inChild([&] {
+    FakeIpc::instance().onSend([](const zoripc::JSObject& message) {
+      note("ipc " + message.dump());
+      return -1;
+    });
+    for (const FakeGui::Answer& page : pages) FakeGui::instance().answer("mainmenu.html", page);
+    std::vector<char*> argv;
+    for (std::string& argument : arguments) argv.push_back(argument.data());
+    argv.push_back(nullptr);
+    recording = true;
+    const int status = programMain(static_cast<int>(arguments.size()), argv.data());
+    recording = false;
+    return events + "status " + std::to_string(status) + "\n";
+  });
+}
+
+FakeGui::Answer answerWith(int result) {
+  return [result](Vars& vars) {
+    note("menu " + vars.at("show_settings") + vars.at("show_cloudproxy"));
+    return result;
+  };
+}
+
+TEST(Program, WrongArgument_IsToldAfterThePreparation) {
+  EXPECT_EQ(run({"jxdownloader", "x"}), kPreparation + "status 1\n");
+  EXPECT_EQ(run({"jxdownloader", "x", "--http"}), kPreparation + "status 1\n");
+}
+
+TEST(Program, ServerAlone_IsPreparedTheSameAndTellsNobody) {
+  EXPECT_EQ(run({"jxdownloader", "--http"}), kPreparation + "serve 6370\nstatus 0\n");
+  EXPECT_EQ(run({"jxdownloader", "--http", "x"}), kPreparation + "serve 6370\nstatus 0\n");
+}
+
+TEST(Program, Menus_AreProbedForOnceAndEndWithTheDesktop) {
+  for (const int last : {-1, 0, -7}) {
+    EXPECT_EQ(run({"jxdownloader"}, {answerWith(7), answerWith(5), answerWith(last)}),
+              kPreparation + kProbe + "menu 00\nmenu 00\nmenu 00\n" + kDesktop + "status 0\n");
+  }
+}
+
+TEST(Program, Entries_LeadToTheirPagesAndBack) {
+  const std::string readConfiguration = "ipc {\"proxy\":{\"command\":\"readconfig\"}}\n";
+  const auto shown = [](Vars&) {
+    for (const std::string& name : FakeGui::instance().shownNames()) note(name);
+    return -1;
+  };
+  EXPECT_EQ(run({"jxdownloader"}, {answerWith(2), answerWith(3), answerWith(4), answerWith(1), shown}),
+            kPreparation + kProbe + "menu 00\nmenu 00\n" + readConfiguration +
+                "menu 00\nmenu 00\n"
+                "mainmenu.html\ninfo.html\nmainmenu.html\nresult.html\nmainmenu.html\ncloudproxy.html\n"
+                "mainmenu.html\ndownload.html\nmainmenu.html\n" +
+                kDesktop + "status 0\n");
+}
+
+TEST(Program, MenusWithoutMemory_EndWithTheDesktopAndStatus1) {
+  const auto outOfMemory = [](Vars&) -> int { throw std::bad_alloc(); };
+  EXPECT_EQ(run({"jxdownloader"}, {answerWith(7), outOfMemory}),
+            kPreparation + kProbe + "menu 00\n" + kDesktop + "status 1\n");
+}
+
+TEST(Program, HangUpOfALine_DoesNotEndTheMenus) {
+  const auto hangUp = [](Vars&) { return std::raise(SIGHUP) == 0 ? -1 : 7; };
+  EXPECT_EQ(run({"jxdownloader"}, {hangUp}), kPreparation + kProbe + kDesktop + "status 0\n");
+}
+
+}  // namespace
