@@ -159,9 +159,13 @@ int Bus::sendOnce(const Notification& notification) {
 bool Bus::ensureOpen() {
   if (bus_ != nullptr && sd_bus_is_open(bus_) > 0) return true;
   retire();
-  if (address_.empty() || wakeFd_ < 0) return false;
+  if (address_.empty() || wakeFd_ < 0 || !muteEnd_.passed()) return false;
+  const Deadline patience(kConnectMs);
   bus_ = connectTo(address_, &recipient_);
-  if (bus_ == nullptr) return false;
+  if (bus_ == nullptr) {
+    if (patience.passed()) muteEnd_ = Deadline(kMuteMs);
+    return false;
+  }
   if (!thread_.start([this] { run(); })) {
     retire();
     dropRetired();

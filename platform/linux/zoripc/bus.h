@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/linux/zoripc/deadline.h"
 #include "platform/linux/zoripc/mailbox.h"
 #include "platform/linux/zoripc/notification_object.h"
 #include "platform/linux/zoripc/worker_thread.h"
@@ -21,8 +22,10 @@ class Bus {
   // The receiver has this long to acknowledge a notification; after it the delivery has failed. Shorter than the time
   // in which the terminal's applications expect an answer, so that a report does not meet their next request.
   static constexpr int kDeliveryMs = 4000;
-  // A bus that is there but does not answer is given up after this long.
+  // A bus that is there but does not answer is given up after this long, and counts as absent for a while, so that not
+  // every caller waits for it anew.
   static constexpr int kConnectMs = 5000;
+  static constexpr int kMuteMs = 10000;
   static constexpr int kReconnectMs = 1000;
 
   explicit Bus(Mailbox& mailbox);
@@ -65,6 +68,7 @@ class Bus {
   std::vector<sd_bus*> retired_;  // to be closed by the thread, which may be waiting on their descriptors
   int wakeFd_ = -1;
   bool closed_ = false;
+  Deadline muteEnd_{0};
   WorkerThread thread_;
 };
 
