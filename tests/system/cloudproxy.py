@@ -2,6 +2,7 @@
 
 import json
 import queue
+import socket
 import struct
 import subprocess
 import sys
@@ -16,6 +17,7 @@ INFO = '{"proxy":{"command":"info"}}'
 SUCCESS = '{"proxy":{"result":"success"}}'
 FAIL = '-3 {"result":"FAIL"}'
 DAY = 86400
+ERROR = "<span style='color:#f00'><b>Error:</b></span><br>"
 PATIENCE = 120  # seconds for an answer that comes
 
 
@@ -237,13 +239,9 @@ class ClockTest(ProxyCase):
         super().setUp()
         self.offset = self.root / "offset"
         self.set_clock(0)
-        library = str((jxtest.BUILD / "lib" / "libclock_shim.so").resolve())
         self.env["JX_CLOCK_OFFSET"] = str(self.offset)
-        # A sanitizer wants to be loaded first.
-        linked = subprocess.run(["ldd", jxtest.BIN / "cloudproxy_driver"], capture_output=True, text=True, check=True).stdout
-        sanitizers = [line.split()[2] for line in linked.splitlines() if "libasan" in line or "libtsan" in line]
-        self.shim = {"LD_PRELOAD": " ".join([*sanitizers, library])}
-        self.shim_alone = {"LD_PRELOAD": library}
+        self.shim = self.preloading("libclock_shim.so")
+        self.shim_alone = {"LD_PRELOAD": self.shim["LD_PRELOAD"].split()[-1]}
 
     def set_clock(self, seconds):
         mode = "r+b" if self.offset.exists() else "wb"
@@ -286,12 +284,50 @@ class ClockTest(ProxyCase):
         self.assertEqual(driver.answer(), "-2 null")
 
 
+class MuteBusTest(jxtest.Case):
+    """A bus that takes every connection and never says a word."""
+
+    def setUp(self):
+        super().setUp()
+        path = str(self.root / "mute")
+        self.listener = socket.socket(socket.AF_UNIX)
+        self.addCleanup(self.listener.close)
+        self.listener.bind(path)
+        self.listener.listen(100)  # which takes them; nobody has to accept
+        self.env["JXPLATFORM_BUS"] = f"unix:path={path}"
+        self.speed_up(10)
+
+    def test_every_page_is_there_and_the_program_ends(self):
+        terminal = Terminal(self)
+        entries = {"show_settings": "0", "show_cloudproxy": "0"}
+        self.assertEqual(terminal.next("mainmenu.html"), entries)
+        terminal.press(3)
+        self.assertEqual(terminal.next("result.html"), {"text": ERROR + "Cannot read loglevel.<br>Cloudproxy not running?"})
+        terminal.press(-1)
+        self.assertEqual(terminal.next("mainmenu.html"), entries)
+        terminal.press(4)
+        for entry, what in ((1, "information"), (2, "settings"), (3, "settings")):
+            terminal.next("cloudproxy.html")
+            terminal.press(entry)
+            self.assertEqual(terminal.next("result.html"), {"text": f"{ERROR}Cannot read {what}.<br>Cloudproxy not running?"})
+            terminal.press(-1)
+        terminal.next("cloudproxy.html")
+        terminal.press(-1)
+        terminal.next("mainmenu.html")
+        terminal.press(-1)
+        self.assertEqual(terminal.process.wait(60), 0)
+
+
 class PagesTest(ProxyCase):
     MARKUP = "<script>alert(1)</script>"
 
     def test_probe_offers_the_menu_to_a_proxy_that_tells_its_information(self):
         self.proxy({"info": self.success(version="1", device_type="dev", auth_ex_support=0)})
-        self.assertEqual(Terminal(self).next("mainmenu.html"), {"show_settings": "0", "show_cloudproxy": "1"})
+        terminal = Terminal(self)
+        self.assertEqual(terminal.next("mainmenu.html"), {"show_settings": "0", "show_cloudproxy": "1"})
+        # What the proxy became in the meantime is not looked at again.
+        terminal.press(7)
+        self.assertEqual(terminal.next("mainmenu.html"), {"show_settings": "0", "show_cloudproxy": "1"})
 
     def test_probe_offers_the_log_level_to_an_older_proxy(self):
         proxy = self.proxy()

@@ -66,6 +66,17 @@ class Case(unittest.TestCase):
         self.assertIn(code, (0, 1, -signal.SIGTERM, -signal.SIGINT, -signal.SIGKILL), f"{process.args[0]} ended with {code}")
         return code
 
+    def preloading(self, library):
+        """The environment variable that has a library of the build loaded into a program."""
+        # A sanitizer wants to be loaded first.
+        linked = subprocess.run(["ldd", BIN / "jxdownloader"], capture_output=True, text=True, check=True).stdout
+        sanitizers = [line.split()[2] for line in linked.splitlines() if "libasan" in line or "libtsan" in line]
+        return {"LD_PRELOAD": " ".join([*sanitizers, str((BUILD / "lib" / library).resolve())])}
+
+    def speed_up(self, rate):
+        """Has the programs started from now on live `rate` times as fast."""
+        self.env.update(self.preloading("libfast_clock.so"), JX_CLOCK_RATE=str(rate))
+
     def start_bus(self):
         """Starts a private D-Bus and points the programs at it; returns its address."""
         address_read, address_write = os.pipe()
