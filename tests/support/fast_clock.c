@@ -1,5 +1,6 @@
 // Preloaded into a process: its monotonic clock runs JX_CLOCK_RATE times as fast as the real one from the start of the
-// process on, and its waits are as many times shorter. What is due after half a minute of silence is then seen in a second.
+// process on, and its waits are as many times shorter. What is due after half a minute of silence is then seen in a
+// second.
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <poll.h>
