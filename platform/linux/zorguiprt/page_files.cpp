@@ -1,5 +1,6 @@
 #include "platform/linux/zorguiprt/page_files.h"
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -12,9 +13,34 @@
 namespace jxplatform {
 namespace {
 
-bool isFolder(const char* path) {
+constexpr int kLevelsAbove = 4;  // prefix/lib/ARCHITECTURE/jxdownloader/libzorguiprt.so
+
+bool isFolder(const std::string& path) {
   struct stat status {};
-  return stat(path, &status) == 0 && S_ISDIR(status.st_mode);
+  return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+// Where this library's file lies, with no link in the path; empty when that is not known.
+std::string ownFile() {
+  static const char inThisLibrary = 0;
+  Dl_info info{};
+  if (dladdr(&inThisLibrary, &info) == 0 || info.dli_fname == nullptr) return "";
+  char* const path = realpath(info.dli_fname, nullptr);
+  std::string result = path != nullptr ? path : "";
+  std::free(path);
+  return result;
+}
+
+// The pages of the tree that this library is a part of: lib/ or a folder in it is beside share/. Empty without one.
+std::string pagesBeside(std::string folder) {
+  for (int level = 0; level < kLevelsAbove; ++level) {
+    const std::size_t slash = folder.rfind('/');
+    if (slash == std::string::npos) break;
+    folder.resize(slash);
+    const std::string pages = folder + "/" JX_PAGES;
+    if (isFolder(pages)) return pages;
+  }
+  return "";
 }
 
 // A descriptor that is closed at the end of the scope.
@@ -66,7 +92,8 @@ bool isMissing(int reason) {
 std::string pagesFolder() {
   const char* const configured = std::getenv("JXPLATFORM_PAGES");
   if (configured != nullptr && *configured != '\0') return configured;
-  return isFolder(JX_PAGES_SOURCE) ? JX_PAGES_SOURCE : JX_PAGES_INSTALLED;
+  const std::string beside = pagesBeside(ownFile());
+  return beside.empty() ? JX_PAGES_INSTALLED : beside;
 }
 
 PageFiles::PageFiles(std::string folder) : folder_(std::move(folder)) {}

@@ -16,7 +16,7 @@ namespace {
 constexpr int kUsageError = 2;
 
 constexpr const char* kHelp =
-    "Usage: controllerd [--help]\n"
+    "Usage: controllerd [--help | --version]\n"
     "\n"
     "The application controller: takes the notifications for the application id _mac and\n"
     "prints a line or more for each to standard output.\n"
@@ -62,8 +62,12 @@ int main(int argc, char** argv) {
     std::fputs(kHelp, stdout);
     return 0;
   }
+  if (argc == 2 && std::strcmp(argv[1], "--version") == 0) {
+    std::puts("controllerd " JX_VERSION);
+    return 0;
+  }
   if (argc > 1) {
-    std::fprintf(stderr, "controllerd: unknown argument %s\nUsage: controllerd [--help]\n", argv[1]);
+    std::fprintf(stderr, "controllerd: unknown argument %s\nUsage: controllerd [--help | --version]\n", argv[1]);
     return kUsageError;
   }
   try {

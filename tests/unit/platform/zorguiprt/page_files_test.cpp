@@ -93,7 +93,12 @@ TEST_F(Folder, Environment_NamesTheFolder) {
   setenv("JXPLATFORM_PAGES", "/somewhere/pages", 1);
   EXPECT_EQ(jxplatform::pagesFolder(), "/somewhere/pages");
   unsetenv("JXPLATFORM_PAGES");
-  EXPECT_EQ(fs::path(jxplatform::pagesFolder()).filename(), "pages");
+}
+
+TEST(PagesFolder, LibraryInABuildFolder_FindsTheSourceTree) {
+  const fs::path pages = jxplatform::pagesFolder();
+  EXPECT_TRUE(pages.is_absolute());
+  EXPECT_TRUE(fs::exists(pages / "mainmenu.html")) << pages;
 }
 
 TEST(ContentType, FollowsTheEnding) {

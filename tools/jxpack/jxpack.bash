@@ -1,0 +1,17 @@
+# Completion of jxpack for bash.
+_jxpack() {
+  local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
+  case $previous in
+    --key | --cert | -o | --output)
+      mapfile -t COMPREPLY < <(compgen -f -- "$current")
+      return
+      ;;
+    --name | --version | --description) return ;;
+  esac
+  if [[ $current == -* ]]; then
+    mapfile -t COMPREPLY < <(compgen -W '--name --version --description --key --cert -o --output -h --help' -- "$current")
+  else
+    mapfile -t COMPREPLY < <(compgen -d -- "$current")
+  fi
+}
+complete -o filenames -F _jxpack jxpack
