@@ -157,8 +157,7 @@ class MenuTest(OperatorCase):
             what="the controller is on the bus")
         self.start_terminal().choose("mainmenu.html", -1)
         self.assertEqual(self.program.wait(60), 0)
-        self.stop(controller)
-        self.assertIn("The desktop is shown", controller.stdout.read())
+        self.assertEqual(controller.stdout.readline(), "The desktop is shown\n")
 
 
 if __name__ == "__main__":
