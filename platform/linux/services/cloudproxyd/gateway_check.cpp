@@ -1,6 +1,7 @@
 #include "platform/linux/services/cloudproxyd/gateway_check.h"
 
 #include <httplib.h>
+#include <openssl/crypto.h>
 
 #include <chrono>
 #include <condition_variable>
@@ -106,11 +107,16 @@ struct Attempt {
 struct GatewayChecker::Checks : std::enable_shared_from_this<Checks> {
   using Attempts = std::list<std::shared_ptr<Attempt>>;
 
-  // Runs `work` on a thread that is counted until it ends.
+  // Runs `work` on a thread that is counted until nothing of it is left: once the count is 0 the process may end, and
+  // with it what TLS stands on.
   template <class Work>
   void startThread(Work work) {
-    std::thread([self = shared_from_this(), work = std::move(work)] {
-      work();
+    std::thread([self = shared_from_this(), work = std::move(work)]() mutable {
+      {
+        const Work held = std::move(work);
+        held();
+      }
+      OPENSSL_thread_stop();
       const std::lock_guard<std::mutex> hold(self->lock);
       --self->threads;
       self->changed.notify_all();
