@@ -75,7 +75,7 @@ def row(name, files):
 
 def read_reasons(text):
     """The pairs of file and function in the table's rows that begin with a file's name in backticks."""
-    return set(re.findall(r"^\| `([^`]+)` \| `([^`]+)` \| \S", text, re.M))
+    return set(re.findall(r"^\| `([^`]+)` \| `([^`]+)` \| [^|\s]", text, re.M))
 
 
 def report(files, reasons):

@@ -235,5 +235,19 @@ class WireTest(jxtest.Case):
         self.assertTrue(exchange(b"GET /certificates.tar HTTP/1.1\r\n\r\n").startswith(b"HTTP/1.1 200 OK\r\n"))
 
 
+class QuietTest(jxtest.Case):
+    def test_nothing_goes_to_standard_output_or_error(self):
+        with open(self.root / "output", "wb") as output:
+            server = self.start_http_server(stdout=output, stderr=output)
+        for sent in (b"GET / HTTP/1.1\r\n\r\n", b"nonsense\r\n", request("POST", "/upload", b"no form"),
+                     upload([("a.zip", package()), ("b.zip", b"no package")]), upload([("a.zip", package())])[:-30]):
+            with Wire() as wire:
+                wire.send(sent)
+                wire.socket.shutdown(socket.SHUT_WR)
+                wire.read_all()
+        self.stop(server)
+        self.assertEqual((self.root / "output").read_bytes(), b"")
+
+
 if __name__ == "__main__":
     unittest.main()
