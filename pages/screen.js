@@ -22,6 +22,7 @@
 
   let screen = {id: 0, page: ''};
   let sending = false;  // a result is on its way, or the next page is
+  let overtaken = null;  // a result for a page that stays, which met a later page
   let wake = () => {};
 
   function addStatus(className, politeness) {
@@ -103,6 +104,7 @@
     furnish();
     if (!again || !main.contains(document.activeElement)) focusFirst();
     if (!again || announcement().text !== before) announce();
+    sendOvertaken();
     returnByItself();
   }
 
@@ -196,7 +198,7 @@
   // quicker, the next page is on its way as well.
   async function send(result, vars, pressed) {
     if (sending || main.inert) return;
-    const {id, sync} = screen;
+    const {id, page, sync} = screen;
     setSending(true);
     if (pressed) pressed.classList.add('pressed');
     try {
@@ -206,12 +208,21 @@
         body: JSON.stringify({result, vars}),
       });
       if (status !== 204 && status !== 409) throw new Error(`answer ${status}`);
+      overtaken = status === 409 && !sync ? {page, result, vars} : null;
+      if (screen.id !== id) return sendOvertaken();
       if (!sync && result !== -1) await pause(kAbortedPressMs);
       else return;
     } catch (error) {
       wake();
     }
     if (screen.id === id) setSending(false);
+  }
+
+  // A page that stays may get another text while it is pressed; the press is meant for what goes on behind it.
+  function sendOvertaken() {
+    const press = overtaken;
+    overtaken = null;
+    if (press && press.page === screen.page && !screen.sync) send(press.result, press.vars);
   }
 
   // A page that nobody sees must return too, so painting is waited for only so long.

@@ -219,6 +219,25 @@ test('serial download: Abort returns 1, and a message keeps the focus on it', as
   assert.equal((await shown.returned('download-ddl.html')).result, 1);
 });
 
+for (const [when, late] of [['at the same time', false], ['before', true]]) {
+  test(`serial download: Abort counts when a message comes ${when}`, async (t) => {
+    const {shown, window} = await pagesIn(t, sizes.lying);
+    await shown.showAsync('download-ddl.html', {portname: 'COM2'});
+    await onScreen(window, 'download-ddl.html');
+    const statuses = [];
+    window.on('response', (response) => { if (response.url().endsWith('/result')) statuses.push(response.status()); });
+    await window.route('**/result', async (route) => {
+      await shown.showAsync('download-ddl.html', {portname: 'COM2', message: 'second file'});
+      if (late) await window.getByText('second file', {exact: true}).first().waitFor();
+      await route.continue();
+    }, {times: 1});
+    await button(window, 'Abort').tap();
+    assert.equal((await shown.returned('download-ddl.html')).result, 1);
+    await waitUntil('both answers are there', () => statuses.length === 2);
+    assert.deepEqual(statuses, [409, 204]);
+  });
+}
+
 test('installing: the page returns by itself and stays busy', async (t) => {
   const {shown, window} = await pagesIn(t, sizes.lying);
   await shown.show('install-ddl.html');
