@@ -37,7 +37,7 @@ std::string pagesBeside(std::string folder) {
     const std::size_t slash = folder.rfind('/');
     if (slash == std::string::npos) break;
     folder.resize(slash);
-    const std::string pages = folder + "/" JX_PAGES;
+    std::string pages = folder + "/" JX_PAGES;
     if (isFolder(pages)) return pages;
   }
   return "";
