@@ -190,6 +190,45 @@ TEST_F(Faults, EOTThatCannotBeWritten_IsNoFailure) {
   EXPECT_EQ(0, download.result());
 }
 
+TEST_F(Faults, ReadThatFailsInARecord_CountsAsFailed) {
+  Calls::instance().timeDivisor = 1;  // the byte's second must not be over before the failure
+  std::atomic<int> failures{0};
+  const auto testThread = std::this_thread::get_id();
+  Calls::instance().onRead = [&](int fd, void* buffer, size_t size) -> ssize_t {
+    if (std::this_thread::get_id() == testThread) return syscall(SYS_read, fd, buffer, size);
+    if (failures > 0) return --failures, errno = EIO, -1;
+    const ssize_t got = syscall(SYS_read, fd, buffer, size);
+    if (got > 0) Calls::instance().bytesRead += static_cast<size_t>(got);
+    return got;
+  };
+  for (const State& state : kStates) {
+    Download download;
+    download.feed(state.bytes);
+    failures = 1;
+    // The byte that the failed read has not taken is an idle one.
+    EXPECT_EQ("\x15", download.exchange("~")) << state.name;
+    EXPECT_EQ("\x06", download.exchange(signalRecord('S'))) << state.name;
+    EXPECT_EQ("\x04", download.exchange("\x04")) << state.name;
+    EXPECT_EQ(0, download.result()) << state.name;
+    EXPECT_EQ(std::vector<std::string>{"S"}, download.system.calls()) << state.name;
+  }
+}
+
+TEST_F(Faults, ReadThatFailsBetweenRecords_EndsWithMinusThreeWithoutAReply) {
+  for (const std::string& begin : {std::string(), std::string("\x02")}) {
+    std::atomic<int> allowed{static_cast<int>(begin.size())};
+    const auto testThread = std::this_thread::get_id();
+    Calls::instance().onRead = [&](int fd, void* buffer, size_t size) -> ssize_t {
+      if (std::this_thread::get_id() != testThread && allowed-- == 0) return errno = EIO, -1;
+      return syscall(SYS_read, fd, buffer, size);
+    };
+    Download download;
+    ASSERT_TRUE(download.line.send(begin + "S"));
+    EXPECT_EQ(-3, download.result());
+    EXPECT_EQ("", download.line.pending());
+  }
+}
+
 TEST_F(Faults, WaitThatFails_EndsWithMinusThreeWithoutAReply) {
   std::atomic<bool> broken{false};
   Calls::instance().onPoll = [&](pollfd* entries, nfds_t count, int timeoutMs) {

@@ -104,6 +104,15 @@ TEST_F(PortReading, OtherEvents_GiveZeroAndDoNotSpin) {
   }
 }
 
+TEST_F(PortReading, AbortWhileAnotherEventIsWaitedOut_GivesMinusTwo) {
+  Calls::instance().onPoll = [this](pollfd* entries, nfds_t, int) {
+    if (entries == nullptr) return receiver_.requestAbort(), 0;
+    entries->revents = POLLERR;
+    return 1;
+  };
+  EXPECT_EQ(-2, receiver_.waitForInput(500));
+}
+
 TEST_F(PortReading, InputWithHangUp_IsInput) {
   Calls::instance().onPoll = [](pollfd* entries, nfds_t, int) { return entries->revents = POLLIN | POLLHUP, 1; };
   EXPECT_EQ(1, receiver_.waitForInput(500));
