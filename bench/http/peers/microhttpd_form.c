@@ -29,16 +29,22 @@ static enum MHD_Result part(void* user, enum MHD_ValueKind kind, const char* key
   return upload->file != NULL && fwrite(data, 1, size, upload->file) == size ? MHD_YES : MHD_NO;
 }
 
+/* The file is whole and out of the way: as with the other servers, an answer says that the upload has been stored. */
+static int store(struct Upload* upload) {
+  int complete = upload->processor == NULL || MHD_destroy_post_processor(upload->processor) == MHD_YES;
+  upload->processor = NULL;
+  if (upload->file == NULL) return complete;
+  complete = fclose(upload->file) == 0 && complete;
+  upload->file = NULL;
+  return unlink(upload->path) == 0 && complete;
+}
+
 static void finish(void* user, struct MHD_Connection* connection, void** context,
                    enum MHD_RequestTerminationCode code) {
   struct Upload* upload = *context;
   (void)user, (void)connection, (void)code;
   if (upload == NULL) return;
-  if (upload->processor != NULL) MHD_destroy_post_processor(upload->processor);
-  if (upload->file != NULL) {
-    fclose(upload->file);
-    unlink(upload->path);
-  }
+  store(upload);
   free(upload);
   *context = NULL;
 }
@@ -60,8 +66,9 @@ static enum MHD_Result handle(void* user, struct MHD_Connection* connection, con
     *size = 0;
     return result;
   }
+  unsigned int status = store(upload) ? MHD_HTTP_OK : MHD_HTTP_INTERNAL_SERVER_ERROR;
   struct MHD_Response* response = MHD_create_response_from_buffer(2, (void*)(uintptr_t) "ok", MHD_RESPMEM_PERSISTENT);
-  enum MHD_Result result = MHD_queue_response(connection, MHD_HTTP_OK, response);
+  enum MHD_Result result = MHD_queue_response(connection, status, response);
   MHD_destroy_response(response);
   return result;
 }
