@@ -5,8 +5,8 @@
 
 namespace jxplatform {
 
-// $JXPLATFORM_PAGES; or the pages of the tree that the library was loaded from, be it an installed one under any prefix or
-// a build folder, whose pages are the source tree's; or the folder of the configured prefix.
+// $JXPLATFORM_PAGES; or the pages of the tree that the library was loaded from, be it an installed one under any prefix
+// or a build folder, whose pages are the source tree's; or the folder of the configured prefix.
 std::string pagesFolder();
 
 // Reads files below one folder. Any thread; an object may be shared.
