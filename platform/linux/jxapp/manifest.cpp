@@ -50,6 +50,8 @@ json parseObject(const std::string& bytes) {
     return object;
   } catch (const json::parse_error& error) {
     throw Failure("manifest.json: is not JSON at byte " + std::to_string(error.byte));
+  } catch (const json::out_of_range&) {
+    throw Failure("manifest.json: has a number beyond the range of double");
   }
 }
 

@@ -74,6 +74,8 @@ std::variant<PageResult, Refusal> parseResult(const std::string& body) {
     return readResult(Json::parse(body));
   } catch (const Json::parse_error& error) {
     return Refusal{"the body is not JSON, from byte " + std::to_string(error.byte) + " on"};
+  } catch (const Json::out_of_range&) {
+    return Refusal{"the body has a number beyond the range of double"};
   }
 }
 

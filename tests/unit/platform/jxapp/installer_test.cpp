@@ -167,6 +167,18 @@ TEST_F(Installer, ABadArchiveBetweenGoodOnes_StopsNoneOfThem) {
   EXPECT_EQ(install(-1).back(), "List of installed applications:\n  a 1\n  b 2\n");
 }
 
+TEST_F(Installer, ANumberBeyondDoubleInAManifest_IsAnErrorOfThatPackageAlone) {
+  std::vector<RawEntry> entries = packageEntries("bad", "1.0.0", {});
+  entries.front().content = R"({"name":"bad","version":"1.0.0","files":{},"size":1e999})";
+  place("upload-0.zip", zipBytes(entries));
+  place("upload-1.zip", package("1.0.0"));
+  const Lines lines = install(-1);
+  ASSERT_EQ(lines.size(), 6U);
+  EXPECT_EQ(lines[1], "Error: upload-0.zip: manifest.json: has a number beyond the range of double\n");
+  EXPECT_EQ(lines[4], "Installed hello 1.0.0\n");
+  EXPECT_FALSE(root_.exists("source/upload-0.zip"));
+}
+
 TEST_F(Installer, NoEntryLandsOutside) {
   for (const char* name : {"../outside", "/outside", "a/../../outside", "..", "a\\..\\..\\outside"}) {
     RawEntry entry;

@@ -56,6 +56,12 @@ TEST(Manifest, NotAnObject_IsRefused) {
   EXPECT_EQ(failureOf("{} x"), "manifest.json: is not JSON at byte 4");
 }
 
+TEST(Manifest, NumberBeyondDouble_IsRefused) {
+  for (const char* text : {R"({"name":1e999})", "-1e999", R"({"name":"a","later":[1e400]})"}) {
+    EXPECT_EQ(failureOf(text), "manifest.json: has a number beyond the range of double") << text;
+  }
+}
+
 TEST(Manifest, MissingOrMistypedMember_IsNamed) {
   EXPECT_EQ(failureOf("{}"), "manifest.json: has no \"name\"");
   EXPECT_EQ(failureOf(R"({"name":"a"})"), "manifest.json: has no \"version\"");

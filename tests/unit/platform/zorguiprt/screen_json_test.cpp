@@ -65,6 +65,11 @@ TEST(ParseResult, MalformedJson_IsRefusedWithItsPlace) {
   EXPECT_THAT(refusalOf(std::string(100000, '[')), HasSubstr("not JSON"));
 }
 
+TEST(ParseResult, NumberBeyondDouble_IsRefused) {
+  EXPECT_EQ(refusalOf(R"({"result":1e999})"), "the body has a number beyond the range of double");
+  EXPECT_EQ(refusalOf(R"({"result":1,"vars":{"a":-1e400}})"), "the body has a number beyond the range of double");
+}
+
 TEST(ParseResult, OtherKinds_AreRefusedWithAReason) {
   EXPECT_EQ(refusalOf("[]"), "the body is not a JSON object");
   EXPECT_EQ(refusalOf("1"), "the body is not a JSON object");
