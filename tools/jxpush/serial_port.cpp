@@ -96,10 +96,11 @@ void SerialPort::configure() {
 // USB adapters collect bytes for some milliseconds otherwise, which each acknowledgement would wait for. Not every
 // driver has it; then it stays as it is.
 void SerialPort::askForLowLatency() {
+  constexpr int kLowLatency = static_cast<int>(ASYNC_LOW_LATENCY);
   serial_struct driver{};
-  if (ioctl(fd_, TIOCGSERIAL, &driver) != 0 || (driver.flags & ASYNC_LOW_LATENCY) != 0) return;
+  if (ioctl(fd_, TIOCGSERIAL, &driver) != 0 || (driver.flags & kLowLatency) != 0) return;
   foundFlags_ = driver.flags;
-  driver.flags |= ASYNC_LOW_LATENCY;
+  driver.flags |= kLowLatency;
   flagsChanged_ = ioctl(fd_, TIOCSSERIAL, &driver) == 0;
 }
 

@@ -22,20 +22,20 @@ struct JSObject::Node {
   using Value = std::variant<bool, long long, double, std::string, Array, Object>;
 
   template <class Kind>
-  explicit Node(Kind held) : value(std::in_place_type<Kind>, std::move(held)) {}
-  explicit Node(Value held) : value(std::move(held)) {}
+  explicit Node(Kind held) : content(std::in_place_type<Kind>, std::move(held)) {}
+  explicit Node(Value held) : content(std::move(held)) {}
 
   template <class Kind>
   const Kind* as() const {
-    return std::get_if<Kind>(&value);
+    return std::get_if<Kind>(&content);
   }
 
   template <class Kind>
   Kind* as() {
-    return std::get_if<Kind>(&value);
+    return std::get_if<Kind>(&content);
   }
 
-  Value value;
+  Value content;
   std::unique_ptr<Node> next;  // chains the nodes that wait to be taken apart
 };
 

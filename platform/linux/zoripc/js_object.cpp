@@ -73,7 +73,7 @@ JSObject::JSObject(const JSObject& other) {
       auto& copies = *to->node_->as<Node::Object>();
       for (const auto& member : *members) waiting.emplace_back(&member.second, &copies[member.first]);
     } else {
-      to->node_ = std::make_unique<Node>(from->node_->value);
+      to->node_ = std::make_unique<Node>(from->node_->content);
     }
   }
 }

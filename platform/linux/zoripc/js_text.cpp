@@ -96,8 +96,8 @@ class JSObject::Node::Writer {
     begin(root);
     while (!open_.empty()) {
       Level& level = open_.back();
-      if (const JSObject* next = advance(level)) {
-        begin(*next);
+      if (const JSObject* inner = advance(level)) {
+        begin(*inner);
       } else {
         text_ += level.elements != nullptr ? ']' : '}';
         open_.pop_back();
