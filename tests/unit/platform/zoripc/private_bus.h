@@ -2,6 +2,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -41,6 +42,7 @@ class PrivateBus {
     pid_ = fork();
     if (pid_ == 0) {
       close(ready[0]);
+      prctl(PR_SET_PDEATHSIG, SIGKILL);  // a test that crashes leaves nobody behind who holds its outputs
       execlp("dbus-daemon", "dbus-daemon", "--session", "--nofork", "--nosyslog", listen.c_str(), tell.c_str(),
              static_cast<char*>(nullptr));
       _exit(127);
