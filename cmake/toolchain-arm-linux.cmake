@@ -1,11 +1,21 @@
-# Cross-build for the terminal's processor; JX_ARM_SYSROOT holds the target's libraries and headers.
+# Cross-build for the terminal's processor (ARMv7, hard float) against the target's libraries and headers, which
+# tests/arm/sysroot puts into build/arm-sysroot; JX_ARM_SYSROOT in the environment names another folder.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR armv7l)
 set(CMAKE_C_COMPILER arm-linux-gnueabihf-gcc)
 set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm;-L;/usr/arm-linux-gnueabihf)
-set(CMAKE_FIND_ROOT_PATH /usr/arm-linux-gnueabihf $ENV{JX_ARM_SYSROOT})
+if(DEFINED ENV{JX_ARM_SYSROOT})
+  set(CMAKE_SYSROOT $ENV{JX_ARM_SYSROOT})
+else()
+  get_filename_component(CMAKE_SYSROOT ${CMAKE_CURRENT_LIST_DIR}/../build/arm-sysroot ABSOLUTE)
+endif()
+set(CMAKE_LIBRARY_ARCHITECTURE arm-linux-gnueabihf)
+# What the compiler notes about older compilers' way to pass arguments is no finding.
+set(CMAKE_CXX_FLAGS_INIT -Wno-psabi)
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm;-L;${CMAKE_SYSROOT})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+set(ENV{PKG_CONFIG_SYSROOT_DIR} ${CMAKE_SYSROOT})
+set(ENV{PKG_CONFIG_LIBDIR} ${CMAKE_SYSROOT}/usr/lib/arm-linux-gnueabihf/pkgconfig:${CMAKE_SYSROOT}/usr/share/pkgconfig)

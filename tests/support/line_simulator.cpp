@@ -61,8 +61,8 @@ void LineSimulator::waitForWork() {
   timespec wait{};
   if (next != Clock::time_point::max()) {
     const auto rest = std::max<Clock::duration>(next - Clock::now(), Clock::duration::zero());
-    wait.tv_nsec = std::chrono::duration_cast<std::chrono::nanoseconds>(rest).count() % 1000000000;
-    wait.tv_sec = std::chrono::duration_cast<std::chrono::seconds>(rest).count();
+    wait.tv_nsec = static_cast<long>(std::chrono::duration_cast<std::chrono::nanoseconds>(rest).count() % 1000000000);
+    wait.tv_sec = static_cast<time_t>(std::chrono::duration_cast<std::chrono::seconds>(rest).count());
   }
   ppoll(entries, 3, next == Clock::time_point::max() ? nullptr : &wait, nullptr);
 }

@@ -12,7 +12,7 @@ import unittest
 
 BUILD = pathlib.Path(os.environ["JX_BUILD_DIR"])
 SOURCE = pathlib.Path(os.environ["JX_SOURCE_DIR"])
-BIN = BUILD / "bin"
+BIN = pathlib.Path(os.environ.get("JX_BIN_DIR", BUILD / "bin"))
 HTTP_PORT = 6370
 
 
