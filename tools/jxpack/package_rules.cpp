@@ -20,7 +20,7 @@ bool isWord(const std::string& text, First first, const std::string& others) {
          std::all_of(text.begin(), text.end(), allowed);
 }
 
-bool isControl(char c) { return (c >= '\0' && c < ' ') || c == '\x7f'; }
+bool isControl(char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; }
 
 std::string lowerCase(std::string text) {
   std::transform(text.begin(), text.end(), text.begin(),

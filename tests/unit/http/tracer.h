@@ -21,12 +21,9 @@ class Tracer : public zorhtml::HttpThread {
   ~Tracer() override { trace.emplace_back("destructor"); }
 
   // Deleting goes through here, so that a test can tell it from mere destruction.
-  static void* operator new(std::size_t size) { return ::operator new(size); }
+  static void* operator new(std::size_t size);
   static void* operator new(std::size_t, void* place) { return place; }
-  static void operator delete(void* object) {
-    ++deletions;
-    ::operator delete(object);
-  }
+  static void operator delete(void* object);
 
   int readHeader(Method& method, std::string& path, bool& keepOpen) override {
     trace.emplace_back("readHeader");
