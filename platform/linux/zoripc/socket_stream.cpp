@@ -133,7 +133,7 @@ std::size_t SocketStream::sendOnce(const void* data, std::size_t size) {
   message.msg_iov = pieces.data();
   message.msg_iovlen = pieces.size();
   ssize_t count = 0;
-  do count = sendmsg(fd_, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+  do count = sendmsg(fd_, &message, MSG_NOSIGNAL | MSG_DONTWAIT | (closing_ ? MSG_MORE : 0));
   while (count < 0 && errno == EINTR);
   if (count >= 0) {
     const std::size_t gathered = std::min(static_cast<std::size_t>(count), out_.size());
@@ -175,6 +175,7 @@ void SocketStream::close() {
   if (fd_ < 0) return;
   ahead_.release();
   const Deadline deadline(kCloseMs);
+  closing_ = true;
   if (!out_.empty() && !writeFailed_) sendAll(nullptr, 0, kCloseMs, deadline);
   if (wrote_ && !ended_ && !failed() && shutdown(fd_, SHUT_WR) == 0) drain(deadline);
   ::close(fd_);
@@ -201,7 +202,7 @@ void SocketStream::reset(int fd) {
   close();
   ahead_.release();
   out_.release();
-  ended_ = readFailed_ = writeFailed_ = wrote_ = false;
+  ended_ = readFailed_ = writeFailed_ = wrote_ = closing_ = false;
   fd_ = fd;
 }
 

@@ -58,6 +58,7 @@ class SocketStream {
   bool readFailed_ = false;
   bool writeFailed_ = false;
   bool wrote_ = false;
+  bool closing_ = false;  // what is sent waits for the end of the stream, which goes out with it
   ReadAhead ahead_;
   SendGather out_;
 };

@@ -31,6 +31,7 @@ int listenAt(const sockaddr* address, socklen_t length) {
   const int on = 1;
   const int off = 0;
   setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  setNoDelay(fd);  // which the accepted connections inherit
   if (address->sa_family == AF_INET6) setsockopt(fd, IPPROTO_IPV6, IPV6_V6ONLY, &off, sizeof off);
   if (bind(fd, address, length) == 0 && ::listen(fd, SOMAXCONN) == 0) return fd;
   closeKeepingError(fd);
@@ -110,7 +111,6 @@ IPC* TCP::accept(int timeoutMs) {
     if (isShortage(errno)) waitOutShortage();
     return nullptr;
   }
-  setNoDelay(fd);
   try {
     auto connection = std::make_unique<Impl>();
     std::unique_ptr<TCP> stream(new TCP(std::move(connection)));
