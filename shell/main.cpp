@@ -2,7 +2,6 @@
 #include <pthread.h>
 
 #include <csignal>
-#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -43,18 +42,6 @@ void runTerminal() {
   }
   // An upload may be installing still: it is let finish, and none begins while the process ends.
   pthread_mutex_lock(&installLock);
-}
-
-// Gives the threads to come, one for each connection, a stack that hundreds of them have room for in 32 bits of
-// addresses; the usual 8 MiB use them up after some 350. An installation runs on such a stack, hence no less. The call
-// is the C library's own: the attributes that a connection's thread is started with are to be none but its detached
-// state.
-void limitThreadStacks() {
-  constexpr std::size_t kStackSize = std::size_t{1} << 20;
-  pthread_attr_t attributes;
-  if (pthread_attr_init(&attributes) != 0) return;
-  if (pthread_attr_setstacksize(&attributes, kStackSize) == 0) pthread_setattr_default_np(&attributes);
-  pthread_attr_destroy(&attributes);
 }
 
 int run(int argc, char** argv) {

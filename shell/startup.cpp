@@ -1,9 +1,11 @@
 #include "shell/startup.h"
 
 #include <jsproc.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <zorhtml.h>
 
+#include <cstddef>
 #include <cstdlib>
 
 namespace {
@@ -32,4 +34,14 @@ void prepareProcess() {
   for (const char* directory : kConfigurationDirectories) openToOthers(directory);
   zorhtml::htmlSetScriptProcessor("js", js::jsProcessorExt, nullptr);
   setenv("GUIPRT_APPNAME", "jxdownloader", 1);
+}
+
+// The call is the C library's own: the attributes that a connection's thread is started with are to be none but its
+// detached state.
+void limitThreadStacks() {
+  constexpr std::size_t kStackSize = std::size_t{1} << 20;
+  pthread_attr_t attributes;
+  if (pthread_attr_init(&attributes) != 0) return;
+  if (pthread_attr_setstacksize(&attributes, kStackSize) == 0) pthread_setattr_default_np(&attributes);
+  pthread_attr_destroy(&attributes);
 }

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "http/listener.h"
+#include "shell/startup.h"
 #include "upload/jx_download_server.h"
 
 namespace {
@@ -48,6 +49,7 @@ int main(int argc, char** argv) {
     return 2;
   }
   sourceDirectory = argv[2];
+  limitThreadStacks();
   zorhtml::ServerSettings settings(std::atoi(argv[1]));
   const JXDownloadServer prototype;
   return zorhtml::serve(settings, prototype) ? 0 : 1;

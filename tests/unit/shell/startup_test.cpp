@@ -2,12 +2,17 @@
 
 #include <gtest/gtest.h>
 #include <jsproc.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <zorhtml.h>
 
+#include <cstddef>
 #include <cstdlib>
 #include <string>
+#include <thread>
 #include <vector>
+
+#include "tests/unit/shell/in_child.h"
 
 // The modes of directories are tested with the program itself, where the paths can be made.
 
@@ -44,6 +49,21 @@ TEST(PrepareProcess, SetsMaskProcessorAndName) {
   EXPECT_EQ(registrations[0].processor, js::jsProcessorExt);
   EXPECT_EQ(registrations[0].userData, nullptr);
   EXPECT_STREQ(std::getenv("GUIPRT_APPNAME"), "jxdownloader");
+}
+
+TEST(LimitThreadStacks, LaterThreadsHaveAMebibyte) {
+  EXPECT_EQ(inChild([] {
+              limitThreadStacks();
+              std::size_t size = 0;
+              std::thread([&size] {
+                pthread_attr_t attributes;
+                pthread_getattr_np(pthread_self(), &attributes);
+                pthread_attr_getstacksize(&attributes, &size);
+                pthread_attr_destroy(&attributes);
+              }).join();
+              return std::to_string(size);
+            }),
+            std::to_string(1 << 20));
 }
 
 }  // namespace
