@@ -74,9 +74,9 @@ int ipcNotify(const char* /*receiver*/, const char* /*name*/, const JSObject& me
   return message.isObject() ? 0 : -1;
 }
 
-int ipcRegisterNotificationCB(const char* /*name*/, NotificationCallback wanted, void* /*data*/, unsigned /*flags*/,
+int ipcRegisterNotificationCB(const char* /*name*/, NotificationCallback callback, void* /*data*/, unsigned /*flags*/,
                               const char* /*sender*/) {
-  callback = wanted;
+  ::callback = callback;
   return 0;
 }
 

@@ -27,7 +27,7 @@ class Terminal {
     screen_.showAsynchronous({"result.html", {{"text", "<b>"}}, "<p>"}, nullptr, nullptr);
     require(server_.start({"127.0.0.1", 0}).empty());
     const std::size_t colon = server_.url().rfind(':');
-    port_ = static_cast<std::uint16_t>(std::atoi(server_.url().c_str() + colon + 1));
+    port_ = static_cast<std::uint16_t>(std::stoi(server_.url().substr(colon + 1)));
   }
 
   std::uint16_t port() const { return port_; }
