@@ -22,7 +22,7 @@ FILES = (
     "share/dbus-1/system.d/zoripc.conf",
     "share/man/man1/jxdownloader.1", "share/man/man1/jxpush.1", "share/man/man1/jxpack.1",
     "share/man/man8/controllerd.8", "share/man/man8/cloudproxyd.8",
-    *(f"share/bash-completion/completions/{name}" for name in ("jxdownloader", "jxpush", "jxpack")),
+    *(f"share/bash-completion/completions/{pathlib.Path(name).name}" for name in PROGRAMS),
     *(f"share/jxdownloader/pages/{page.name}" for page in (jxtest.SOURCE / "pages").iterdir()),
 )
 WORST_EXPOSURE = 2.5

@@ -18,6 +18,8 @@ COMPLETIONS = {
     "jxdownloader": "shell/jxdownloader.bash",
     "jxpush": "tools/jxpush/jxpush.bash",
     "jxpack": "tools/jxpack/jxpack.bash",
+    "controllerd": "platform/linux/services/controllerd/controllerd.bash",
+    "cloudproxyd": "platform/linux/services/cloudproxyd/cloudproxyd.bash",
 }
 OPTION = r"(?<![\w-])--[a-z][a-z-]*"
 
@@ -48,14 +50,49 @@ class ManualsTest(jxtest.Case):
                 self.assertEqual((run.returncode, run.stderr), (0, ""))
                 self.assertIn(f"{program.upper()}({manual[-1]})", run.stdout)
 
+    def offered(self, *words):
+        """What bash offers for the last of the words of a command line, as it splits them."""
+        script = ('. "$1"; shift; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); compopt() { :; }; '
+                  'complete -p "$1" >/dev/null || exit; "_$1"; printf "%s\\n" "${COMPREPLY[@]}"')
+        run = subprocess.run(["bash", "-c", script, "bash", jxtest.SOURCE / COMPLETIONS[words[0]], *words], capture_output=True,
+                             text=True, timeout=60, cwd=self.root)
+        self.assertEqual((run.returncode, run.stderr), (0, ""))
+        return set(run.stdout.split())
+
     def test_completions_offer_the_options_of_the_programs(self):
-        for program, completion in COMPLETIONS.items():
+        for program in MANUALS:
             with self.subTest(program):
-                script = (f'. "{jxtest.SOURCE / completion}"; COMP_WORDS=({program} -); COMP_CWORD=1; compopt() {{ :; }}; '
-                          f'"_{program}"; printf "%s\\n" "${{COMPREPLY[@]}}"')
-                run = subprocess.run(["bash", "-c", script], capture_output=True, text=True, timeout=60, cwd=os.sep)
-                offered = {word for word in run.stdout.split() if word.startswith("--")}
-                self.assertEqual(offered, self.options(program))
+                options = {word for word in self.offered(program, "-") if word.startswith("--")}
+                self.assertEqual(options, self.options(program))
+                some = min(options)
+                self.assertEqual(self.offered(program, some[:4]), {word for word in options if word.startswith(some[:4])})
+
+    def test_completions_offer_the_values_that_the_programs_take(self):
+        for expected, *words in (
+                ({"auto", "tty", "plain", "json", "none"}, "jxpush", "--progress", ""),
+                ({"plain"}, "jxpush", "--progress", "pl"),
+                ({"serial:", "http://"}, "jxpush", "--to", ""),
+                (set(), "jxpush", "--wait", ""),
+                ({"status"}, "jxpush", "st"),
+                ({"--to", "--timeout"}, "jxpush", "status", "--t"),
+                ({"new", "old", "both"}, "cloudproxyd", "--list-format", ""),
+                ({"old"}, "cloudproxyd", "--list-format", "o"),
+                ({"prod"}, "cloudproxyd", "--device-type", ""),
+                (set(), "controllerd", "--help", ""),
+                (set(), "jxdownloader", "--http", "")):
+            with self.subTest(words):
+                self.assertEqual(self.offered(*words), expected)
+
+    def test_completions_offer_files_where_a_file_is_wanted(self):
+        (self.root / "hello.zip").touch()
+        (self.root / "folder").mkdir()
+        for expected, *words in (({"hello.zip"}, "jxpush", "hel"), ({"hello.zip"}, "jxpack", "--key", "h"),
+                                 ({"folder"}, "jxpack", ""), ({"hello.zip"}, "cloudproxyd", "--ca-file", "h"),
+                                 ({"hello.zip", "folder"}, "jxpush", "--to", "serial", ":", "")):
+            with self.subTest(words):
+                self.assertEqual(self.offered(*words), expected)
+        # After the colon of serial: bash hands over the colon first, then what follows it.
+        self.assertEqual({word[:8] for word in self.offered("jxpush", "--to", "serial", ":")} - {"/dev/tty"}, set())
 
 
 if __name__ == "__main__":
