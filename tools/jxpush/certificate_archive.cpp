@@ -20,6 +20,7 @@ namespace {
 
 constexpr std::int64_t kLargestEntry = std::int64_t{1} << 20;
 constexpr std::size_t kMostCertificates = 10000;
+constexpr std::int64_t kPerDay = 86400;
 
 template <class Type, void (*release)(Type*)>
 struct Release {
@@ -27,6 +28,7 @@ struct Release {
 };
 using X509Pointer = std::unique_ptr<X509, Release<X509, X509_free>>;
 using BioPointer = std::unique_ptr<BIO, Release<BIO, BIO_free_all>>;
+using TimePointer = std::unique_ptr<ASN1_TIME, Release<ASN1_TIME, ASN1_TIME_free>>;
 using Reader = std::unique_ptr<archive, int (*)(archive*)>;
 
 std::string nameText(const X509_NAME* name) {
@@ -40,9 +42,12 @@ std::string nameText(const X509_NAME* name) {
   return {text, static_cast<std::size_t>(size)};
 }
 
+// Certificates outlive a time_t of 32 bits.
 std::int64_t secondsOf(const ASN1_TIME* time) {
-  std::tm parts{};
-  return ASN1_TIME_to_tm(time, &parts) == 1 ? static_cast<std::int64_t>(timegm(&parts)) : 0;
+  const TimePointer epoch(ASN1_TIME_set(nullptr, 0));
+  int days = 0;
+  int seconds = 0;
+  return epoch && ASN1_TIME_diff(&days, &seconds, epoch.get(), time) == 1 ? days * kPerDay + seconds : 0;
 }
 
 std::string digestOf(X509* certificate) {
@@ -120,6 +125,15 @@ std::vector<Certificate> readCertificateArchive(const std::string& archive) {
     addCertificates(name == nullptr ? "" : name, readEntry(reader.get()), found);
     if (found.size() >= kMostCertificates) throw std::runtime_error("too many certificates");
   }
+}
+
+std::string timeText(std::int64_t seconds) {
+  const TimePointer time(
+      ASN1_TIME_adj(nullptr, 0, static_cast<int>(seconds / kPerDay), static_cast<long>(seconds % kPerDay)));
+  std::tm parts{};
+  char text[32] = "";
+  if (time && ASN1_TIME_to_tm(time.get(), &parts) == 1) std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts);
+  return text;
 }
 
 }  // namespace jxpush

@@ -21,4 +21,7 @@ struct Certificate {
 // std::runtime_error when the archive cannot be read.
 std::vector<Certificate> readCertificateArchive(const std::string& archive);
 
+// The point in time `seconds` after 1970 as "YYYY-MM-DDTHH:MM:SSZ"; empty for one beyond the year 9999.
+std::string timeText(std::int64_t seconds);
+
 }  // namespace jxpush

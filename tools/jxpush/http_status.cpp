@@ -43,14 +43,6 @@ std::string get(const HttpConnection& connection, const std::string& path, const
   return content;
 }
 
-std::string timeText(std::int64_t seconds) {
-  const auto time = static_cast<std::time_t>(seconds);
-  std::tm parts{};
-  char text[32] = "";
-  if (gmtime_r(&time, &parts) != nullptr) std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts);
-  return text;
-}
-
 const char* validityOf(const Certificate& certificate) {
   const auto now = static_cast<std::int64_t>(std::time(nullptr));
   if (now < certificate.notBefore) return "not yet valid";

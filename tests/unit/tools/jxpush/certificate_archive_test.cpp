@@ -77,6 +77,16 @@ TEST(CertificateArchive, Certificate_IsDescribed) {
   EXPECT_EQ(64U, found[0].sha256.size());
 }
 
+TEST(TimeText, Seconds_AreADateAndATime) {
+  EXPECT_EQ("1970-01-01T00:00:00Z", timeText(0));
+  EXPECT_EQ("1969-12-31T23:59:59Z", timeText(-1));
+  EXPECT_EQ("2020-01-02T03:04:05Z", timeText(1577934245));
+  EXPECT_EQ("2050-12-31T23:59:59Z", timeText(2556143999));
+  EXPECT_EQ("9999-12-31T23:59:59Z", timeText(253402300799));
+}
+
+TEST(TimeText, SecondsBeyondTheYear9999_AreNone) { EXPECT_EQ("", timeText(253402300800)); }
+
 TEST(CertificateArchive, SeveralInOneEntry_AreSeveral) {
   const std::string pem = "text before\n" + makeCertificate("One") + "between\n" + makeCertificate("Two");
   const auto found = readCertificateArchive(makeTar({{"chain.pem", pem}, {"b.pem", makeCertificate("Three")}}));
