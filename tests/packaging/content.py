@@ -59,7 +59,7 @@ class ContentTest(unittest.TestCase):
         for name in self.files("jxdownloader") | self.files("jxdownloader-tools"):
             self.assertNotRegex(name, r"~$|\.orig$|/include/|\.a$|\.cmake$")
 
-    def test_every_program_has_a_manual(self):
+    def test_every_program_has_a_manual_and_a_completion(self):
         for package in self.packages:
             files = self.files(package)
             for name in files:
@@ -67,6 +67,7 @@ class ContentTest(unittest.TestCase):
                 if match:
                     section = {"bin": 1, "sbin": 8}[match[1]]
                     self.assertIn(f"usr/share/man/man{section}/{match[2]}.{section}.gz", files)
+                    self.assertIn(f"usr/share/bash-completion/completions/{match[2]}", files)
 
     def test_files_are_roots_and_nobody_elses_to_write(self):
         for package in self.packages.values():

@@ -15,8 +15,10 @@ PACKAGES = sorted((jxtest.BUILD / "packages").glob("*.deb"))
 WORK = jxtest.BUILD / "package-tree"
 
 # What a package manager and its helpers keep for themselves.
-NOT_COMPARED = ("proc", "dev", "run", "tmp", "packages", "var/lib/dpkg", "var/log", "var/cache/ldconfig", "etc/ld.so.cache",
+NOT_COMPARED = ("proc", "dev", "run", "packages", "var/lib/dpkg", "var/log", "var/cache/ldconfig", "etc/ld.so.cache",
                 "etc/passwd-", "etc/group-", "etc/shadow-", "etc/gshadow-", "etc/.pwd.lock")
+
+FENCE = ("strict", "yes", "jxplatform")  # what the script "fenced" does
 
 
 class Case(jxtest.Case):
@@ -52,7 +54,7 @@ class Case(jxtest.Case):
         self.run_in("dpkg", "--install", *(f"/packages/{package.name}" for package in PACKAGES))
 
     def listing(self):
-        """Every file of the tree with its kind, mode, owner, size or target; the accounts line by line."""
+        """Every file of the tree with its kind, mode, owner and size, and what stands in settings; the accounts line by line."""
         found = {}
         for folder, folders, files in os.walk(self.tree):
             below = os.path.relpath(folder, self.tree)
@@ -62,10 +64,19 @@ class Case(jxtest.Case):
                 if path not in NOT_COMPARED:
                     status = os.lstat(self.tree / path)
                     is_file = not os.path.isdir(self.tree / path)
-                    found[path] = (oct(status.st_mode), status.st_uid, status.st_gid, status.st_size if is_file else None)
+                    found[path] = (oct(status.st_mode), status.st_uid, status.st_gid, status.st_size if is_file else None,
+                                   self.settings(path))
         for name in ("passwd", "group", "shadow", "gshadow"):
             found[f"etc/{name}"] = (self.tree / "etc" / name).read_text().splitlines()
         return found
+
+    def settings(self, path):
+        whole = self.tree / path
+        return whole.read_bytes() if path.startswith(("etc/", "var/")) and whole.is_file() and not whole.is_symlink() else None
+
+    def fenced(self, *command):
+        """The command line that runs `command` where the tree cannot be written but for the state, and /tmp is another."""
+        return [HERE / "fenced", self.tree, *command]
 
     def service_section(self, unit):
         """The [Service] section of an installed unit."""
@@ -81,8 +92,9 @@ class Case(jxtest.Case):
         jxtest.wait_until((self.tree / "run/dbus/system_bus_socket").exists, what="the bus")
 
     def start_unit(self, unit, before=(), **kwargs):
-        """Starts what the unit starts, as its user and with its environment."""
+        """Starts what the unit starts, as its user and with its environment, fenced in as the unit fences it."""
         section = self.service_section(unit)
         command = [word for word in shlex.split(section["ExecStart"]) if not word.startswith("$")]
         environment = dict([section["Environment"].split("=", 1)])
-        return self.start(*before, *self.in_tree(*command, user=section["User"], **environment), **kwargs)
+        self.assertEqual((section["ProtectSystem"], section["PrivateTmp"], section["StateDirectory"]), FENCE)
+        return self.start(*before, *self.fenced(*self.in_tree(*command, user=section["User"], **environment)), **kwargs)

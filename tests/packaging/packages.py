@@ -121,6 +121,17 @@ class InUseTest(jxtree.Case):
         self.assertIn("dialout", self.run_in("id", "-Gn", "jxdownloader").stdout.split())
         self.assertIn("nologin", self.run_in("getent", "passwd", "jxdownloader").stdout)
 
+    def test_services_are_fenced_in_here_as_by_their_units(self):
+        def touch(path, user=None):
+            return subprocess.run(self.fenced(*self.in_tree("touch", path, user=user)), capture_output=True).returncode
+        self.assertNotEqual(touch("/etc/written"), 0)
+        self.assertNotEqual(touch("/run/written"), 0)
+        self.assertEqual(touch("/tmp/written"), 0)
+        self.assertFalse((self.tree / "tmp/written").exists())
+        self.assertEqual(touch("/var/lib/jxplatform/written", user="jxdownloader"), 0)
+        self.assertTrue((self.tree / "var/lib/jxplatform/written").exists())
+        self.assertNotEqual(touch("/var/lib/jxplatform/written", user="games"), 0)
+
     def test_services_keep_to_the_system_calls_of_their_units(self):
         self.start_bus()
         self.start_controller()
