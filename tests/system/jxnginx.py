@@ -3,6 +3,7 @@
 import jxtest
 
 PORT = 6371
+PROGRAM = jxtest.SOURCE / "build/nginx/usr/sbin/nginx"  # ./jx setup unpacks it there
 
 
 def start_nginx(case, server):
@@ -15,6 +16,6 @@ def start_nginx(case, server):
         f"daemon off; user root; pid {folder}/pid; error_log {folder}/log; events {{}}\n"
         f"http {{ access_log off; {temporary}\n"
         f"  server {{ listen 127.0.0.1:{PORT}; root {folder}; {server} }} }}\n")
-    case.start("nginx", "-c", folder / "conf", "-e", folder / "log", "-p", folder)
+    case.start(PROGRAM, "-c", folder / "conf", "-e", folder / "log", "-p", folder)
     jxtest.wait_until(lambda: jxtest.can_connect(PORT), what="nginx accepts")
     return folder
