@@ -152,5 +152,22 @@ class UnitsTest(Installed):
                 self.assertTrue(any(line.startswith(limit) for line in lines), (unit, limit))
 
 
+class VersionTest(jxtest.Case):
+    FOLDERS = ("shell", "http", "upload", "serial", "cloudproxy", "platform", "tools", "pages", "cmake", "packaging")
+
+    def test_version_stands_in_one_place(self):
+        files = [path for folder in self.FOLDERS for path in (jxtest.SOURCE / folder).rglob("*") if path.is_file()]
+        self.assertGreater(len(files), 100)
+        lines = [(path, line) for path in [*files, jxtest.SOURCE / "jx", jxtest.SOURCE / "CMakePresets.json"]
+                 for line in path.read_text(errors="replace").splitlines()]
+        # The example application has a version of its own.
+        elsewhere = [(path.name, line) for path, line in lines if version() in line and "hello" not in line]
+        self.assertEqual(elsewhere, [])
+
+    def test_changes_begin_with_those_of_this_version(self):
+        headings = re.findall(r"^## (.+)$", (jxtest.SOURCE / "CHANGELOG.md").read_text(), re.M)
+        self.assertEqual(headings[0], version())
+
+
 if __name__ == "__main__":
     unittest.main()
