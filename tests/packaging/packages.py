@@ -151,6 +151,29 @@ class InUseTest(jxtree.Case):
         self.assertEqual(used - allowed, set())
 
 
+class InstallationTest(jxtree.Case):
+    def test_installation_enables_nothing_and_leaves_settings_alone(self):
+        before = self.listing()
+        self.install_packages()
+        after = self.listing()
+        changed = {path for path in {*before, *after} if before.get(path) != after.get(path)}
+        elsewhere = {path for path in changed if not path.startswith("usr/") and path != "var/lib/jxplatform"}
+        self.assertEqual(elsewhere, {"etc/passwd", "etc/group", "etc/shadow", "etc/gshadow"})
+        self.assertEqual({path for path in before if path not in after}, set())
+
+    def test_second_installation_over_the_first_keeps_state_and_choices(self):
+        self.install_packages()
+        self.run_in("systemctl", "enable", "jxdownloader-http")
+        kept = self.tree / "var/lib/jxplatform/terminal.json"
+        kept.write_text("{}")
+        before = self.listing()
+        self.install_packages()
+        self.assertEqual(self.listing(), before)
+        self.assertEqual(kept.read_text(), "{}")
+        self.run_in("systemctl", "is-enabled", "jxdownloader-http")
+        self.run_in("systemctl", "is-enabled", "jxdownloader-terminal", succeeds=False)
+
+
 class RemovalTest(jxtree.Case):
     def test_purge_leaves_nothing(self):
         before = self.listing()
