@@ -1,0 +1,262 @@
+"""The documents against the program: commands are run, bytes are sent, links, options, paths and texts are looked up."""
+
+import json
+import os
+import pathlib
+import re
+import signal
+import socket
+import subprocess
+import unittest
+import urllib.request
+
+import jxdocuments
+import jxtest
+
+PROGRAMS = ("jxpush", "jxpack", "cloudproxyd", "controllerd")
+# What stands before a document's commands, apart from a terminal that the document starts itself.
+SERVER, TERMINAL = "the upload server alone", "the whole terminal"
+NEEDS = {"docs/http-api.md": SERVER, "docs/security.md": SERVER, "docs/ipc.md": TERMINAL, "docs/screen.md": TERMINAL}
+
+
+def source_text():
+    """Every source file, with adjoining string literals joined."""
+    text = ""
+    for folder in ("shell", "http", "upload", "serial", "cloudproxy", "platform", "tools", "pages"):
+        for path in sorted((jxtest.SOURCE / folder).rglob("*")):
+            if path.suffix in (".cpp", ".h", ".js", ".html", ".css") or path.name == "terminal":
+                text += path.read_text()
+    return re.sub(r'"\s*\n\s*"', "", text).replace('\\"', '"')
+
+
+class FormTest(unittest.TestCase):
+    """What can be said without running anything."""
+
+    def test_every_block_says_what_it_is(self):
+        for path in jxdocuments.documents():
+            for block in jxdocuments.blocks(path):
+                self.assertIn(block.language, jxdocuments.LANGUAGES, block.place)
+                known = {**jxdocuments.RUN, **jxdocuments.NOT_RUN} if block.language == "sh" else {"": ""}
+                self.assertIn(block.word, known, block.place)
+
+    def test_commands_are_well_formed(self):
+        for path in jxdocuments.documents():
+            for block in jxdocuments.blocks(path):
+                if block.language == "sh":
+                    check = subprocess.run(["bash", "-n"], input=block.text, capture_output=True, text=True)
+                    self.assertEqual(check.stderr, "", block.place)
+
+    def test_json_is_json(self):
+        for path in jxdocuments.documents():
+            for block in jxdocuments.blocks(path):
+                if block.language == "json":
+                    json.loads(block.text)
+
+    def test_links_lead_somewhere(self):
+        for path in jxdocuments.documents():
+            for link in jxdocuments.links(path):
+                if re.match(r"^[a-z]+:", link):
+                    continue
+                file, _, anchor = link.partition("#")
+                target = (path.parent / file).resolve() if file else path
+                self.assertTrue(target.exists(), f"{path.name}: {link}")
+                if anchor:
+                    self.assertIn(anchor, jxdocuments.anchors(target), f"{path.name}: {link}")
+
+    def test_every_document_is_reached_from_the_readme(self):
+        reached, todo = set(), [jxtest.SOURCE / "README.md"]
+        while todo:
+            path = todo.pop()
+            if path in reached or path.suffix != ".md" or not path.is_file():
+                continue
+            reached.add(path)
+            todo += [(path.parent / link.partition("#")[0]).resolve() for link in jxdocuments.links(path)]
+        self.assertEqual(set(jxdocuments.documents()) - reached, set())
+
+    def test_paths_of_the_tree_exist(self):
+        folders = [entry.name for entry in jxtest.SOURCE.iterdir() if entry.is_dir() and entry.name not in ("build", ".git")]
+        pattern = re.compile(rf"^(?:{'|'.join(map(re.escape, folders))})/[\w./*-]*$")
+        for path in jxdocuments.documents():
+            for span in filter(pattern.match, jxdocuments.code_spans(path)):
+                wanted = re.sub(r"\bNAME\b", "*", span)
+                self.assertTrue(any(jxtest.SOURCE.glob(wanted.rstrip("/"))), f"{path.name}: {span}")
+
+    def test_variables_are_read_by_the_program(self):
+        text = source_text() + "".join(path.read_text() for path in (jxtest.SOURCE / "tests").rglob("*.js"))
+        text += "".join(path.read_text() for path in (jxtest.SOURCE / "tests").rglob("CMakeLists.txt"))
+        text += "".join(path.read_text() for path in jxtest.SOURCE.glob("CMake*"))
+        for path in jxdocuments.documents():
+            for name in set(re.findall(r"\b(?:JX|JXPLATFORM|GUIPRT)_[A-Z_]+\b", path.read_text())):
+                self.assertTrue(name in text, f"{path.name}: {name}")
+
+    def test_texts_of_failures_are_the_program_s(self):
+        text = source_text()
+        lines = (jxtest.SOURCE / "docs/operating.md").read_text().splitlines()
+        start = next(i for i, line in enumerate(lines) if line.startswith("## What failures look like"))
+        rows = [line for line in lines[start + 1:] if line.startswith("| `")]
+        self.assertGreater(len(rows), 15)
+        for row in rows:
+            shown = re.match(r"^\| `([^`]+)`", row).group(1)
+            for piece in re.split(r"…|\bN\b", shown):
+                self.assertTrue(piece.strip() in text, row)  # assertIn would print the sources
+
+
+class OptionTest(jxtest.Case):
+    def test_options_exist(self):
+        helps = {name: subprocess.run([jxtest.BIN / name, "--help"], capture_output=True, text=True, env=self.env).stdout
+                 for name in PROGRAMS}
+        helps["jx"] = subprocess.run([jxtest.SOURCE / "jx", "--help"], capture_output=True, text=True).stdout
+        usage = subprocess.run([jxtest.BIN / "jxdownloader", "x"], capture_output=True, text=True, env=self.env)
+        helps["jxdownloader"] = usage.stderr
+        seen = 0
+        for path in jxdocuments.documents():
+            commands = jxdocuments.code_spans(path)
+            commands += [line for block in jxdocuments.blocks(path) if block.language in ("sh", "console")
+                         for line in block.text.replace("\\\n", " ").splitlines()]
+            for command in commands:
+                words = command.removeprefix("$ ").split()
+                name = pathlib.PurePath(words[0]).name if words else ""
+                if name not in helps:
+                    continue
+                options = [word.partition("=")[0] for word in words[1:] if word.startswith("--") and word != "--help"]
+                if name == "jx" and len(words) > 1 and words[1].isalpha():
+                    options.append(f"  {words[1]}")
+                for option in options:
+                    self.assertRegex(helps[name], re.escape(option) + r"(?![\w-])", f"{path.name}: {command}")
+                    seen += 1
+        self.assertGreater(seen, 20)
+
+
+class CommandTest(jxtest.Case):
+    """Runs the commands of one document after another, each in a tree of its own."""
+
+    def setUp(self):
+        super().setUp()
+        self.tree = jxdocuments.make_tree(self.root)
+        hosts = self.root / "hosts"
+        hosts.write_text("127.0.0.1 localhost terminal\n::1 localhost\n")
+        subprocess.run(["mount", "--bind", hosts, "/etc/hosts"], check=True)
+        self.addCleanup(subprocess.run, ["umount", "/etc/hosts"], check=True)
+        self.state = self.tree / "build/run"
+        self.env.update(PATH=f"{jxtest.BIN}:{self.env['PATH']}", JXPLATFORM_PAGES=str(jxtest.SOURCE / "pages"))
+        for name in ("JXPLATFORM_ROOT", "JXPLATFORM_BUS"):
+            del self.env[name]
+        self.env["DBUS_SESSION_BUS_ADDRESS"] = f"unix:path={self.state}/bus"
+
+    def start_command(self, command):
+        """Starts what runs until it is ended, and waits until it says how to send the example."""
+        process = subprocess.Popen(["bash", "-c", command], cwd=self.tree, env=self.env, stdout=subprocess.PIPE, text=True,
+                                   start_new_session=True)
+        self.addCleanup(self.end_group, process)
+        said = []
+        while not any(line.startswith(("Send the example", "   ")) for line in said):
+            line = process.stdout.readline()
+            self.assertTrue(line, f"{command} ended: {said}")
+            said.append(line)
+        if "--http" not in command:
+            jxtest.wait_until(lambda: (self.state / "screen.url").exists(), what="the screen")
+
+    def end_group(self, process):
+        os.killpg(process.pid, signal.SIGTERM)
+        process.communicate(timeout=60)
+
+    def press(self, presses):
+        for page, result in presses:
+            base = (self.state / "screen.url").read_text().strip()
+
+            def shown():
+                with urllib.request.urlopen(base + "api/screen", timeout=30) as answer:
+                    screen = json.load(answer) if answer.status == 200 else {}
+                return screen if screen.get("page") == page else None
+            screen = jxtest.wait_until(shown, what=f"{page} on the screen")
+            body = json.dumps({"result": int(result)}).encode()
+            urllib.request.urlopen(f"{base}api/screen/{screen['id']}/result", body, timeout=30).close()
+
+    def run_block(self, block):
+        run = subprocess.run(["bash", "-euo", "pipefail", "-c", block.text + "\nkill $(jobs -p) 2>/dev/null || true"],
+                             cwd=self.tree, env=self.env, capture_output=True, text=True, timeout=120, stdin=subprocess.DEVNULL)
+        self.assertEqual(run.returncode, 0, f"{block.place}\n{run.stdout}{run.stderr}")
+        return run.stdout
+
+    def run_transcript(self, block):
+        """Lines behind `$ ` are run; those after them are what is printed, with … for anything."""
+        steps = []
+        for line in block.lines:
+            if line.startswith("$ "):
+                steps.append((line[2:], []))
+            else:
+                steps[-1][1].append(line)
+        for command, expected in steps:
+            run = subprocess.run(["bash", "-c", command], cwd=self.tree, env=self.env, stdout=subprocess.PIPE,
+                                 stderr=subprocess.STDOUT, text=True, timeout=120, stdin=subprocess.DEVNULL)
+            pattern = re.escape("\n".join(expected)).replace("…", ".*?")
+            self.assertRegex(run.stdout.replace("\r", "").rstrip("\n"), re.compile(rf"\A{pattern}\Z", re.S),
+                             f"{block.place}: {command}")
+
+    def exchange(self, block):
+        """Sends what stands behind `> ` and compares what comes with what stands behind `< `; the last answer ends the
+        connection. `> (end)` closes the client's direction."""
+        steps = []
+        for line in block.lines:
+            mark, text = line[:1], line[2:]
+            self.assertIn(mark, "<>", f"{block.place}: {line}")
+            if steps and steps[-1][0] == mark:
+                steps[-1][1] += text
+            else:
+                steps.append([mark, text])
+        with socket.create_connection(("127.0.0.1", jxtest.HTTP_PORT), 10) as connection:
+            connection.settimeout(60)
+            for number, (mark, text) in enumerate(steps):
+                if mark == ">":
+                    connection.sendall(self.raw(text.replace("(end)", "")))
+                    if text.endswith("(end)"):
+                        connection.shutdown(socket.SHUT_WR)
+                else:
+                    self.compare(connection, text, number == len(steps) - 1, block)
+
+    @staticmethod
+    def raw(text):
+        replaced = {"\\r": b"\r", "\\n": b"\n", "\\t": b"\t", "\\\\": b"\\"}
+        return b"".join(replaced.get(piece, piece.encode()) for piece in re.split(r"(\\[rnt\\])", text))
+
+    def compare(self, connection, text, last, block):
+        expected = b"" if text == "(nothing)" else self.raw(text)
+        pattern = re.compile(rb"\A" + re.escape(expected).replace("…".encode(), b".*?") + rb"\Z", re.S)
+        got = b""
+        while last or not pattern.match(got):
+            data = connection.recv(65536)
+            if not data:
+                break
+            got += data
+        self.assertRegex(got, pattern, block.place)
+
+    def run_document(self, path):
+        name = str(path.relative_to(jxtest.SOURCE))
+        if name in NEEDS:
+            self.start_command("./jx run" + (" --http" if NEEDS[name] is SERVER else ""))
+        for block in jxdocuments.blocks(path):
+            self.press(block.presses)
+            if block.language == "http":
+                self.exchange(block)
+            elif block.language == "console":
+                self.run_transcript(block)
+            elif block.language == "sh" and block.word == "stays":
+                self.doCleanups()
+                self.setUp()
+                self.start_command(block.text)
+            elif block.language == "sh" and not block.word:
+                self.run_block(block)
+
+
+def add_tests():
+    for path in jxdocuments.documents():
+        kinds = {(block.language, block.word) for block in jxdocuments.blocks(path)}
+        if kinds & {("sh", ""), ("sh", "stays"), ("console", ""), ("http", "")}:
+            name = re.sub(r"\W", "_", str(path.relative_to(jxtest.SOURCE).with_suffix("")))
+            setattr(CommandTest, f"test_{name}", lambda self, path=path: self.run_document(path))
+
+
+add_tests()
+
+if __name__ == "__main__":
+    unittest.main()
