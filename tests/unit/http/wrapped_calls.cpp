@@ -46,12 +46,20 @@ int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, v
   return __real_pthread_create(thread, attributes, start, argument);
 }
 
+// With 64-bit file offsets on a 32-bit processor the call has the second name.
 extern "C" void* __real_mmap(void* address, std::size_t size, int protection, int flags, int fd, off_t offset);
+extern "C" void* __real_mmap64(void* address, std::size_t size, int protection, int flags, int fd, off_t offset);
 extern "C" void* __wrap_mmap(void* address, std::size_t size, int protection, int flags, int fd, off_t offset);
+extern "C" void* __wrap_mmap64(void* address, std::size_t size, int protection, int flags, int fd, off_t offset);
 
 void* __wrap_mmap(void* address, std::size_t size, int protection, int flags, int fd, off_t offset) {
   if (mapsFail) return errno = ENOMEM, MAP_FAILED;
   return __real_mmap(address, size, protection, flags, fd, offset);
+}
+
+void* __wrap_mmap64(void* address, std::size_t size, int protection, int flags, int fd, off_t offset) {
+  if (mapsFail) return errno = ENOMEM, MAP_FAILED;
+  return __real_mmap64(address, size, protection, flags, fd, offset);
 }
 
 namespace wrapped {

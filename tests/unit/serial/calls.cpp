@@ -8,6 +8,16 @@ namespace {
 
 thread_local bool receives = false;
 
+unsigned modeFrom(int flags, va_list args) { return (flags & O_CREAT) != 0 ? va_arg(args, unsigned) : 0; }
+
+// Notes the flags of an opening; the path that is to be opened in its place.
+std::string noted(const char* path, int flags) {
+  Calls& calls = Calls::instance();
+  const std::string target = calls.onOpen ? calls.onOpen(path) : path;
+  if (receives) calls.openFlags.push_back(flags);
+  return target;
+}
+
 }  // namespace
 
 // The linker sends the program's own calls here (--wrap); the names are its convention.
@@ -16,6 +26,7 @@ int __real_poll(pollfd* entries, nfds_t count, int timeoutMs);
 ssize_t __real_read(int fd, void* buffer, size_t size);
 ssize_t __real_write(int fd, const void* buffer, size_t size);
 int __real_open(const char* path, int flags, ...);
+int __real_open64(const char* path, int flags, ...);
 int __real_tcsetattr(int fd, int actions, const termios* settings);
 int __real_tcflush(int fd, int queue);
 
@@ -43,12 +54,18 @@ ssize_t __wrap_write(int fd, const void* buffer, size_t size) {
 int __wrap_open(const char* path, int flags, ...) {
   va_list args;
   va_start(args, flags);
-  const unsigned mode = (flags & O_CREAT) != 0 ? va_arg(args, unsigned) : 0;
+  const unsigned mode = modeFrom(flags, args);
   va_end(args);
-  Calls& calls = Calls::instance();
-  const std::string target = calls.onOpen ? calls.onOpen(path) : path;
-  if (receives) calls.openFlags.push_back(flags);
-  return __real_open(target.c_str(), flags, mode);
+  return __real_open(noted(path, flags).c_str(), flags, mode);
+}
+
+// What open is called with 64-bit file offsets on a 32-bit processor.
+int __wrap_open64(const char* path, int flags, ...) {
+  va_list args;
+  va_start(args, flags);
+  const unsigned mode = modeFrom(flags, args);
+  va_end(args);
+  return __real_open64(noted(path, flags).c_str(), flags, mode);
 }
 
 int __wrap_tcsetattr(int fd, int actions, const termios* settings) {
