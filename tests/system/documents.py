@@ -1,5 +1,6 @@
 """The documents against the program: commands are run, bytes are sent, links, options, paths and texts are looked up."""
 
+import fnmatch
 import json
 import os
 import pathlib
@@ -11,6 +12,7 @@ import unittest
 import urllib.request
 
 import jxdocuments
+import jxnginx
 import jxtest
 
 PROGRAMS = ("jxpush", "jxpack", "cloudproxyd", "controllerd")
@@ -81,8 +83,25 @@ class FormTest(unittest.TestCase):
                 wanted = re.sub(r"\bNAME\b", "*", span)
                 self.assertTrue(any(jxtest.SOURCE.glob(wanted.rstrip("/"))), f"{path.name}: {span}")
 
+    def test_named_tests_exist(self):
+        text = "".join(path.read_text() for path in sorted((jxtest.SOURCE / "tests").rglob("*.cpp")))
+        names = {".".join(words) for words in re.findall(r"^TEST(?:_[FP])?\((\w+),\s*(\w+)\)", text, re.M)}
+        scripts = "".join(path.read_text() for path in (jxtest.SOURCE / "tests/system").glob("*.py"))
+        seen = 0
+        for span in jxdocuments.code_spans(jxtest.SOURCE / "docs/testing.md"):
+            if re.match(r"^[A-Z]\w*\.\w*[_*][\w*]*$", span):
+                self.assertTrue(any(fnmatch.fnmatchcase(name, span) for name in names), span)
+            elif span.startswith("test_"):
+                self.assertIn(f"def {span.rstrip('…')}", scripts)
+            elif re.match(r"^\w+\.py$", span):
+                self.assertTrue(any((jxtest.SOURCE / "tests").glob(f"*/{span}")), span)
+            else:
+                continue
+            seen += 1
+        self.assertGreater(seen, 30)
+
     def test_variables_are_read_by_the_program(self):
-        text = source_text() + "".join(path.read_text() for path in (jxtest.SOURCE / "tests").rglob("*.js"))
+        text = source_text() + "".join(path.read_text() for path in (jxtest.SOURCE / "tests/browser").glob("*.js"))
         text += "".join(path.read_text() for path in (jxtest.SOURCE / "tests").rglob("CMakeLists.txt"))
         text += "".join(path.read_text() for path in jxtest.SOURCE.glob("CMake*"))
         for path in jxdocuments.documents():
@@ -246,6 +265,45 @@ class CommandTest(jxtest.Case):
                 self.start_command(block.text)
             elif block.language == "sh" and not block.word:
                 self.run_block(block)
+
+
+class ProxyTest(jxtest.Case):
+    """The proxy that docs/security.md puts before the upload server."""
+
+    def start_proxy(self):
+        [server] = [block.text for block in jxdocuments.blocks(jxtest.SOURCE / "docs/security.md") if block.language == "nginx"]
+        for path, name in (("/etc/ssl/terminal.pem", "cert"), ("/etc/ssl/private/terminal.key", "key"),
+                           ("/etc/nginx/terminal.users", "users")):
+            self.assertIn(path, server)
+            server = server.replace(path, str(self.root / name))
+        subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-subj", "/CN=localhost", "-keyout",
+                        self.root / "key", "-out", self.root / "cert"], check=True, capture_output=True)
+        (self.root / "users").write_text("anna:{PLAIN}secret\n")
+        folders = " ".join(f"{name}_temp_path {self.root}/{name};"
+                           for name in ("client_body", "proxy", "fastcgi", "uwsgi", "scgi"))
+        configuration = self.root / "nginx.conf"
+        configuration.write_text(f"daemon off; user root; pid {self.root}/pid; error_log {self.root}/log; events {{}}\n"
+                                 f"http {{ access_log off; {folders}\n{server}}}\n")
+        self.start(jxnginx.PROGRAM, "-c", configuration, "-e", self.root / "log", "-p", self.root)
+        jxtest.wait_until(lambda: jxtest.can_connect(443), what="the proxy accepts")
+
+    def upload(self, *options):
+        return subprocess.run(["curl", "-sS", "--cacert", self.root / "cert", *options, "-F",
+                               f"upload=@{jxtest.BUILD}/examples/hello-1.0.0.zip", "-w", "%{http_code}",
+                               "https://localhost/upload"], capture_output=True, text=True, timeout=60, check=True).stdout
+
+    def test_upload_through_the_proxy_is_installed(self):
+        self.start_http_server()
+        self.start_proxy()
+        answer = self.upload("-u", "anna:secret")
+        self.assertIn("Installed hello 1.0.0<br>", answer)
+        self.assertTrue(answer.endswith("200"), answer)
+
+    def test_upload_without_the_password_is_refused(self):
+        self.start_http_server()
+        self.start_proxy()
+        self.assertTrue(self.upload().endswith("401"))
+        self.assertFalse((self.root / "apps/hello").exists())
 
 
 def add_tests():
