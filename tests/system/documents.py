@@ -146,6 +146,15 @@ class OptionTest(jxtest.Case):
         self.assertGreater(seen, 20)
 
 
+    def test_readme_has_every_command(self):
+        usage = subprocess.run([jxtest.SOURCE / "jx", "--help"], capture_output=True, text=True, check=True).stdout
+        commands = set(re.findall(r"^  ([a-z]+)", usage, re.M))
+        self.assertGreaterEqual(len(commands), 8)
+        readme = (jxtest.SOURCE / "README.md").read_text()
+        for command in commands:
+            self.assertIn(f"| `./jx {command}", readme)
+
+
 class CommandTest(jxtest.Case):
     """Runs the commands of one document after another, each in a tree of its own."""
 
