@@ -13,9 +13,8 @@ unsigned modeFrom(int flags, va_list args) { return (flags & O_CREAT) != 0 ? va_
 // Notes the flags of an opening; the path that is to be opened in its place.
 std::string noted(const char* path, int flags) {
   Calls& calls = Calls::instance();
-  const std::string target = calls.onOpen ? calls.onOpen(path) : path;
   if (receives) calls.openFlags.push_back(flags);
-  return target;
+  return calls.onOpen ? calls.onOpen(path) : path;
 }
 
 }  // namespace
