@@ -155,6 +155,21 @@ class OptionTest(jxtest.Case):
             self.assertIn(f"| `./jx {command}", readme)
 
 
+class ReadmeTest(unittest.TestCase):
+    def test_readme_lists_every_command_of_jx_and_no_other(self):
+        usage = subprocess.run([jxtest.SOURCE / "jx", "--help"], capture_output=True, text=True, check=True).stdout
+        listed = re.findall(r"^\| (`\./jx .*?) \|", (jxtest.SOURCE / "README.md").read_text(), re.M)
+        self.assertEqual(set(re.findall(r"\./jx (\w+)", "".join(listed))), set(re.findall(r"^  ([a-z]+)", usage, re.M)))
+
+    def test_readme_lists_every_folder_once(self):
+        listed = re.findall(r"^\| `([\w/]+)/` \|", (jxtest.SOURCE / "README.md").read_text(), re.M)
+        self.assertEqual(len(listed), len(set(listed)), listed)
+        ignored = (jxtest.SOURCE / ".gitignore").read_text().split()
+        folders = {entry.name for entry in jxtest.SOURCE.iterdir()
+                   if entry.is_dir() and not entry.name.startswith(".") and entry.name + "/" not in ignored}
+        self.assertEqual({name.partition("/")[0] for name in listed}, folders)
+
+
 class CommandTest(jxtest.Case):
     """Runs the commands of one document after another, each in a tree of its own."""
 
