@@ -150,6 +150,7 @@ class CheckingSystem : public Tessolan::System {
 // The linker sends the receiver's calls here (--wrap); the names are its convention.
 extern "C" {
 int __real_open(const char* path, int flags, ...);
+int __real_open64(const char* path, int flags, ...);
 int __real_poll(pollfd* entries, nfds_t count, int timeoutMs);
 
 int __wrap_open(const char* path, int flags, ...) {
@@ -159,6 +160,16 @@ int __wrap_open(const char* path, int flags, ...) {
   const unsigned mode = (flags & O_CREAT) != 0 ? va_arg(args, unsigned) : 0;
   va_end(args);
   return __real_open(path, flags, mode);
+}
+
+// What open is called with 64-bit file offsets on a 32-bit processor.
+int __wrap_open64(const char* path, int flags, ...) {
+  if (host != nullptr && std::strcmp(path, kDevice) == 0) return host->line();
+  va_list args;
+  va_start(args, flags);
+  const unsigned mode = (flags & O_CREAT) != 0 ? va_arg(args, unsigned) : 0;
+  va_end(args);
+  return __real_open64(path, flags, mode);
 }
 
 int __wrap_poll(pollfd* entries, nfds_t count, int timeoutMs) {
