@@ -37,13 +37,22 @@ TEST_F(WriteTest, SmallWrites_AreGathered) {
   EXPECT_EQ(far_.waiting(), 0);
 }
 
-TEST_F(WriteTest, ReadOfWhatIsThere_SendsNothing) {
-  far_.send("xy");
+TEST_F(WriteTest, ReadOfWhatIsReadAhead_SendsNothing) {
+  far_.send("xyz");
+  char bytes[2] = "";
+  EXPECT_TRUE(stream_->readExact(bytes, 1, kLongMs, -1));
+  write("gathered");
+  EXPECT_TRUE(stream_->readExact(bytes, 2, kLongMs, -1));
+  EXPECT_EQ(far_.waiting(), 0);
+}
+
+TEST_F(WriteTest, ReadBeyondWhatIsReadAhead_SendsFirst) {
+  far_.send("x");
   write("gathered");
   char byte = 0;
   EXPECT_TRUE(stream_->readExact(&byte, 1, kLongMs, -1));
-  EXPECT_TRUE(stream_->readExact(&byte, 1, kLongMs, -1));
-  EXPECT_EQ(far_.waiting(), 0);
+  EXPECT_EQ(byte, 'x');
+  EXPECT_EQ(far_.receive(8), "gathered");
 }
 
 TEST_F(WriteTest, ReadThatBlocks_SendsFirst) {
