@@ -2,19 +2,9 @@
 
 #include <sys/mman.h>
 
-#include <algorithm>
 #include <cstdlib>
-#include <cstring>
 
 namespace zoripc {
-
-std::size_t ReadAhead::take(void* data, std::size_t size) {
-  const std::size_t count = std::min(size, end_ - begin_);
-  if (count == 0) return 0;
-  std::memcpy(data, data_ + begin_, count);
-  begin_ += count;
-  return count;
-}
 
 ReadAhead::Room ReadAhead::prepare() {
   begin_ = end_ = 0;

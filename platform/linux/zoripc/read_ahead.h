@@ -1,7 +1,9 @@
 // What a stream has received before anybody asked for it.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
+#include <cstring>
 
 namespace zoripc {
 
@@ -17,8 +19,17 @@ class ReadAhead {
   ReadAhead& operator=(const ReadAhead&) = delete;
   ~ReadAhead() { release(); }
 
-  // Moves up to `size` of the bytes held to `data`; returns how many.
-  std::size_t take(void* data, std::size_t size);
+  // Moves up to `size` of the bytes held to `data`; returns how many. Inline: lines are read a byte at a time.
+  std::size_t take(void* data, std::size_t size) {
+    const std::size_t count = std::min(size, end_ - begin_);
+    if (count == 1) {
+      *static_cast<unsigned char*>(data) = data_[begin_];
+    } else if (count > 0) {
+      std::memcpy(data, data_ + begin_, count);
+    }
+    begin_ += count;
+    return count;
+  }
 
   // Room to receive into; valid until the next call of prepare() or release(). Only when every byte has been taken. The
   // size is 0 when there is no memory.
