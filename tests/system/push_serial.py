@@ -138,6 +138,7 @@ class JxpushTest(SerialCase):
 
     def test_killed_sender_leaves_the_port_free(self):
         line = Line(self)
+        self.start("cat", line.terminal, stdout=subprocess.DEVNULL)  # a terminal that takes everything and says nothing
         process = self.push(line, "--progress", "plain", self.file)
         process.stderr.readline()
         process.kill()
