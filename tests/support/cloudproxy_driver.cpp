@@ -4,6 +4,7 @@
 //   probe                · "SHOW_SETTINGS SHOW_CLOUDPROXY"
 //   settings             · "RESULT cloud_env auth_ex_support cert cloud_hostname bytes-of-cloud_env_list"
 //   level                · "LEVEL"
+//   listen NAME          · "listening", and later NAME for each such notification: all before it have been delivered
 // Big results are cut.
 #include <zoripc.h>
 
@@ -37,12 +38,25 @@ std::string settings() {
          std::to_string(read.cloud_env_list.size());
 }
 
+// On the library's thread. The main one is not printing: it waits for its next command.
+void sayName(void* /*data*/, const std::string& /*sender*/, const std::string& /*receiver*/, const std::string& name,
+             const zoripc::JSObject& /*message*/, unsigned /*flags*/) {
+  std::cout << name << std::endl;
+}
+
+std::string listen(std::istringstream& words) {
+  std::string name;
+  words >> name;
+  return zoripc::ipcRegisterNotificationCB(name.c_str(), sayName, nullptr, 0, "") == 0 ? "listening" : "deaf";
+}
+
 std::string perform(const std::string& line) {
   std::istringstream words(line);
   std::string command;
   words >> command;
   if (command == "request") return request(words);
   if (command == "settings") return settings();
+  if (command == "listen") return listen(words);
   if (command == "level") return std::to_string(readLogLevel());
   if (command != "probe") return "unknown command";
   const ProxyProbe found = proxyProbe();
