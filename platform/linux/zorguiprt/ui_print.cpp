@@ -166,23 +166,23 @@ class Formatter {
   }
 
   void printSigned(const Conversion& conversion) {
-    const std::string spec = conversion.as(conversion.type);
-    if (isLongLong(conversion)) return add(spec, take<long long>());
-    if (conversion.length == "l") return add(spec, take<long>());
-    if (conversion.length == "j") return add(spec, take<std::intmax_t>());
-    if (conversion.length == "z") return add(spec, take<std::size_t>());
-    if (conversion.length == "t") return add(spec, take<std::ptrdiff_t>());
-    add(spec, take<int>());
+    const std::string directive = conversion.as(conversion.type);
+    if (isLongLong(conversion)) return add(directive, take<long long>());
+    if (conversion.length == "l") return add(directive, take<long>());
+    if (conversion.length == "j") return add(directive, take<std::intmax_t>());
+    if (conversion.length == "z") return add(directive, take<std::size_t>());
+    if (conversion.length == "t") return add(directive, take<std::ptrdiff_t>());
+    add(directive, take<int>());
   }
 
   void printUnsigned(const Conversion& conversion) {
-    const std::string spec = conversion.as(conversion.type);
-    if (isLongLong(conversion)) return add(spec, take<unsigned long long>());
-    if (conversion.length == "l") return add(spec, take<unsigned long>());
-    if (conversion.length == "j") return add(spec, take<std::uintmax_t>());
-    if (conversion.length == "z") return add(spec, take<std::size_t>());
-    if (conversion.length == "t") return add(spec, take<std::ptrdiff_t>());
-    add(spec, take<unsigned>());
+    const std::string directive = conversion.as(conversion.type);
+    if (isLongLong(conversion)) return add(directive, take<unsigned long long>());
+    if (conversion.length == "l") return add(directive, take<unsigned long>());
+    if (conversion.length == "j") return add(directive, take<std::uintmax_t>());
+    if (conversion.length == "z") return add(directive, take<std::size_t>());
+    if (conversion.length == "t") return add(directive, take<std::ptrdiff_t>());
+    add(directive, take<unsigned>());
   }
 
   static bool isLongLong(const Conversion& conversion) {
@@ -190,15 +190,15 @@ class Formatter {
   }
 
   void printFloating(const Conversion& conversion) {
-    const std::string spec = conversion.as(conversion.type);
-    if (conversion.length == "L") return add(spec, take<long double>());
-    add(spec, take<double>());
+    const std::string directive = conversion.as(conversion.type);
+    if (conversion.length == "L") return add(directive, take<long double>());
+    add(directive, take<double>());
   }
 
   void printCharacter(const Conversion& conversion) {
-    const std::string spec = conversion.as(conversion.type);
-    if (conversion.length == "l" || conversion.type == 'C') return add(spec, take<std::wint_t>());
-    add(spec, take<int>());
+    const std::string directive = conversion.as(conversion.type);
+    if (conversion.length == "l" || conversion.type == 'C') return add(directive, take<std::wint_t>());
+    add(directive, take<int>());
   }
 
   void printText(const Conversion& conversion) {
@@ -217,12 +217,12 @@ class Formatter {
 
   // Appends one conversion; nothing when the C library cannot do it (a wide character that the locale lacks).
   template <typename... Value>
-  void add(const std::string& spec, Value... value) {
-    const int size = std::snprintf(nullptr, 0, spec.c_str(), value...);
+  void add(const std::string& directive, Value... value) {
+    const int size = std::snprintf(nullptr, 0, directive.c_str(), value...);
     if (size <= 0) return;
     const std::size_t begin = text_.size();
     text_.resize(begin + static_cast<std::size_t>(size) + 1);
-    std::snprintf(&text_[begin], static_cast<std::size_t>(size) + 1, spec.c_str(), value...);
+    std::snprintf(&text_[begin], static_cast<std::size_t>(size) + 1, directive.c_str(), value...);
     text_.resize(begin + static_cast<std::size_t>(size));
   }
 
