@@ -25,7 +25,7 @@ class FaultsTest(jxtest.Case):
     def setUp(self):
         super().setUp()
         # What a sanitizer keeps of freed memory is not what is looked for.
-        self.env["ASAN_OPTIONS"] = "quarantine_size_mb=1"
+        self.instruct_sanitizer("quarantine_size_mb=1")
         self.source = self.root / "source"
         self.server = self.start_http_server()
 
@@ -140,9 +140,9 @@ class FaultsTest(jxtest.Case):
 class PortTest(jxtest.Case):
     def test_port_in_use(self):
         # The endpoint that could not listen is deliberately left to the end of the process.
-        env = dict(self.env, ASAN_OPTIONS="detect_leaks=0")
+        self.instruct_sanitizer("detect_leaks=0")
         with socket.create_server(("", jxtest.HTTP_PORT)):
-            run = subprocess.run([jxtest.BIN / "jxdownloader", "--http"], env=env, capture_output=True, text=True,
+            run = subprocess.run([jxtest.BIN / "jxdownloader", "--http"], env=self.env, capture_output=True, text=True,
                                  timeout=60)
         self.assertEqual(run.stderr, "Failed to listen on port 6370\n")
         self.assertEqual(run.returncode, 0)

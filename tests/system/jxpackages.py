@@ -34,7 +34,7 @@ class InstallerCase(jxtest.Case):
         super().setUp()
         self.source = self.root / "source"
         self.source.mkdir()
-        self.env["ASAN_OPTIONS"] = "detect_leaks=0"  # which cannot work under a tracer
+        self.instruct_sanitizer("detect_leaks=0")  # which cannot work under a tracer
 
     def run_installer(self, *options, prefix=(), code=None):
         """Runs the installer and returns its log."""

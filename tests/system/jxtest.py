@@ -75,6 +75,10 @@ class Case(unittest.TestCase):
             sanitizers = [line.split()[2] for line in linked.splitlines() if "libasan" in line or "libtsan" in line]
         return {"LD_PRELOAD": " ".join([*sanitizers, str((BUILD / "lib" / library).resolve())])}
 
+    def instruct_sanitizer(self, option):
+        """Adds an option of the address sanitizer for the programs started from now on."""
+        self.env["ASAN_OPTIONS"] = ":".join(filter(None, [self.env.get("ASAN_OPTIONS"), option]))
+
     def speed_up(self, rate):
         """Has the programs started from now on live `rate` times as fast."""
         self.env.update(self.preloading("libfast_clock.so"), JX_CLOCK_RATE=str(rate))
