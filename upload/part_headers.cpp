@@ -22,8 +22,7 @@ bool readDisposition(const std::string& text, const std::string& field, std::str
   std::string value;
   if (nextParam(text, pos, name, value) == kNoToken || name != "form-data") return false;
   bool matched = false;
-  while (const int kind = nextParam(text, pos, name, value)) {
-    if (kind != kNameValue) continue;
+  while (nextParam(text, pos, name, value) != kNoToken) {
     if (name == "name" && value == field) matched = true;
     if (name == "filename") fileName = value;
   }

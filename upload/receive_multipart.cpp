@@ -32,8 +32,8 @@ std::string delimiterOf(const std::string& contentType) {
   // The media type is compared with its letter case, deliberately.
   if (nextParam(contentType, pos, name, value) == kNoToken || name != "multipart/form-data") return "";
   std::string delimiter;
-  while (const int kind = nextParam(contentType, pos, name, value)) {
-    if (kind == kNameValue && name == "boundary") delimiter = "\r\n--" + value;
+  while (nextParam(contentType, pos, name, value) != kNoToken) {
+    if (name == "boundary") delimiter = "\r\n--" + value;
   }
   return delimiter;
 }
@@ -82,7 +82,7 @@ class JXDownloadServer::Reception {
     if (!moveToDelimiter(file)) return false;
     if (!file.isOpen()) return true;
     if (!file.keep()) return false;
-    stored_ = true;
+    stored_ = true;  // and stays so when a later file fails, deliberately: something was stored
     return multiple_;
   }
 

@@ -204,7 +204,7 @@ def parameters(text):
             at += 1
         name = text[start:at]
         if text[at:at + 1] != b"=":
-            yield name, None
+            yield name, b""
             continue
         at += 1
         value = b""
@@ -266,7 +266,7 @@ def examine(lines, field):
                     break
             elif name == b"name" and content == field:
                 matched = True
-            elif name == b"filename" and content is not None:
+            elif name == b"filename":
                 file_name = content
         if matched:
             return True, file_name
@@ -283,8 +283,8 @@ def receive(message, field, multiple=True):
             if number == 0:
                 if name != b"multipart/form-data":
                     break
-            elif name == b"boundary" and value is not None:
-                delimiter = b"\r\n--" + value
+            elif name == b"boundary":
+                delimiter = b"\r\n--" + (value)
         if delimiter is not None:
             window.held = b"\r\n"
             read_parts(window, delimiter, field, multiple, stored)

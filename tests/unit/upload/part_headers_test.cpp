@@ -59,6 +59,7 @@ TEST(IsFileOfField, OthersAreNot) {
 
 TEST(IsFileOfField, LastFileName_Counts) {
   EXPECT_FALSE(isFile(R"(Content-Disposition: form-data; name="upload"; filename="a"; filename="")"));
+  EXPECT_FALSE(isFile(R"(Content-Disposition: form-data; name="upload"; filename="a"; filename)"));
   EXPECT_TRUE(isFile(R"(Content-Disposition: form-data; name="upload"; filename=""; filename="a")"));
 }
 
