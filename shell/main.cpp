@@ -31,6 +31,9 @@ void runMenus() {
   runMainMenu({probe.showSettings, probe.showCloudproxy}, activities);
 }
 
+// An upload may be installing still: it is let finish, and none begins while the process ends.
+void finishInstallations() { pthread_mutex_lock(&installLock); }
+
 void runTerminal() {
   // A serial line may become the controlling terminal; its hang-up is the download's to report, not the program's end.
   std::signal(SIGHUP, SIG_IGN);
@@ -38,15 +41,15 @@ void runTerminal() {
     runMenus();
   } catch (const std::exception&) {
     notifyController("libmac_show_desktop");  // whatever ended the menus, the desktop has to come back
+    finishInstallations();
     throw;
   }
-  // An upload may be installing still: it is let finish, and none begins while the process ends.
-  pthread_mutex_lock(&installLock);
+  finishInstallations();
 }
 
 int run(int argc, char** argv) {
-  limitThreadStacks();
   prepareProcess();
+  limitThreadStacks();
   if (argc < 2) {
     runTerminal();
     return 0;

@@ -1,5 +1,8 @@
 #include "shell/menu.h"
 
+#include <cstdio>
+#include <exception>
+
 #include "shell/controller.h"
 #include "shell/pages.h"
 
@@ -12,16 +15,26 @@ int showMainMenu(const MenuEntries& entries) {
   return showPage(vars, "mainmenu.html");
 }
 
+// Whatever ends an activity, the menu that it came from is shown again.
+template <typename Activity, typename... Arguments>
+void runActivity(const Activity& activity, Arguments... arguments) {
+  try {
+    activity(arguments...);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "Activity ended: %s\n", error.what());
+  }
+}
+
 void runMainMenuEntry(int result, const Activities& activities) {
   switch (result) {
     case 1:
       return runDownloadMenu(activities);
     case 2:
-      return activities.information();
+      return runActivity(activities.information);
     case 3:
-      return activities.logLevel();
+      return runActivity(activities.logLevel);
     case 4:
-      return activities.cloudProxy();
+      return runActivity(activities.cloudProxy);
     default:
       return;
   }
@@ -41,7 +54,7 @@ void runDownloadMenu(const Activities& activities) {
   for (;;) {
     const int result = showPlainPage("download.html");
     if (result == kPageLeft) return;
-    if (result == 1) activities.httpDownload();
-    if (result >= 2 && result <= 4) activities.serialDownload(result);
+    if (result == 1) runActivity(activities.httpDownload);
+    if (result >= 2 && result <= 4) runActivity(activities.serialDownload, result);
   }
 }

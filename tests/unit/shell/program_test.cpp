@@ -2,18 +2,22 @@
 // how the menus end.
 #include <gtest/gtest.h>
 #include <jsproc.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <zorhtml.h>
 
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <future>
 #include <map>
 #include <new>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "http/listener.h"
+#include "shell/install.h"
 #include "tests/support/fake_gui.h"
 #include "tests/support/fake_ipc.h"
 #include "tests/unit/shell/in_child.h"
@@ -170,6 +174,29 @@ TEST(Program, MenusWithoutMemory_EndWithTheDesktopAndStatus1) {
   const auto outOfMemory = [](Vars&) -> int { throw std::bad_alloc(); };
   EXPECT_EQ(run({"jxdownloader"}, {answerWith(7), outOfMemory}),
             kPreparation + kProbe + "menu 00\n" + kDesktop + "status 1\n");
+}
+
+// Leaves the menus while an installation runs, which ends after the desktop was asked for.
+int leaveWhileInstalling(Vars&) {
+  static std::promise<void> installing;
+  static std::promise<void> desktop;
+  FakeIpc::instance().onSend([](const zoripc::JSObject&) {
+    desktop.set_value();
+    return -1;
+  });
+  std::thread([] {
+    pthread_mutex_lock(&installLock);
+    installing.set_value();
+    desktop.get_future().wait();
+    note("installed");
+    pthread_mutex_unlock(&installLock);
+  }).detach();
+  installing.get_future().wait();
+  return -1;
+}
+
+TEST(Program, InstallationAtTheEnd_IsLetFinish) {
+  EXPECT_EQ(run({"jxdownloader"}, {leaveWhileInstalling}), kPreparation + kProbe + "installed\nstatus 0\n");
 }
 
 TEST(Program, HangUpOfALine_DoesNotEndTheMenus) {

@@ -85,6 +85,8 @@ TEST_F(SponsorTest, IdentifierLengthsOtherThan6_AreSkipped) {
 TEST_F(SponsorTest, DataThatEndsBeforeTheIdentifier_IsSkipped) {
   const std::string record = sponsorRecord("000001", "CUT");
   for (std::size_t size = 4; size < 20; ++size) expectSkipped(record.substr(0, size));
+  const std::string nameWithin = recordHead(6, "000001", 0, kAcceptedIdentifier);
+  for (std::size_t size = 14; size < 20; ++size) expectSkipped(nameWithin.substr(0, size));
 }
 
 TEST_F(SponsorTest, LengthBelow4_EndsTheLookup) {
@@ -142,6 +144,11 @@ TEST_F(SponsorTest, Name_IsCutAt127Bytes) {
     diagnoseRecord(sponsorRecord("000001", std::string(size, 'n')));
     EXPECT_EQ(found(), "000001/" + std::string(std::min<std::size_t>(size, 127), 'n'));
   }
+}
+
+TEST_F(SponsorTest, NameWithAZeroByte_EndsThere) {
+  diagnoseRecord(sponsorRecord("000001", std::string("AB\0CD", 5)));
+  EXPECT_EQ(found(), "000001/AB");
 }
 
 TEST_F(SponsorTest, LargestRecord_IsRead) {
