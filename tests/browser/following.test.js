@@ -128,6 +128,9 @@ test('the messages of the program have their kinds', async (t) => {
   const signs = await window.locator('.message > span:not(.list)')
     .evaluateAll((spans) => new Set(spans.map((span) => getComputedStyle(span, '::before').maskImage)).size);
   assert.equal(signs, 3);
+  const colours = await window.locator('.message > :is(.warn, .bad)')
+    .evaluateAll((spans) => new Set(spans.map((span) => getComputedStyle(span).color)).size);
+  assert.equal(colours, 1);
 });
 
 const host = 'gateway-europe-west-1.terminals.payments.example.net';
