@@ -80,6 +80,7 @@ int download_ddl(int port) {
     explicit Callback(PageVars* pageVars) : vars(pageVars) {}
     ~Callback() override { Callback::closeFile(); }
 
+    // Deliberate: the host's name tells a setting from a file, and nothing else; files are numbered as they come.
     bool openFile(const char* name) override {
       closeFile();
       if (isSetting(name)) return true;
