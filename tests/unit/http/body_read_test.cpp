@@ -207,6 +207,16 @@ TEST(ChunkedBody, LineEndAfterTheData_IsNotExamined) {
   EXPECT_EQ(reads.bytes, "abc");
 }
 
+// The data is in hand: that its line end does not follow fails the next read, not this one.
+TEST(ChunkedBody, StreamThatEndsBehindTheData_FailsTheNextRead) {
+  for (const End end : {End::Closed, End::TimedOut, End::Failed}) {
+    Chunked engine(ScriptedPeer("5\r\nhello", end));
+    const Reads reads = readThrough(engine, 5);
+    EXPECT_EQ(reads.results, (Results{5, -1}));
+    EXPECT_EQ(reads.bytes, "hello");
+  }
+}
+
 TEST(ChunkedBody, SplitAnywhere_ReadsTheSame) {
   const std::string wire = "5\r\nhello\r\nA\r\n, my world\r\n0\r\nT: x\r\n\r\n";
   for (std::size_t piece = 1; piece <= wire.size(); ++piece) {

@@ -80,6 +80,15 @@ TEST(WriteRequestHeader, HostField_ReplacesTheHostButNotThePort) {
                                   "Connection: Keep-Alive\r\n", "\r\n"}));
 }
 
+TEST(WriteRequestHeader, HostFieldInProxyForm_LeavesTheRequestLineAlone) {
+  const ScriptedPeer peer;
+  Engine engine(peer);
+  engine.proxyForm = 1;
+  EXPECT_TRUE(engine.writeRequestHeader(HttpMethod::Get, "http://real:8080/x", 0, "", true, {{"Host", "example"}}));
+  EXPECT_EQ(peer.writes(), (Lines{"GET http://real:8080/x HTTP/1.1\r\n", "Host: example:8080\r\n",
+                                  "Content-Length: 0\r\n", "Connection: Keep-Alive\r\n", "\r\n"}));
+}
+
 TEST(WriteRequestHeader, CredentialsAndAuthorizationField_AreBothWritten) {
   const ScriptedPeer peer;
   Engine engine(peer);
@@ -164,6 +173,16 @@ TEST(Request, ChunkedAnswer_IsGathered) {
   EXPECT_EQ(result.status, 201);
   EXPECT_EQ(result.body, "hello");
   EXPECT_EQ(result.type, "");
+}
+
+TEST(Request, AnswerWithoutType_HasAnEmptyTypeFieldAfterwards) {
+  Engine engine(ScriptedPeer("HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nhello"));
+  std::string body, type;
+  EXPECT_EQ(engine.request(HttpMethod::Get, "h", "", "", body, type, true), 200);
+  EXPECT_EQ(
+      engine.headers,
+      (HttpHeaders{
+          {"content-length", "5"}, {"content-type", ""}, {"http-version", "HTTP/1.1"}, {"transfer-encoding", ""}}));
 }
 
 TEST(Request, ErrorAnswer_ComesWithItsBody) {

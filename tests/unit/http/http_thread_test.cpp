@@ -53,6 +53,14 @@ TEST(ConnectionLoop, OnlyTheExactWordInAnyCase_KeepsTheConnection) {
   }
 }
 
+TEST(ConnectionLoop, RequestWithoutTheField_HasItEmptyAfterwards) {
+  TestServer server(ScriptedPeer("GET /a HTTP/1.1\r\nContent-Length: 0\r\n\r\n"));
+  EXPECT_EQ(server.run(), 0);
+  EXPECT_EQ(server.headers,
+            (zorhtml::HttpHeaders{
+                {"connection", ""}, {"content-length", "0"}, {"http-version", "HTTP/1.1"}, {"transfer-encoding", ""}}));
+}
+
 TEST(ConnectionLoop, PostBody_IsReadByTheHandler) {
   EXPECT_EQ(
       answersTo("POST /p HTTP/1.1\r\nConnection: keep-alive\r\nContent-Length: 5\r\n\r\nhelloGET /b HTTP/1.1\r\n\r\n"),
@@ -98,7 +106,21 @@ TEST(ConnectionLoop, Silence_IsA408) {
   EXPECT_EQ(answersTo("GET / HTTP/1.1\r\n", End::TimedOut), refusal("408 Request Time-out", "HTTP/1.1"));
 }
 
-TEST(ConnectionLoop, NoConnection_Ends) { EXPECT_EQ(TestServer().run(), 0); }
+TEST(ConnectionLoop, NoConnection_IsA410ThatCannotBeWritten) {
+  struct Watched : TestServer {
+    bool sendResponse(int status, const std::string& body, const std::string& type,
+                      const zorhtml::HttpHeaders& extra) override {
+      const bool sent = TestServer::sendResponse(status, body, type, extra);
+      replies.push_back(std::to_string(status) + "," + body + "," + type + "," + std::to_string(extra.size()) +
+                        (sent ? " sent" : " not sent"));
+      return sent;
+    }
+    std::vector<std::string> replies;
+  };
+  Watched server;
+  EXPECT_EQ(server.run(), 0);
+  EXPECT_EQ(server.replies, std::vector<std::string>{"410,,text/plain,0 not sent"});
+}
 
 TEST(ConnectionLoop, HandlerThatGivesFalse_EndsWithoutWriting) {
   struct Refusing : TestServer {

@@ -228,6 +228,14 @@ TEST(Fields, ThreadControl_StandInTheirOrder) {
 
 // Holds at compile time.
 static_assert(std::is_same_v<decltype(TestServer::timeout), std::int32_t>);
+static_assert(std::is_same_v<decltype(TestServer::bodyRemaining), std::int32_t>);
+static_assert(std::is_same_v<decltype(TestServer::chunkRemaining), std::int32_t>);
+static_assert(std::is_same_v<decltype(TestServer::flag), std::int32_t>);
+static_assert(std::is_same_v<decltype(TestServer::clientMode), std::int32_t>);
+static_assert(std::is_same_v<decltype(TestServer::proxyForm), std::int32_t>);
+static_assert(std::is_same_v<decltype(TestServer::fill), int>);
+static_assert(std::is_same_v<decltype(Control::state), int>);
+static_assert(std::is_same_v<decltype(Control::thread), pthread_t>);
 static_assert(std::is_same_v<std::underlying_type_t<HttpMethod>, int>);
 static_assert(std::is_abstract_v<HttpThread> && std::is_abstract_v<Thread> && !std::is_abstract_v<HttpProto>);
 static_assert(std::is_copy_constructible_v<HttpProto> && std::is_copy_constructible_v<TestServer>);

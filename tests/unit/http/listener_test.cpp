@@ -102,6 +102,14 @@ TEST_F(Listener, AnyPort_IsWrittenBack) {
   }
 }
 
+TEST_F(Listener, AnyPort_IsWrittenBackBeforeTheFirstPass) {
+  settings_.port = -1;
+  fake_.localAddress = "0.0.0.0:40001";
+  int port = 0;
+  serveThrough({[&](pollfd*) { return port = settings_.port, 0; }});
+  EXPECT_EQ(port, 40001);
+}
+
 TEST_F(Listener, FixedPort_IsNotWrittenBack) {
   fake_.localAddress = "0.0.0.0:1";
   serveThrough({});

@@ -14,11 +14,15 @@ class TestServer : public zorhtml::HttpThread {
 
   using HttpThread::bodyRemaining;
   using HttpThread::buffer;
+  using HttpThread::chunkRemaining;
+  using HttpThread::clientMode;
   using HttpThread::connection;
   using HttpThread::consumeBuffer;
   using HttpThread::fill;
   using HttpThread::fillBuffer;
+  using HttpThread::flag;
   using HttpThread::headers;
+  using HttpThread::proxyForm;
   using HttpThread::timeout;
 
   bool doGET(const std::string& path) override { return sendResponse(200, "GET " + path, "", {}); }

@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <future>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include "tests/unit/http/wrapped_calls.h"
 
@@ -58,6 +60,14 @@ class Job : public Thread {
   Fate& fate_;
 };
 
+using Names = std::vector<std::string>;
+
+Names namesOf(const std::vector<wrapped::ThreadCall>& calls) {
+  Names names;
+  for (const wrapped::ThreadCall& call : calls) names.emplace_back(call.name);
+  return names;
+}
+
 // Runs the start routine on this thread.
 std::intptr_t exitValue(Thread* object) { return reinterpret_cast<std::intptr_t>(zorhtml::threadEntry(object)); }
 
@@ -109,6 +119,44 @@ TEST(ThreadControl, JoinableHandle_HoldsTheThread) {
     fate.allowed.set_value();
   }
   EXPECT_NE(pthread_equal(handle, fate.runner), 0);
+}
+
+TEST(ThreadControl, JoinableThread_HasNoAttributesAndIsJoinedOnce) {
+  wrapped::takeThreadCalls();
+  Fate fate;
+  pthread_t handle{};
+  {
+    const Control control(new Job(fate), false);
+    handle = control.thread;
+    fate.allowed.set_value();
+  }
+  const auto calls = wrapped::takeThreadCalls();
+  ASSERT_EQ(namesOf(calls), (Names{"create", "join"}));
+  EXPECT_EQ(calls[0].attributes, nullptr);
+  EXPECT_NE(pthread_equal(calls[1].thread, handle), 0);
+}
+
+TEST(ThreadControl, DetachedThread_HasAttributesThatAreDestroyedAndIsNotJoined) {
+  wrapped::takeThreadCalls();
+  Fate fate;
+  { const Control control(new Job(fate), true); }
+  const auto calls = wrapped::takeThreadCalls();
+  fate.allowed.set_value();
+  fate.deleted.get_future().wait();
+  ASSERT_EQ(namesOf(calls), (Names{"create", "destroy"}));
+  EXPECT_TRUE(calls[0].detached);
+  EXPECT_NE(calls[0].attributes, nullptr);
+  EXPECT_EQ(calls[1].attributes, calls[0].attributes);
+}
+
+TEST(ThreadControl, FailedCreation_DestroysTheAttributesAndJoinsNothing) {
+  wrapped::takeThreadCalls();
+  wrapped::failThreads(true);
+  for (const bool detached : {false, true}) {
+    { const Control control(nullptr, detached); }
+    EXPECT_EQ(namesOf(wrapped::takeThreadCalls()), (detached ? Names{"create", "destroy"} : Names{"create"}));
+  }
+  wrapped::failThreads(false);
 }
 
 TEST(ThreadControl, DetachedHandle_LeavesItsThreadRunning) {

@@ -1,6 +1,5 @@
 #include "tests/unit/http/wrapped_calls.h"
 
-#include <pthread.h>
 #include <sys/mman.h>
 
 #include <atomic>
@@ -19,6 +18,7 @@ struct Script {
 };
 
 thread_local Script script;
+thread_local std::vector<wrapped::ThreadCall> threadCalls;
 std::atomic<bool> threadsFail{false};
 std::atomic<bool> mapsFail{false};
 
@@ -30,6 +30,10 @@ extern "C" int __real_pthread_create(pthread_t* thread, const pthread_attr_t* at
                                      void* argument);
 extern "C" int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*),
                                      void* argument);
+extern "C" int __real_pthread_attr_destroy(pthread_attr_t* attributes);
+extern "C" int __wrap_pthread_attr_destroy(pthread_attr_t* attributes);
+extern "C" int __real_pthread_join(pthread_t thread, void** result);
+extern "C" int __wrap_pthread_join(pthread_t thread, void** result);
 
 int __wrap_poll(pollfd* set, nfds_t count, int timeoutMs) {
   if (!script.active) return __real_poll(set, count, timeoutMs);
@@ -42,8 +46,22 @@ int __wrap_poll(pollfd* set, nfds_t count, int timeoutMs) {
 }
 
 int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*), void* argument) {
-  if (threadsFail) return EAGAIN;
-  return __real_pthread_create(thread, attributes, start, argument);
+  int detachState = PTHREAD_CREATE_JOINABLE;
+  if (attributes != nullptr) pthread_attr_getdetachstate(attributes, &detachState);
+  const int error = threadsFail ? EAGAIN : __real_pthread_create(thread, attributes, start, argument);
+  threadCalls.push_back(
+      {"create", attributes, detachState == PTHREAD_CREATE_DETACHED, error == 0 ? *thread : pthread_t{}});
+  return error;
+}
+
+int __wrap_pthread_attr_destroy(pthread_attr_t* attributes) {
+  threadCalls.push_back({"destroy", attributes, false, {}});
+  return __real_pthread_attr_destroy(attributes);
+}
+
+int __wrap_pthread_join(pthread_t thread, void** result) {
+  threadCalls.push_back({"join", nullptr, false, thread});
+  return __real_pthread_join(thread, result);
 }
 
 // With 64-bit file offsets on a 32-bit processor the call has the second name.
@@ -77,6 +95,8 @@ std::vector<Poll> takePolls() {
 }
 
 void failThreads(bool fail) { threadsFail = fail; }
+
+std::vector<ThreadCall> takeThreadCalls() { return std::exchange(threadCalls, {}); }
 
 void failMaps(bool fail) { mapsFail = fail; }
 

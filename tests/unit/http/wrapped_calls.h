@@ -1,7 +1,8 @@
-// poll(), pthread_create() and mmap() of the code under test, which the linker redirects here.
+// poll(), mmap() and the calls of threads of the code under test, which the linker redirects here.
 #pragma once
 
 #include <poll.h>
+#include <pthread.h>
 
 #include <functional>
 #include <vector>
@@ -27,6 +28,17 @@ std::vector<Poll> takePolls();
 
 // Makes pthread_create fail, without a thread, while it is set.
 void failThreads(bool fail);
+
+// One call of pthread_create, pthread_attr_destroy or pthread_join.
+struct ThreadCall {
+  const char* name;                  // "create", "destroy", "join"
+  const pthread_attr_t* attributes;  // null where it had none
+  bool detached;                     // the attributes say so
+  pthread_t thread;                  // that was created or joined
+};
+
+// The calls that this thread has made since the last time it asked, in order.
+std::vector<ThreadCall> takeThreadCalls();
 
 // Makes every mmap of the code under test fail for want of room, while it is set.
 void failMaps(bool fail);

@@ -103,7 +103,9 @@ TEST(WriteResponseHeader, EveryFailingWrite_GivesFalseAndKeepsTheStream) {
   for (int nth = 1; nth <= 8; ++nth) {
     ScriptedPeer peer;
     Engine engine(peer.failWrite(nth));
+    engine.bodyRemaining = 7;
     EXPECT_FALSE(engine.writeResponseHeader(200, 5, "a/b", true, extra)) << nth;
+    EXPECT_EQ(engine.bodyRemaining, 5) << nth;
     EXPECT_EQ(peer.writeCalls(), nth);
     EXPECT_FALSE(peer.deleted()) << nth;
     EXPECT_NE(engine.connection, nullptr) << nth;
