@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 
+#include <cerrno>
 #include <cstdarg>
 
 namespace {
@@ -9,6 +10,12 @@ namespace {
 thread_local bool receives = false;
 
 unsigned modeFrom(int flags, va_list args) { return (flags & O_CREAT) != 0 ? va_arg(args, unsigned) : 0; }
+
+bool refuses() {
+  if (!receives || !Calls::instance().refuseSettings) return false;
+  errno = EIO;
+  return true;
+}
 
 // Notes the flags of an opening; the path that is to be opened in its place.
 std::string noted(const char* path, int flags) {
@@ -28,6 +35,8 @@ int __real_open(const char* path, int flags, ...);
 int __real_open64(const char* path, int flags, ...);
 int __real_tcsetattr(int fd, int actions, const termios* settings);
 int __real_tcflush(int fd, int queue);
+int __real_cfsetispeed(termios* settings, speed_t speed);
+int __real_cfsetospeed(termios* settings, speed_t speed);
 
 int __wrap_poll(pollfd* entries, nfds_t count, int timeoutMs) {
   Calls& calls = Calls::instance();
@@ -73,15 +82,23 @@ int __wrap_tcsetattr(int fd, int actions, const termios* settings) {
     calls.settingCalls.emplace_back(actions == TCSANOW ? "set now" : "set");
     calls.settings = *settings;
   }
-  return __real_tcsetattr(fd, actions, settings);
+  return refuses() ? -1 : __real_tcsetattr(fd, actions, settings);
 }
 
 int __wrap_tcflush(int fd, int queue) {
   Calls& calls = Calls::instance();
   if (calls.recordSettings) calls.settingCalls.emplace_back(queue == TCIOFLUSH ? "flush both" : "flush");
-  const int result = __real_tcflush(fd, queue);
+  const int result = refuses() ? -1 : __real_tcflush(fd, queue);
   if (receives) ++calls.flushes;
   return result;
+}
+
+int __wrap_cfsetispeed(termios* settings, speed_t speed) {
+  return refuses() ? -1 : __real_cfsetispeed(settings, speed);
+}
+
+int __wrap_cfsetospeed(termios* settings, speed_t speed) {
+  return refuses() ? -1 : __real_cfsetospeed(settings, speed);
 }
 }
 
@@ -101,5 +118,6 @@ void Calls::reset() {
   recordSettings = false;
   settingCalls.clear();
   settings = {};
+  refuseSettings = false;
   timeDivisor = 1;
 }

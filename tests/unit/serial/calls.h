@@ -24,6 +24,8 @@ struct Calls {
   bool recordSettings = false;
   std::vector<std::string> settingCalls;
   termios settings{};
+  // Of the receiving thread: every call that sets or flushes a line fails, and does nothing.
+  std::atomic<bool> refuseSettings{false};
   // Of the receiving threads: how often they flushed a line, which each receive() does twice and is ready then; and how
   // many bytes they have read.
   std::atomic<int> flushes{0};

@@ -1,5 +1,7 @@
 #include "tests/unit/serial/download.h"
 
+#include <dirent.h>
+
 #include <exception>
 #include <utility>
 
@@ -71,6 +73,14 @@ std::vector<std::string> RecordingSystem::calls() const {
 std::string RecordingSystem::content() const {
   const std::lock_guard<std::mutex> lock(mutex_);
   return content_;
+}
+
+int openFiles() {
+  int count = 0;
+  DIR* const folder = opendir("/proc/self/fd");
+  while (readdir(folder) != nullptr) ++count;
+  closedir(folder);
+  return count;
 }
 
 void untilReady(const std::function<void()>& begin) {

@@ -53,6 +53,9 @@ class RecordingSystem : public Tessolan::System {
   std::function<void()> hook_;
 };
 
+// The descriptors that this process has open, and always the same few more.
+int openFiles();
+
 // Runs `begin`, which starts a receive(), and returns when that has opened and flushed its line.
 void untilReady(const std::function<void()>& begin);
 

@@ -1,7 +1,6 @@
 // Silence, aborts, hang-ups and failures in each state of a download.
 #include <gtest/gtest.h>
 
-#include <dirent.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -38,14 +37,6 @@ const State kStates[] = {
     {"in data", bytes("\x02W\0\4\0\0\0\0ab"), true},
     {"in data's check value", bytes("\x02W\0\4\0\0\0\0abcd\1"), true},
 };
-
-int openFiles() {
-  int count = 0;
-  DIR* const folder = opendir("/proc/self/fd");
-  while (readdir(folder) != nullptr) ++count;
-  closedir(folder);
-  return count;
-}
 
 class Faults : public testing::Test {
  protected:
@@ -188,6 +179,50 @@ TEST_F(Faults, EOTThatCannotBeWritten_IsNoFailure) {
   broken = true;
   ASSERT_TRUE(download.line.send("\x04"));
   EXPECT_EQ(0, download.result());
+}
+
+TEST_F(Faults, EOTThatCannotBeWritten_LeavesTheResultAsItIs) {
+  const struct {
+    const char* name;
+    std::string record;
+    int result;
+  } cases[] = {{"refusal", textRecord('M', "a"), -5},
+               {"text too long", textRecord('R', std::string(253, 'x')), -4},
+               {"data too long", bytes("\x02W\x04\x01\0\0\0\0"), -4}};
+  const auto testThread = std::this_thread::get_id();
+  for (const auto& item : cases) {
+    std::string refused;  // what the receiver tried to write
+    Calls::instance().onWrite = [&](int fd, const void* data, size_t size) -> ssize_t {
+      if (std::this_thread::get_id() == testThread) return syscall(SYS_write, fd, data, size);
+      refused.append(static_cast<const char*>(data), size);
+      return errno = EIO, -1;
+    };
+    Download download("M");
+    ASSERT_TRUE(download.line.send(item.record)) << item.name;
+    EXPECT_EQ(item.result, download.result()) << item.name;
+    EXPECT_EQ("\x04", refused) << item.name;
+    EXPECT_EQ(-1, download.receiver.fd) << item.name;
+  }
+}
+
+TEST_F(Faults, EOTOfAnAbortThatCannotBeWritten_LeavesTheResultAsItIs) {
+  Calls::instance().timeDivisor = 1;  // the byte's second must not be over before the abort
+  const auto testThread = std::this_thread::get_id();
+  for (const State& state : kStates) {
+    std::string refused;
+    Calls::instance().onWrite = [&](int fd, const void* data, size_t size) -> ssize_t {
+      if (std::this_thread::get_id() == testThread) return syscall(SYS_write, fd, data, size);
+      refused.append(static_cast<const char*>(data), size);
+      return errno = EIO, -1;
+    };
+    Download download;
+    download.feed(state.bytes);
+    download.receiver.requestAbort();
+    download.line.send("~");  // not to wait out the second
+    EXPECT_EQ(-2, download.result()) << state.name;
+    EXPECT_EQ("\x04", refused) << state.name;
+    EXPECT_EQ(-1, download.receiver.fd) << state.name;
+  }
 }
 
 TEST_F(Faults, ReadThatFailsInARecord_CountsAsFailed) {

@@ -72,6 +72,16 @@ TEST(LineUse, Line_IsSetTo115200BaudEightBitsNoParityOneStopBit) {
   EXPECT_EQ(3U, settings.c_iflag);
 }
 
+TEST(LineUse, LineThatRefusesItsSettings_ServesAllTheSame) {
+  const CallsReset reset;
+  Calls::instance().refuseSettings = true;
+  Download download;
+  EXPECT_EQ(kParameterRecord, download.exchange("\x05", 29));
+  EXPECT_EQ("\x06", download.exchange(signalRecord('S')));
+  EXPECT_EQ("\x04", download.exchange("\x04"));
+  EXPECT_EQ(0, download.result());
+}
+
 TEST(LineUse, Waits_AreHalfASecondBetweenRecordsAndASecondWithin) {
   LineCalls calls;
   Download download;

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 
@@ -96,6 +97,16 @@ TEST_F(PortSettings, EverythingElse_IsZero) {
 TEST_F(PortSettings, Device_IsFlushedBeforeAndAfter) {
   set(115200, 8, 'N', 1);
   EXPECT_EQ((std::vector<std::string>{"flush both", "set now", "flush both"}), Calls::instance().settingCalls);
+}
+
+TEST_F(PortSettings, DeviceThatIsNoTerminal_IsNoErrorAndIsAskedAllTheSame) {
+  int ends[2];
+  ASSERT_EQ(0, pipe(ends));
+  receiver_.fd = ends[0];
+  set(115200, 8, 'N', 1);
+  EXPECT_EQ((std::vector<std::string>{"flush both", "set now", "flush both"}), Calls::instance().settingCalls);
+  close(ends[0]);
+  close(ends[1]);
 }
 
 TEST_F(PortSettings, Device_HasThemAndHasLostWhatCameBefore) {

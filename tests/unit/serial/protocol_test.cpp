@@ -231,12 +231,16 @@ TEST(Protocol, RightRecord_SetsTheCountBack) {
   }
 }
 
-TEST(Protocol, Enquiry_DoesNotSetTheCountBack) {
-  Download download;
-  EXPECT_EQ("\x15\x15", download.exchange("\x02X\x02X", 2));
-  EXPECT_EQ(kParameterRecord, download.exchange("\x05", 29));
-  EXPECT_EQ("\x04", download.exchange("\x02X"));
-  EXPECT_EQ(-3, download.result());
+TEST(Protocol, EnquiryAndNak_LeaveTheCountAsItIs) {
+  for (const std::string asks : {"\x05", "\x15"}) {
+    Download download;
+    EXPECT_EQ("\x15", download.exchange("\x02X"));
+    EXPECT_EQ(kParameterRecord + kParameterRecord, download.exchange(asks + asks, 58));
+    EXPECT_EQ("\x15", download.exchange("\x02X"));
+    EXPECT_EQ(kParameterRecord, download.exchange(asks, 29));
+    EXPECT_EQ("\x04", download.exchange("\x02X"));
+    EXPECT_EQ(-3, download.result());
+  }
 }
 
 TEST(Protocol, EveryRefusal_EndsWithMinusFive) {

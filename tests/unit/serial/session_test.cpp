@@ -76,6 +76,43 @@ TEST_F(Session, SourceDirectory_IsMadeForEachFile) {
   EXPECT_EQ(2, installer().directoriesMade);
 }
 
+TEST_F(Session, EachFileAndEachSetting_ClosesTheFileBefore) {
+  beginAndConnect();
+  const int before = openFiles();
+  for (const std::string name : {"a", "b", "c"}) {
+    EXPECT_EQ("\x06", exchange(openRecord(name)));
+    EXPECT_EQ(before + 1, openFiles()) << name;
+  }
+  EXPECT_EQ("\x06", exchange(openRecord("setgroup.x")));
+  EXPECT_EQ(before, openFiles());
+  EXPECT_EQ("\x06", exchange(openRecord("d")));
+  EXPECT_EQ("\x06", exchange(signalRecord('C')));
+  EXPECT_EQ(before, openFiles());
+  exchange("\x04");
+  EXPECT_EQ(0, end());
+}
+
+TEST_F(Session, EveryEndWithAFileStillOpen_ClosesItWhenTheOutcomeHasBeenLeft) {
+  const struct {
+    std::function<void()> end;
+    int result;
+  } cases[] = {{[this] { exchange("\x04"); }, 0},
+               {[] { FakeGui::instance().report(0, 1); }, -2},
+               {[this] { line_.send("\x02X\x02X\x02X"), line_.receive(3); }, -3},
+               {[this] { exchange(textRecord('M', std::string(253, 'x'))); }, -4}};
+  const int before = openFiles();
+  for (const auto& item : cases) {
+    int inOutcome = 0;
+    FakeGui::instance().answer("result.html", [&](auto&) { return inOutcome = openFiles(), 0; });
+    beginAndConnect();
+    EXPECT_EQ("\x06", exchange(openRecord("a"))) << item.result;
+    item.end();
+    EXPECT_EQ(item.result, end());
+    EXPECT_EQ(before + 1, inOutcome) << item.result;  // the archive, and no longer the device
+    EXPECT_EQ(before, openFiles()) << item.result;
+  }
+}
+
 TEST_F(Session, SecondSession_BeginsAtZeroAgainAndTruncates) {
   for (const std::string content : {"a longer content", "short"}) {
     beginAndConnect();
@@ -247,6 +284,15 @@ TEST_F(Session, OtherReportsOfThePage_DoNotAbort) {
   FakeGui::instance().report(0, -1);
   FakeGui::instance().report(0, 2);
   FakeGui::instance().report(1, 1);
+  EXPECT_EQ("\x06", exchange(signalRecord('S')));
+  exchange("\x04");
+  EXPECT_EQ(0, end());
+}
+
+TEST_F(Session, ReportsWithoutAResult_AreNotLookedInto) {
+  beginAndConnect();
+  const ShownPage page = FakeGui::instance().shown().front();
+  for (const int type : {1, 2, -1}) page.callback(page.data, type, nullptr);
   EXPECT_EQ("\x06", exchange(signalRecord('S')));
   exchange("\x04");
   EXPECT_EQ(0, end());
