@@ -1,4 +1,4 @@
-"""Two uploads and a serial download at once, in one terminal."""
+"""Uploads at once, and a serial download beside them, in one terminal."""
 
 import json
 import os
@@ -104,6 +104,23 @@ class AtOnceTest(SerialCase):
         self.operator.see_past(["wait.html"], "download-http.html")
         jxtest.wait_until(lambda: jxtest.can_connect(jxtest.HTTP_PORT), what="the server listens again")
         self.assertIn(b"nstalled hello 1.0.0", exchange(upload([("a.zip", package())])))
+
+
+class TwoUploadsTest(jxtest.Case):
+    def test_upload_is_received_and_installed_while_another_stalls_in_mid_file(self):
+        self.start_http_server()
+        stalled, sent = Wire(), upload([("a.zip", package("one", files={"data": os.urandom(200_000)}))])
+        self.addCleanup(stalled.socket.close)
+        stalled.send(sent[:-HELD_BACK])
+        file = self.root / "source/upload-0.zip"
+        jxtest.wait_until(lambda: file.exists() and file.stat().st_size > 0, what="the first file is being written")
+        answer = exchange(upload([("b.zip", package("two"))]))
+        self.assertIn(b"Installed two 1.0.0", answer)
+        # The first was neither waited for nor given up.
+        self.assertFalse((self.root / "apps/one").exists())
+        page = stalled.send(sent[-HELD_BACK:]).read_all().partition(b"\r\n\r\n")[2]
+        self.assertTrue(page.startswith(RESULT_HEAD + b"Upload successful<br>\n"), page)
+        self.assertTrue(page.endswith(RESULT_TAIL), page)
 
 
 if __name__ == "__main__":
