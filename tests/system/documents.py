@@ -260,6 +260,7 @@ class CommandTest(jxtest.Case):
     @staticmethod
     def raw(text):
         replaced = {"\\r": b"\r", "\\n": b"\n", "\\t": b"\t", "\\\\": b"\\"}
+        text = re.sub(r"\((\d+) (\w)\)", lambda match: match[2] * int(match[1]), text)
         return b"".join(replaced.get(piece, piece.encode()) for piece in re.split(r"(\\[rnt\\])", text))
 
     def compare(self, connection, text, last, block):
