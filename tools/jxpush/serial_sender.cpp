@@ -17,6 +17,7 @@ constexpr int kLastEnquiries = 2;  // of one that seems to have ended
 constexpr int kEnds = 3;
 constexpr std::size_t kGroup = 64;         // data records between two looks whether both ends are in step
 constexpr std::size_t kNoiseLimit = 4096;  // bytes read in search of one answer
+constexpr std::size_t kEndNoise = 64;      // bytes read in search of the last one
 
 const std::string kAck(1, static_cast<char>(tessolan::kACK));
 const std::string kNak(1, static_cast<char>(tessolan::kNAK));
@@ -125,11 +126,22 @@ void SerialSender::finish() {
   port_.ignoreInterrupts();  // once the end is on its way there is nothing to take back
   for (int attempt = 0; attempt < kEnds; ++attempt) {
     sendByte(tessolan::kEOT);
-    if (port_.readByte(times_.answerMs) == tessolan::kEOT) return;
+    if (readEnd()) return;
     // A terminal that still answers has not seen the end.
-    if (!enquire(kLastEnquiries, times_.enquiryMs)) break;
+    std::string noise;
+    if (!ask(kLastEnquiries, times_.enquiryMs, noise)) break;
   }
   giveUp("the terminal has all files, but did not confirm the end; its screen says whether it installed them");
+}
+
+// The terminal's EOT, whatever the line put before it; in what begins as a parameter record it would mean nothing.
+bool SerialSender::readEnd() {
+  int byte = port_.readByte(times_.answerMs);
+  for (std::size_t count = 0; count < kEndNoise && byte >= 0; ++count) {
+    if (byte == tessolan::kEOT || byte == tessolan::kSTX) return byte == tessolan::kEOT;
+    byte = port_.readByte(times_.gapMs);
+  }
+  return false;
 }
 
 void SerialSender::cancel() noexcept {
@@ -193,18 +205,25 @@ SerialSender::Answer SerialSender::judge(int byte) {
   return answers == kNak ? Answer::Refused : Answer::Lost;
 }
 
-// Brings both ends in step. Returns what came before the parameter record, nothing when none came.
+// Brings both ends in step. Returns what came before the parameter record, nothing when none came; throws when the
+// terminal has ended the download instead.
 std::optional<std::string> SerialSender::enquire(int attempts, int timeoutMs) {
   std::string before;
+  if (ask(attempts, timeoutMs, before)) return before;
+  if (holds(before, tessolan::kEOT) && connected_) refused();
+  return std::nullopt;
+}
+
+// True when a parameter record came; `before` then holds what came before it, otherwise all that came.
+bool SerialSender::ask(int attempts, int timeoutMs, std::string& before) {
   for (int attempt = 0; attempt < attempts; ++attempt) {
     sendByte(tessolan::kENQ);
     if (readParameters(timeoutMs, before)) {
       if (!before.empty()) settle();
-      return before;
+      return true;
     }
   }
-  if (holds(before, tessolan::kEOT) && connected_) refused();
-  return std::nullopt;
+  return false;
 }
 
 // Appends what is no parameter record to `before`.

@@ -51,6 +51,7 @@ class SerialSender {
   void sendGroup(const InputFile& file, std::uint64_t from, std::uint64_t to);
   void closeFile();
   void finish();
+  bool readEnd();
   void cancel() noexcept;
   void tryToCancel();
   void showMessage(std::uint64_t bytes, std::uint64_t size);
@@ -60,6 +61,7 @@ class SerialSender {
   void dropSurplus();
   Answer judge(int byte);
   std::optional<std::string> enquire(int attempts, int timeoutMs);
+  bool ask(int attempts, int timeoutMs, std::string& before);
   bool readParameters(int timeoutMs, std::string& before);
   bool inStep();
   void settle();

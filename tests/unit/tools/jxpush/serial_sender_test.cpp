@@ -246,6 +246,21 @@ TEST_F(SerialSenderTest, UnconfirmedEndOfASilentTerminal_SaysSo) {
   EXPECT_EQ(0, terminal_.result());
 }
 
+TEST_F(SerialSenderTest, BytesBeforeTheLastAnswer_HideNoConfirmation) {
+  for (const char* noise : {"\x06", "\x15", "\x06\xFFnoise"}) {
+    terminal_.reset();
+    meets('.', 1, {true, noise + std::string("\x04")});
+    EXPECT_EQ(ExitCode::kSent, send()) << noise;
+    expectWhole();
+  }
+}
+
+TEST_F(SerialSenderTest, EndInWhatBeginsAsAParameterRecord_ConfirmsNothing) {
+  meets('.', 1, {true, "\x02\x04"});
+  EXPECT_EQ(ExitCode::kGaveUp, send());
+  EXPECT_EQ(0, terminal_.result());
+}
+
 TEST_F(SerialSenderTest, InterruptBeforeTheFirstAnswer_SendsNothingFurther) {
   terminal_.interrupted = [] { return true; };
   EXPECT_EQ(ExitCode::kInterrupted, send());
