@@ -7,14 +7,13 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <signal.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
-#include <cstdlib>
+#include <csignal>
 #include <iostream>
 #include <stdexcept>
 #include <string>
@@ -163,6 +162,7 @@ void get(int port, int clients, int seconds, bool keep) {
 void idle(int port, int count) {
   const std::string request = "GET / HTTP/1.1\r\nHost: localhost\r\nConnection: keep-alive\r\n\r\n";
   std::vector<Connection> connections;
+  connections.reserve(static_cast<std::size_t>(count));
   for (int i = 0; i < count; ++i) connections.emplace_back(port);
   const auto askAll = [&connections, &request] {
     int answered = 0;
@@ -200,11 +200,11 @@ void first(int port, char** command) {
 
 int run(const std::string& mode, int port, int argc, char** argv) {
   if (argc == 6 && (mode == "upload" || mode == "put")) {
-    upload(port, std::strtoul(argv[3], nullptr, 10), argv[4], std::atoi(argv[5]), mode == "upload");
+    upload(port, std::stoul(argv[3]), argv[4], std::stoi(argv[5]), mode == "upload");
   } else if (argc == 6 && mode == "get") {
-    get(port, std::atoi(argv[3]), std::atoi(argv[4]), std::string(argv[5]) == "keep");
+    get(port, std::stoi(argv[3]), std::stoi(argv[4]), std::string(argv[5]) == "keep");
   } else if (argc == 4 && mode == "idle") {
-    idle(port, std::atoi(argv[3]));
+    idle(port, std::stoi(argv[3]));
   } else if (argc > 3 && mode == "first") {
     first(port, argv + 3);
   } else {
@@ -218,7 +218,7 @@ int run(const std::string& mode, int port, int argc, char** argv) {
 
 int main(int argc, char** argv) {
   try {
-    return run(argc > 1 ? argv[1] : "", argc > 2 ? std::atoi(argv[2]) : 0, argc, argv);
+    return run(argc > 1 ? argv[1] : "", argc > 2 ? std::stoi(argv[2]) : 0, argc, argv);
   } catch (const std::exception& error) {
     std::cerr << "bench_load: " << error.what() << "\n";
     return 1;

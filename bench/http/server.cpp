@@ -44,13 +44,14 @@ int ipcNotify(const char* /*receiver*/, const char* /*name*/, const JSObject& /*
 }  // namespace zoripc
 
 int main(int argc, char** argv) {
-  if (argc != 3) {
+  const int port = argc == 3 ? static_cast<int>(std::strtol(argv[1], nullptr, 10)) : 0;
+  if (port <= 0) {
     std::cerr << "Usage: bench_server PORT DIRECTORY\n";
     return 2;
   }
   sourceDirectory = argv[2];
   limitThreadStacks();
-  zorhtml::ServerSettings settings(std::atoi(argv[1]));
+  zorhtml::ServerSettings settings(port);
   const JXDownloadServer prototype;
   return zorhtml::serve(settings, prototype) ? 0 : 1;
 }
