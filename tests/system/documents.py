@@ -1,6 +1,5 @@
 """The documents against the program: commands are run, bytes are sent, links, options, paths and texts are looked up."""
 
-import fnmatch
 import json
 import os
 import pathlib
@@ -12,6 +11,7 @@ import unittest
 import urllib.request
 
 import jxdocuments
+import jxmessages
 import jxnginx
 import jxtest
 
@@ -83,23 +83,6 @@ class FormTest(unittest.TestCase):
                 wanted = re.sub(r"\bNAME\b", "*", span)
                 self.assertTrue(any(jxtest.SOURCE.glob(wanted.rstrip("/"))), f"{path.name}: {span}")
 
-    def test_named_tests_exist(self):
-        text = "".join(path.read_text() for path in sorted((jxtest.SOURCE / "tests").rglob("*.cpp")))
-        names = {".".join(words) for words in re.findall(r"^TEST(?:_[FP])?\((\w+),\s*(\w+)\)", text, re.M)}
-        scripts = "".join(path.read_text() for path in (jxtest.SOURCE / "tests/system").glob("*.py"))
-        seen = 0
-        for span in jxdocuments.code_spans(jxtest.SOURCE / "docs/testing.md"):
-            if re.match(r"^[A-Z]\w*\.\w*[_*][\w*]*$", span):
-                self.assertTrue(any(fnmatch.fnmatchcase(name, span) for name in names), span)
-            elif span.startswith("test_"):
-                self.assertIn(f"def {span.rstrip('…')}", scripts)
-            elif re.match(r"^\w+\.py$", span):
-                self.assertTrue(any((jxtest.SOURCE / "tests").glob(f"*/{span}")), span)
-            else:
-                continue
-            seen += 1
-        self.assertGreater(seen, 30)
-
     def test_variables_are_read_by_the_program(self):
         text = source_text() + "".join(path.read_text() for path in (jxtest.SOURCE / "tests/browser").glob("*.js"))
         text += "".join(path.read_text() for path in (jxtest.SOURCE / "tests").rglob("CMakeLists.txt"))
@@ -108,16 +91,31 @@ class FormTest(unittest.TestCase):
             for name in set(re.findall(r"\b(?:JX|JXPLATFORM|GUIPRT)_[A-Z_]+\b", path.read_text())):
                 self.assertTrue(name in text, f"{path.name}: {name}")
 
-    def test_texts_of_failures_are_the_program_s(self):
+
+class FailureTest(unittest.TestCase):
+    """The tables of failures against the sources, in both directions."""
+
+    def test_explained_texts_are_the_program_s(self):
         text = source_text()
-        lines = (jxtest.SOURCE / "docs/operating.md").read_text().splitlines()
-        start = next(i for i, line in enumerate(lines) if line.startswith("## What failures look like"))
-        rows = [line for line in lines[start + 1:] if line.startswith("| `")]
-        self.assertGreater(len(rows), 15)
-        for row in rows:
-            shown = re.match(r"^\| `([^`]+)`", row).group(1)
-            for piece in re.split(r"…|\bN\b", shown):
-                self.assertTrue(piece.strip() in text, row)  # assertIn would print the sources
+        explained = jxmessages.explained_failures()
+        self.assertGreater(len(explained), 150)
+        for piece, row in explained:
+            self.assertTrue(piece in text, f"{piece!r} in {row}")  # assertIn would print the sources
+
+    def assert_explained(self, texts, least):
+        explained = {piece for piece, _ in jxmessages.explained_failures()} | jxmessages.explained_signatures()
+        texts = set(texts)
+        self.assertGreater(len(texts), least)
+        self.assertEqual(sorted(texts - explained), [], "said by the program, and in no table of failures")
+
+    def test_every_text_of_the_installer_is_explained(self):
+        self.assert_explained(jxmessages.installer_texts(), 80)
+
+    def test_every_text_of_jxpush_is_explained(self):
+        self.assert_explained(jxmessages.sender_texts(), 50)
+
+    def test_every_line_on_standard_error_is_explained(self):
+        self.assert_explained(jxmessages.journal_texts(), 8)
 
 
 class OptionTest(jxtest.Case):
@@ -144,15 +142,6 @@ class OptionTest(jxtest.Case):
                     self.assertRegex(helps[name], re.escape(option) + r"(?![\w-])", f"{path.name}: {command}")
                     seen += 1
         self.assertGreater(seen, 20)
-
-
-    def test_readme_has_every_command(self):
-        usage = subprocess.run([jxtest.SOURCE / "jx", "--help"], capture_output=True, text=True, check=True).stdout
-        commands = set(re.findall(r"^  ([a-z]+)", usage, re.M))
-        self.assertGreaterEqual(len(commands), 8)
-        readme = (jxtest.SOURCE / "README.md").read_text()
-        for command in commands:
-            self.assertIn(f"| `./jx {command}", readme)
 
 
 class ReadmeTest(unittest.TestCase):
