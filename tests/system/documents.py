@@ -4,6 +4,7 @@ import json
 import os
 import pathlib
 import re
+import runpy
 import signal
 import socket
 import subprocess
@@ -90,6 +91,19 @@ class FormTest(unittest.TestCase):
         for path in jxdocuments.documents():
             for name in set(re.findall(r"\b(?:JX|JXPLATFORM|GUIPRT)_[A-Z_]+\b", path.read_text())):
                 self.assertTrue(name in text, f"{path.name}: {name}")
+
+    def test_drawn_arrows_are_those_that_are_checked(self):
+        text = (jxtest.SOURCE / "docs/architecture.md").read_text()
+        drawn = {name: set(targets.split()) for name, targets in re.findall(r"(\w+)/ .*──▶ (.*)$", text, re.M)}
+        rules = runpy.run_path(str(jxtest.SOURCE / "tests/check/arrows.py"))["ALLOWED"]
+        allowed = {name: {f"{target}/" for target in targets} for name, targets in rules.items() if targets}
+        self.assertEqual(drawn, allowed)
+
+    def test_firewall_rules_are_rules(self):
+        rules = [block for block in jxdocuments.blocks(jxtest.SOURCE / "docs/security.md") if block.language == "nft"]
+        self.assertEqual(len(rules), 1)
+        check = subprocess.run(["/usr/sbin/nft", "--check", "--file", "-"], input=rules[0].text, capture_output=True, text=True)
+        self.assertEqual((check.returncode, check.stderr), (0, ""), rules[0].place)
 
 
 class FailureTest(unittest.TestCase):
