@@ -1,8 +1,8 @@
 #include "platform/linux/zorguiprt/connection_threads.h"
 
 #include <condition_variable>
+#include <exception>
 #include <mutex>
-#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -45,13 +45,17 @@ void ConnectionThreads::run(std::function<void()> connection) {
     ++state_->running;
   }
   const auto serve = [state = state_, connection = std::move(connection)] {
-    connection();
+    try {
+      connection();
+    } catch (const std::exception&) {
+      // There was no memory for its answer: it ends, and leaves its place to the next.
+    }
     state->end();
   };
   try {
     std::thread(serve).detach();
-  } catch (const std::system_error&) {
-    serve();  // no thread to be had: the others wait a little
+  } catch (const std::exception&) {
+    serve();  // no thread to be had, or no memory for one: the others wait a little
   }
 }
 

@@ -18,7 +18,8 @@ class ConnectionThreads {
 
   ConnectionThreads();
 
-  // Runs `connection` on a new thread; blocks while there are too many. Does nothing once finish() was called.
+  // Runs `connection` on a new thread, or on this one when there is none to be had; blocks while there are too many.
+  // What it throws ends the connection alone. Does nothing once finish() was called.
   void run(std::function<void()> connection);
 
   // Lets no more in, and waits at most `timeout` for those that run. True when all have ended.

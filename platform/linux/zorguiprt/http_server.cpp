@@ -6,11 +6,14 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <exception>
+#include <thread>
 
 namespace jxplatform {
 namespace {
 
 constexpr std::chrono::milliseconds kFarewell{500};
+constexpr std::chrono::milliseconds kShortagePause{100};
 
 // Closes so that the answer arrives even when the client has sent more than was read: bytes left unread would reset the
 // connection and take the answer with it.
@@ -89,12 +92,40 @@ void ClientStream::get_local_ip_and_port(std::string& ip, int& port) const {
   port = 0;
 }
 
+HttpServer::~HttpServer() { end(); }
+
 void HttpServer::raiseBacklog() { ::listen(svr_sock_, SOMAXCONN); }
 
+// Without memory to begin with it begins a little later; whoever connects meanwhile waits.
+void HttpServer::serve() {
+  while (svr_sock_ != INVALID_SOCKET) {
+    try {
+      // Ended by end(), or by an error after which the library has closed the listener itself.
+      if (!listen_after_bind()) svr_sock_ = INVALID_SOCKET;
+      return;
+    } catch (const std::exception&) {
+      std::this_thread::sleep_for(kShortagePause);
+    }
+  }
+}
+
+// The library's own stop() would do nothing before the serving has begun.
+void HttpServer::end() {
+  const socket_t socket = svr_sock_.exchange(INVALID_SOCKET);
+  if (socket == INVALID_SOCKET) return;
+  shutdown(socket, SHUT_RDWR);
+  close(socket);
+}
+
 bool HttpServer::process_and_close_socket(socket_t socket) {
-  ClientStream stream(socket);
-  bool closed = false;
-  const bool served = process_request(stream, true, closed, nullptr);
+  bool served = false;
+  try {
+    ClientStream stream(socket);
+    bool closed = false;
+    served = process_request(stream, true, closed, nullptr);
+  } catch (const std::exception&) {
+    // There was no memory for an answer: the client sees the connection end without one.
+  }
   closeGently(socket);
   return served;
 }

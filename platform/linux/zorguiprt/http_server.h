@@ -41,11 +41,22 @@ class ClientStream : public httplib::Stream {
 };
 
 // Serves one request a connection. The library itself would answer nobody who has closed his direction, set no limit to
-// the time of a request, and keep five clients waiting at most.
+// the time of a request, keep five clients waiting at most, and end with the first lack of memory outside its routing.
 class HttpServer : public httplib::Server {
  public:
+  HttpServer() = default;
+  ~HttpServer() override;
+  HttpServer(const HttpServer&) = delete;
+  HttpServer& operator=(const HttpServer&) = delete;
+
   // After binding: lets the system keep as many clients waiting as it does for anybody.
   void raiseBacklog();
+
+  // After binding: serves until end() is called. Throws nothing.
+  void serve();
+
+  // Closes the listener and so ends serve(), even one that has not begun yet. Any thread.
+  void end();
 
  private:
   bool process_and_close_socket(socket_t socket) override;

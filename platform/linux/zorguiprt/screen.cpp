@@ -1,5 +1,6 @@
 #include "platform/linux/zorguiprt/screen.h"
 
+#include <exception>
 #include <utility>
 
 #include "platform/linux/zorguiprt/screen_json.h"
@@ -9,14 +10,22 @@ namespace {
 
 constexpr std::chrono::milliseconds kCallbackInterval{100};
 constexpr std::chrono::seconds kReportTimeout{10};
+constexpr int kLeft = -1;  // the result of a page that the operator leaves
 
 }  // namespace
 
 struct Screen::Page {
+  enum class State {
+    kOpen,      // takes results
+    kDone,      // synchronous: it has its result, or its caller waits no more
+    kLeft,      // asynchronous: the operator has left it
+    kReplaced,  // a later page has been requested, or the screen was closed before it was up
+  };
+
   std::uint64_t id = 0;
   Text json;
   bool synchronous = false;
-  bool open = true;  // takes results
+  State state = State::kOpen;
   std::optional<PageResult> result;
   zorgui::UIAsyncCallback callback = nullptr;
   void* data = nullptr;
@@ -44,7 +53,7 @@ void Screen::endPage() {
 // Again after a wait: another thread may have put a page meanwhile.
 void Screen::endPageLocked(Lock& lock) {
   do {
-    if (page_) page_->open = false;
+    if (page_) page_->state = Page::State::kReplaced;
     for (const auto& report : reports_) report->dropped = true;
     reports_.clear();
     changed_.notify_all();
@@ -52,14 +61,14 @@ void Screen::endPageLocked(Lock& lock) {
     ++endsWaiting_;
     changed_.wait(lock, [this] { return !callbackRuns_; });
     --endsWaiting_;
-  } while ((page_ && page_->open) || !reports_.empty());
+  } while ((page_ && page_->state == Page::State::kOpen) || !reports_.empty());
 }
 
 void Screen::put(Lock& lock, const PagePointer& page, const PageContent& content) {
   endPageLocked(lock);
   page->id = nextId_();
   page->json = std::make_shared<const std::string>(screenJson(page->id, page->synchronous, content));
-  page->open = !closed_ && !(onDispatcher() && endsWaiting_ > 0);
+  if (closed_ || (onDispatcher() && endsWaiting_ > 0)) page->state = Page::State::kReplaced;
   page_ = page;
   changed_.notify_all();
 }
@@ -77,12 +86,13 @@ void Screen::showAsynchronous(const PageContent& content, zorgui::UIAsyncCallbac
   page->callback = callback;
   page->data = data;
   Lock lock(mutex_);
+  if (callback != nullptr) startDispatcher();
   put(lock, page, content);
 }
 
 std::optional<PageResult> Screen::waitForResult(const PagePointer& page, zorgui::UICallback callback, void* data) {
   Lock lock(mutex_);
-  while (page->open && !closed_) {
+  while (page->state == Page::State::kOpen && !closed_) {
     if (callback == nullptr) {
       changed_.wait(lock);
       continue;
@@ -93,7 +103,7 @@ std::optional<PageResult> Screen::waitForResult(const PagePointer& page, zorgui:
     lock.lock();
     if (!goesOn) break;
   }
-  page->open = false;
+  if (page->state == Page::State::kOpen) page->state = Page::State::kDone;
   return std::move(page->result);
 }
 
@@ -117,43 +127,61 @@ Screen::Text Screen::newest(std::uint64_t after, std::chrono::milliseconds wait)
 bool Screen::post(std::uint64_t id, PageResult result) {
   Lock lock(mutex_);
   const PagePointer page = page_;
-  if (!page || page->id != id || !page->open || closed_) return false;
+  if (!page || page->id != id || page->state != Page::State::kOpen || closed_) return false;
   if (!page->synchronous) return report(lock, page, result.result);
   page->result = std::move(result);
-  page->open = false;
+  page->state = Page::State::kDone;
   changed_.notify_all();
   return true;
+}
+
+// Before anything waits for it: without it a result could be neither reported nor taken back.
+void Screen::startDispatcher() {
+  if (!closed_ && !dispatcher_.joinable()) dispatcher_ = std::thread(&Screen::dispatch, this);
 }
 
 // An asynchronous page may return results again and again until the operator leaves it: the program may end what the
 // callback works on after that, long before it shows the next page.
 bool Screen::report(Lock& lock, const PagePointer& page, int result) {
-  const bool left = result == -1;
-  page->open = !left;
-  if (page->callback == nullptr) return true;
-  const auto entry = std::make_shared<Report>();
-  entry->page = page;
-  entry->result = result;
-  reports_.push_back(entry);
-  if (!dispatcher_.joinable()) dispatcher_ = std::thread(&Screen::dispatch, this);
+  std::shared_ptr<Report> entry;
+  if (page->callback != nullptr) {
+    entry = std::make_shared<Report>(Report{page, result});
+    reports_.push_back(entry);
+  }
+  if (result == kLeft) page->state = Page::State::kLeft;
+  if (entry == nullptr) return true;
   changed_.notify_all();
-  if (changed_.wait_for(lock, kReportTimeout, [&] { return entry->begun || entry->dropped; })) return entry->begun;
+  changed_.wait_for(lock, kReportTimeout, [&] { return entry->begun || entry->dropped || closed_; });
+  if (entry->begun) return true;
   entry->dropped = true;
-  page->open = page == page_;
+  // Nobody was told: the operator may leave it again.
+  if (result == kLeft && page->state == Page::State::kLeft) page->state = Page::State::kOpen;
   return false;
 }
 
+void reportLeft(zorgui::UIAsyncCallback callback, void* data) {
+  const zorgui::UICallbackData info{kLeft};
+  if (callback != nullptr) callback(data, zorgui::kUICallbackResult, &info);
+}
+
+// The caller may wait for nothing but this call.
 void Screen::reportUnshown(zorgui::UIAsyncCallback callback, void* data) {
-  if (callback == nullptr) return;
-  const auto entry = std::make_shared<Report>();
-  entry->page = std::make_shared<Page>();
-  entry->page->callback = callback;
-  entry->page->data = data;
-  entry->result = -1;
+  try {
+    if (callback != nullptr) queueUnshown(callback, data);
+  } catch (const std::exception&) {
+    reportLeft(callback, data);
+  }
+}
+
+void Screen::queueUnshown(zorgui::UIAsyncCallback callback, void* data) {
+  const auto page = std::make_shared<Page>();
+  page->callback = callback;
+  page->data = data;
+  const auto entry = std::make_shared<Report>(Report{page, kLeft});
   const Lock lock(mutex_);
   if (closed_) return;
+  startDispatcher();
   reports_.push_back(entry);
-  if (!dispatcher_.joinable()) dispatcher_ = std::thread(&Screen::dispatch, this);
   changed_.notify_all();
 }
 

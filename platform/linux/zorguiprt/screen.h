@@ -31,7 +31,11 @@ struct PageContent {
   std::string html;  // processed
 };
 
-// The state behind the screen's requests. Any thread may call anything; nothing here throws but for want of memory.
+// Tells `callback` (may be null) that its page was left, on the calling thread.
+void reportLeft(zorgui::UIAsyncCallback callback, void* data);
+
+// The state behind the screen's requests. Any thread may call anything; nothing here throws but for want of memory or,
+// where it is said, of a thread.
 class Screen {
  public:
   struct Page;
@@ -56,12 +60,13 @@ class Screen {
   void endPage();
 
   // Puts a page on the screen in place of the one before, as endPage does. While another thread is in endPage, a page
-  // that a callback shows is ended at once.
+  // that a callback shows is ended at once. An asynchronous page with a callback needs the library's thread, and is not
+  // shown when the system gives none.
   PagePointer showSynchronous(const PageContent& content);
   void showAsynchronous(const PageContent& content, zorgui::UIAsyncCallback callback, void* data);
 
-  // Calls an asynchronous page's callback with -1 on the library's thread, for a page that cannot be shown; endPage
-  // ends that too.
+  // Calls an asynchronous page's callback (may be null) with -1 on the library's thread, for a page that cannot be
+  // shown; endPage ends that too. Without the memory or the thread for it, calls it before it returns. Throws nothing.
   void reportUnshown(zorgui::UIAsyncCallback callback, void* data);
 
   // Blocks until `page` has its result; without one it was replaced, `callback` (may be null; asked every tenth of a
@@ -74,7 +79,7 @@ class Screen {
 
   // A result for the page `id`. True when it was given to the program: to the waiting call, or to the callback, which
   // has then begun. False when that page is not on screen, was left (-1) before, or the callback before has kept the
-  // library's thread busy for ten seconds.
+  // library's thread busy for ten seconds. After what it throws the page takes results still.
   bool post(std::uint64_t id, PageResult result);
 
   // Releases everybody who waits; the screen is of no use any more. Waits for a callback that is running.
@@ -86,7 +91,9 @@ class Screen {
 
   void endPageLocked(Lock& lock);
   void put(Lock& lock, const PagePointer& page, const PageContent& content);
+  void startDispatcher();
   bool report(Lock& lock, const PagePointer& page, int result);
+  void queueUnshown(zorgui::UIAsyncCallback callback, void* data);
   void dispatch();
   bool onDispatcher() const;
 

@@ -3,10 +3,14 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 
+#include "platform/linux/support/json_text.h"
+
 namespace jxplatform {
 namespace {
 
 using Json = nlohmann::ordered_json;
+
+std::string quoted(const std::string& text) { return Json(text).dump(-1, ' ', false, Json::error_handler_t::replace); }
 
 std::optional<int> asInt(const Json& value) {
   if (!value.is_number_integer()) return std::nullopt;
@@ -56,19 +60,19 @@ std::variant<PageResult, Refusal> readResult(const Json& body) {
 
 }  // namespace
 
+// Put together as text: the library's objects need memory to be deleted, and where there is none end the process.
 std::string screenJson(std::uint64_t id, bool synchronous, const PageContent& content) {
-  Json screen;
-  screen["id"] = id;
-  screen["page"] = content.page;
-  screen["sync"] = synchronous;
-  screen["vars"] = content.vars;
-  screen["html"] = content.html;
-  return screen.dump(-1, ' ', false, Json::error_handler_t::replace);
+  std::string vars;
+  for (const auto& [name, value] : content.vars) {
+    vars += (vars.empty() ? "" : ",") + quoted(name) + ":" + quoted(value);
+  }
+  return "{\"id\":" + std::to_string(id) + ",\"page\":" + quoted(content.page) +
+         ",\"sync\":" + (synchronous ? "true" : "false") + ",\"vars\":{" + vars + "},\"html\":" + quoted(content.html) +
+         "}";
 }
 
 std::variant<PageResult, Refusal> parseResult(const std::string& body) {
-  // The parser takes a zero byte for the end.
-  const std::size_t zero = body.find('\0');
+  const std::size_t zero = findZeroByte(body);
   if (zero != std::string::npos) return Refusal{"the body is not JSON, from byte " + std::to_string(zero + 1) + " on"};
   try {
     return readResult(Json::parse(body));

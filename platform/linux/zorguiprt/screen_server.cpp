@@ -130,14 +130,14 @@ std::string ScreenServer::start(ServerAddress address) {
   if (address.host == "0.0.0.0") address.host = "127.0.0.1";
   if (address.host == "::") address.host = "::1";
   url_ = "http://" + hostAndPort(address.host, address.port) + "/";
-  acceptor_ = std::thread([this] { server_.listen_after_bind(); });
+  acceptor_ = std::thread([this] { server_.serve(); });
   return {};
 }
 
 bool ScreenServer::stop() {
   if (!acceptor_.joinable()) return true;
   const bool all = connections_.finish(kStopTimeout);
-  server_.stop();
+  server_.end();
   acceptor_.join();
   return all;
 }

@@ -32,6 +32,14 @@ void complain(std::string message) {
   std::fprintf(stderr, "libzorguiprt: %s\n", message.c_str());
 }
 
+void complainOf(const std::string& page, const std::exception& error) noexcept {
+  try {
+    complain(page + ": " + error.what());
+  } catch (const std::exception&) {
+    std::fputs("libzorguiprt: a page cannot be shown for want of memory\n", stderr);
+  }
+}
+
 }  // namespace
 
 // Never destroyed: connections and callbacks may go on while the program ends. end() leaves nothing behind.
@@ -62,11 +70,15 @@ bool TerminalScreen::prepare(PageContent& content) {
 
 bool TerminalScreen::serve() {
   const std::lock_guard<std::mutex> lock(serverMutex_);
-  if (server_ != nullptr) return true;
-  const std::string reason = startServer();
-  if (!reason.empty())
-    complain("cannot show pages at " + environment("JXPLATFORM_SCREEN", kDefaultAddress) + ": " + reason);
-  return reason.empty();
+  if (server_ == nullptr) {
+    const std::string reason = startServer();
+    if (!reason.empty()) {
+      complain("cannot show pages at " + environment("JXPLATFORM_SCREEN", kDefaultAddress) + ": " + reason);
+      return false;
+    }
+  }
+  if (!urlWritten_) writeUrl();
+  return true;
 }
 
 std::string TerminalScreen::startServer() {
@@ -76,8 +88,13 @@ std::string TerminalScreen::startServer() {
   std::string reason = server->start(address);
   if (!reason.empty()) return reason;
   server_ = std::move(server);
-  if (!replaceFile(urlFile_, server_->url() + "\n")) complain("cannot write " + urlFile_ + ": " + std::strerror(errno));
   return {};
+}
+
+// Pages are shown without the file as well; it is tried again with the next page.
+void TerminalScreen::writeUrl() {
+  urlWritten_ = replaceFile(urlFile_, server_->url() + "\n");
+  if (!urlWritten_) complain("cannot write " + urlFile_ + ": " + std::strerror(errno));
 }
 
 int TerminalScreen::showSynchronous(Vars& vars, const std::string& page, zorgui::UICallback callback, void* data) {
@@ -101,11 +118,19 @@ int TerminalScreen::showSynchronous(Vars& vars, const std::string& page, zorgui:
 void TerminalScreen::showAsynchronous(const Vars& vars, const std::string& page, zorgui::UIAsyncCallback callback,
                                       void* data) {
   screen_.endPage();
-  PageContent content{page, vars, {}};
-  if (prepare(content)) {
+  if (!putUp(vars, page, callback, data)) screen_.reportUnshown(callback, data);
+}
+
+// False when the page cannot be shown, for whatever reason.
+bool TerminalScreen::putUp(const Vars& vars, const std::string& page, zorgui::UIAsyncCallback callback, void* data) {
+  try {
+    PageContent content{page, vars, {}};
+    if (!prepare(content)) return false;
     screen_.showAsynchronous(content, callback, data);
-  } else {
-    screen_.reportUnshown(callback, data);
+    return true;
+  } catch (const std::exception& error) {
+    complainOf(page, error);
+    return false;
   }
 }
 
@@ -130,7 +155,7 @@ int uiInvokeURL(int /*region*/, int /*flags*/, std::map<std::string, std::string
   try {
     return jxplatform::TerminalScreen::instance().showSynchronous(vars, page, callback, data);
   } catch (const std::exception& error) {
-    jxplatform::complain(page + ": " + error.what());
+    jxplatform::complainOf(page, error);
     return -1;
   }
 }
@@ -140,7 +165,9 @@ void uiInvokeURLAsync(int /*region*/, int /*flags*/, const std::map<std::string,
   try {
     jxplatform::TerminalScreen::instance().showAsynchronous(vars, page, callback, data);
   } catch (const std::exception& error) {
-    jxplatform::complain(page + ": " + error.what());
+    // There was no memory for the screen itself, and so no thread that could tell it.
+    jxplatform::complainOf(page, error);
+    jxplatform::reportLeft(callback, data);
   }
 }
 

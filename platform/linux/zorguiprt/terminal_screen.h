@@ -21,6 +21,7 @@ class TerminalScreen {
   static TerminalScreen& instance();
 
   int showSynchronous(Vars& vars, const std::string& page, zorgui::UICallback callback, void* data);
+  // Throws nothing.
   void showAsynchronous(const Vars& vars, const std::string& page, zorgui::UIAsyncCallback callback, void* data);
 
  private:
@@ -28,8 +29,10 @@ class TerminalScreen {
 
   // The page with its instructions carried out; false when it cannot be shown.
   bool prepare(PageContent& content);
+  bool putUp(const Vars& vars, const std::string& page, zorgui::UIAsyncCallback callback, void* data);
   bool serve();
   std::string startServer();
+  void writeUrl();
   void end();
 
   const std::string urlFile_;
@@ -38,6 +41,7 @@ class TerminalScreen {
   Screen screen_;
   std::mutex serverMutex_;
   std::unique_ptr<ScreenServer> server_;
+  bool urlWritten_ = false;
 };
 
 }  // namespace jxplatform

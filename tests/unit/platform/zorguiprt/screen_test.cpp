@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/unit/platform/zorguiprt/listener.h"
+
 using jxplatform::PageResult;
 using jxplatform::Screen;
 using std::chrono::milliseconds;
@@ -16,46 +18,6 @@ namespace {
 constexpr milliseconds kLong{60'000};
 
 PageResult resultOf(int value) { return {value, {}}; }
-
-// An asynchronous page's callback that counts, and may be held.
-struct Listener {
-  std::mutex mutex;
-  std::condition_variable changed;
-  std::vector<int> results;
-  int begun = 0;
-  bool held = false;
-
-  static void report(void* self, int type, const zorgui::UICallbackData* info) {
-    EXPECT_EQ(type, zorgui::kUICallbackResult);
-    static_cast<Listener*>(self)->take(info->result);
-  }
-
-  void take(int result) {
-    std::unique_lock<std::mutex> lock(mutex);
-    ++begun;
-    changed.notify_all();
-    changed.wait(lock, [this] { return !held; });
-    results.push_back(result);
-    changed.notify_all();
-  }
-
-  void hold(bool hold) {
-    const std::lock_guard<std::mutex> lock(mutex);
-    held = hold;
-    changed.notify_all();
-  }
-
-  void waitForBegun(int count) {
-    std::unique_lock<std::mutex> lock(mutex);
-    changed.wait(lock, [&] { return begun >= count; });
-  }
-
-  std::vector<int> waitForResults(std::size_t count) {
-    std::unique_lock<std::mutex> lock(mutex);
-    changed.wait(lock, [&] { return results.size() >= count; });
-    return results;
-  }
-};
 
 class ScreenTest : public testing::Test {
  protected:

@@ -1,0 +1,117 @@
+// The calls that show pages, in a program of their own each: its screen lives as long as it does.
+#include <gtest/gtest.h>
+#include <httplib.h>
+#include <zorguiprt.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "tests/support/no_memory.h"
+#include "tests/support/platform_root.h"
+#include "tests/unit/platform/zorguiprt/listener.h"
+#include "tests/unit/platform/zorguiprt/no_threads.h"
+
+namespace {
+
+constexpr int kMoreThanAnyNeeds = 5000;
+
+void preparePages() {
+  const std::string pages = platformRoot() + "/pages";
+  std::filesystem::create_directories(pages);
+  std::ofstream(pages + "/page.html") << "<body><?var number?></body>";
+  setenv("JXPLATFORM_PAGES", pages.c_str(), 1);
+  setenv("JXPLATFORM_SCREEN", "127.0.0.1:0", 1);
+}
+
+// The screen as a browser meets it.
+std::string screenUrl() {
+  std::string url;
+  std::ifstream file(platformRoot() + "/screen.url");
+  std::getline(file, url);
+  return url.empty() ? url : url.substr(0, url.size() - 1);
+}
+
+std::string newestScreen() {
+  const std::string url = screenUrl();
+  if (url.empty()) return "";
+  const auto answer = httplib::Client(url).Get("/api/screen?after=0");
+  return answer ? answer->body : "";
+}
+
+bool isShown(const std::string& number) {
+  return newestScreen().find(R"("html":"<body>)" + number + "</body>") != std::string::npos;
+}
+
+int post(const std::string& body) {
+  const std::string screen = newestScreen();
+  const std::size_t id = screen.find(':') + 1;
+  const std::string path = "/api/screen/" + screen.substr(id, screen.find(',') - id) + "/result";
+  const auto answer = httplib::Client(screenUrl()).Post(path, body, "application/json");
+  return answer ? answer->status : 0;
+}
+
+void show(const std::string& page, const std::string& number, Listener& listener) {
+  zorgui::uiInvokeURLAsync(0, 0, {{"number", number}}, page, Listener::report, &listener);
+}
+
+[[noreturn]] void end() { std::exit(testing::Test::HasFailure() ? 1 : 0); }
+
+// Each allocation of the first page fails once, and whether the page is up then or not, its callback is told one -1.
+void runOutOfMemory() {
+  preparePages();
+  bool met = true;
+  int shown = 0;
+  for (int count = 0; met && count < kMoreThanAnyNeeds; ++count) {
+    Listener listener;
+    listener.results.reserve(2);
+    const std::string number = std::to_string(count);
+    const std::map<std::string, std::string> vars{{"number", number}};
+    const std::string page = "page.html";
+    noMemory::after(count);
+    zorgui::uiInvokeURLAsync(0, 0, vars, page, Listener::report, &listener);
+    met = noMemory::met();
+    noMemory::after(-1);
+    if (isShown(number)) {
+      ++shown;
+      EXPECT_EQ(listener.begun, 0) << count;
+      EXPECT_EQ(post(R"({"result":-1})"), 204) << count;
+    }
+    EXPECT_EQ(listener.waitForResults(1), (std::vector<int>{-1})) << count;
+  }
+  EXPECT_FALSE(met);
+  EXPECT_GT(shown, 0);
+  end();
+}
+
+void runOutOfThreads() {
+  preparePages();
+  Listener listener;
+  {
+    const NoThreads shortage;
+    show("page.html", "1", listener);
+    show("missing.html", "2", listener);
+  }
+  EXPECT_EQ(listener.results, (std::vector<int>{-1, -1}));
+  show("page.html", "3", listener);
+  EXPECT_TRUE(isShown("3"));
+  EXPECT_EQ(post(R"({"result":-1})"), 204);
+  EXPECT_EQ(listener.waitForResults(3), (std::vector<int>{-1, -1, -1}));
+  end();
+}
+
+class TerminalScreenDeathTest : public testing::Test {
+ protected:
+  TerminalScreenDeathTest() { testing::FLAGS_gtest_death_test_style = "threadsafe"; }
+};
+
+}  // namespace
+
+TEST_F(TerminalScreenDeathTest, NoMemoryForAPage_ItCountsAsLeftOnce) {
+  EXPECT_EXIT(runOutOfMemory(), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(TerminalScreenDeathTest, NoThreadForAPage_ItCountsAsLeftOnce) {
+  EXPECT_EXIT(runOutOfThreads(), testing::ExitedWithCode(0), "");
+}
