@@ -79,7 +79,10 @@ void unpack(int fd, const jxinstall::Package& package) {
 }
 
 void readAll(std::string bytes) {
-  if (bytes.compare(0, 2, "PK") != 0) return checkManifest(jxinstall::parseManifest(bytes));
+  if (bytes.compare(0, 2, "PK") != 0) {
+    checkManifest(jxinstall::parseManifest(bytes));
+    return require(bytes.find('\0') == std::string::npos);  // no JSON has one
+  }
   setChecksums(bytes);
   const MemoryFile file(bytes);
   const jxinstall::Package package = jxinstall::readPackage(file.fd, bytes.size());

@@ -8,6 +8,7 @@
 #include "platform/linux/jxapp/entry_names.h"
 #include "platform/linux/jxapp/failure.h"
 #include "platform/linux/jxapp/printable.h"
+#include "platform/linux/support/json_text.h"
 
 namespace jxinstall {
 namespace {
@@ -42,14 +43,18 @@ class StrictKeys {
   std::vector<std::set<std::string>> keys_;  // by depth
 };
 
+std::string notJsonAt(std::size_t byte) { return "manifest.json: is not JSON at byte " + std::to_string(byte); }
+
 json parseObject(const std::string& bytes) {
+  const std::size_t zero = jxplatform::findZeroByte(bytes);
+  if (zero != std::string::npos) throw Failure(notJsonAt(zero + 1));
   try {
     StrictKeys keys;
     json object = json::parse(bytes, std::ref(keys));
     if (!object.is_object()) throw Failure("manifest.json: is not a JSON object");
     return object;
   } catch (const json::parse_error& error) {
-    throw Failure("manifest.json: is not JSON at byte " + std::to_string(error.byte));
+    throw Failure(notJsonAt(error.byte));
   } catch (const json::out_of_range&) {
     throw Failure("manifest.json: has a number beyond the range of double");
   }

@@ -5,6 +5,8 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
+#include "platform/linux/support/json_text.h"
+
 namespace jxplatform {
 namespace {
 
@@ -60,7 +62,7 @@ std::optional<std::string> readFile(const std::string& path) {
 
 TerminalSettings parseTerminalSettings(const std::string& text) {
   TerminalSettings settings;
-  const json object = json::parse(text, nullptr, false);
+  const json object = findZeroByte(text) == std::string::npos ? json::parse(text, nullptr, false) : json();
   if (!object.is_object()) {
     settings.signaturesMalformed = true;
     return settings;

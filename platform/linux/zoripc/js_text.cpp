@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/linux/support/json_text.h"
 #include "platform/linux/zoripc/js_node.h"
 
 namespace zoripc {
@@ -164,8 +165,7 @@ bool JSObject::parse(const std::string& text, JSObject& value) {
   bool complete = false;
   try {
     Node::Builder builder(parsed);
-    // The parser takes a zero byte for the end of the text.
-    complete = text.find('\0') == std::string::npos && json::sax_parse(text, &builder);
+    complete = jxplatform::findZeroByte(text) == std::string::npos && json::sax_parse(text, &builder);
   } catch (const std::exception&) {
     complete = false;
   }

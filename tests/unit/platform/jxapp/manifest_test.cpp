@@ -56,6 +56,18 @@ TEST(Manifest, NotAnObject_IsRefused) {
   EXPECT_EQ(failureOf("{} x"), "manifest.json: is not JSON at byte 4");
 }
 
+TEST(Manifest, ZeroByte_IsNoEndOfTheText) {
+  const std::string whole = R"({"name":"hello","version":"1.0.0","files":{}})";
+  ASSERT_EQ(failureOf(whole), "");
+  const std::string zero(1, '\0');
+  EXPECT_EQ(failureOf(whole + zero), "manifest.json: is not JSON at byte 46");
+  EXPECT_EQ(failureOf(whole + zero + "garbage"), "manifest.json: is not JSON at byte 46");
+  for (std::size_t at = 0; at <= whole.size(); ++at) {
+    EXPECT_EQ(failureOf(std::string(whole).insert(at, zero)),
+              "manifest.json: is not JSON at byte " + std::to_string(at + 1));
+  }
+}
+
 TEST(Manifest, NumberBeyondDouble_IsRefused) {
   for (const char* text : {R"({"name":1e999})", "-1e999", R"({"name":"a","later":[1e400]})"}) {
     EXPECT_EQ(failureOf(text), "manifest.json: has a number beyond the range of double") << text;

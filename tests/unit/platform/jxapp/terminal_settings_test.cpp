@@ -58,6 +58,16 @@ TEST(TerminalSettings, CutAnywhere_IsNotKnown) {
   }
 }
 
+TEST(TerminalSettings, ZeroByte_IsNoEndOfTheText) {
+  const std::string whole = R"({"serial":"1","signatures":"off"})";
+  ASSERT_EQ(parseTerminalSettings(whole).signatures, SignaturePolicy::kOff);
+  for (std::size_t at = 0; at <= whole.size(); ++at) {
+    const TerminalSettings settings = parseTerminalSettings(std::string(whole).insert(at, 1, '\0'));
+    expectNothingKnown(settings);
+    EXPECT_TRUE(settings.signaturesMalformed) << at;
+  }
+}
+
 TEST(TerminalSettings, AbsentFile_IsNotKnownAndNotMalformed) {
   const Scratch root;
   expectNothingKnown(readTerminalSettings(root.path()));
