@@ -216,7 +216,10 @@ int Bus::serveGuarded() {
 
 // Does what there is to do, and tells for how many milliseconds to wait then.
 int Bus::serve() {
-  if (bus_ == nullptr && (id_.empty() || !ensureOpen())) return id_.empty() ? -1 : kReconnectMs;
+  if (bus_ == nullptr) {
+    if (id_.empty()) return -1;
+    if (!ensureOpen()) return kReconnectMs;
+  }
   int result = 1;
   for (int i = 0; i < kBatch && result > 0; ++i) result = sd_bus_process(bus_, nullptr);
   if (result > 0) return 0;
