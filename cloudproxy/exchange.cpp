@@ -37,7 +37,8 @@ bool storeResponse(const JSObject& message) noexcept {
   }
 }
 
-// The mark stands beside "proxy", where no response has its result: the requester finds no success.
+// "FAIL" stands at the top level, deliberately: the requester looks for the result under "proxy", finds none there, and
+// returns kRequestNoSuccess.
 void storeFailure() noexcept {
   try {
     JSObject marked = response;

@@ -47,6 +47,18 @@ TEST_F(CheckTest, WaitingPage_NamesTheGateway) {
   });
 }
 
+TEST_F(CheckTest, VariablesOfTheMenuPage_DoNotReachTheResult) {
+  inOwnProcess([this] {
+    answer("cloudcheck", R"({"proxy":{"result":"success","error_code":200}})");
+    gui.answer("cloudproxy.html", [](Vars& vars) {
+      vars["left"] = "over";
+      return 3;
+    });
+    runCloudProxyMenu();
+    EXPECT_EQ(textOfResult(), kReachable + status("200 (unknown)"));  // and no variable beside the text
+  });
+}
+
 TEST_F(CheckTest, Requests_AreReadconfigAndCloudcheckWithTheirTimes) {
   inOwnProcess([this] {
     run(R"("result":"success","error_code":200)");
@@ -146,6 +158,14 @@ TEST_F(CheckTest, CodeMinusOneOfTheProxy_ReadsTheSame) {
 
 TEST_F(CheckTest, QuickAnswer_KeepsTheWaitingPageTwoSeconds) {
   inOwnProcess([this] {
+    run(R"("result":"success","error_code":200)");
+    EXPECT_EQ(wrapped::sleepsMs(), std::vector<long>(20, 100));
+  });
+}
+
+TEST_F(CheckTest, SlowShowing_DoesNotShortenTheTwoSeconds) {
+  inOwnProcess([this] {
+    gui.onAsync([](const ShownPage&) { wrapped::advanceMs(1500); });
     run(R"("result":"success","error_code":200)");
     EXPECT_EQ(wrapped::sleepsMs(), std::vector<long>(20, 100));
   });

@@ -107,6 +107,49 @@ TEST_F(ExchangeTest, OtherNamesAlone_RunIntoTheTimeOut) {
     });
     EXPECT_EQ(request(), (Outcome{-2, "null"}));
     ipc.drain();
+    EXPECT_EQ(wrapped::signals(), 0) << "the requester is not woken for them";
+  });
+}
+
+TEST_F(ExchangeTest, ResponsesAndFailedDeliveries_SignalOnceEach) {
+  inOwnProcess([this] {
+    EXPECT_EQ(answered(kSuccess).result, 0);
+    EXPECT_EQ(wrapped::signals(), 1);
+    ipc.reportFailure("CloudProxyConf", json("{}"));
+    ipc.drain();
+    EXPECT_EQ(wrapped::signals(), 2);
+  });
+}
+
+// Both have come before the requester sees either.
+TEST_F(ExchangeTest, FailedDeliveryAfterAResponse_IsMarkedBesideIt) {
+  inOwnProcess([this] {
+    wrapped::duringWaits([this] { ipc.drain(); });
+    ipc.onSend([this](const zoripc::JSObject& message) {
+      ipc.deliver(kResponse, json(R"({"proxy":{"result":"success","n":1}})"));
+      ipc.reportFailure("CloudProxyConf", message);
+      return 0;
+    });
+    EXPECT_EQ(request(), (Outcome{0, R"({"proxy":{"n":1,"result":"success"},"result":"FAIL"})"}));
+  });
+}
+
+TEST_F(ExchangeTest, ResponseAfterAnother_ReplacesIt) {
+  inOwnProcess([this] {
+    wrapped::duringWaits([this] { ipc.drain(); });
+    ipc.onSend([this](const zoripc::JSObject& message) {
+      ipc.reportFailure("CloudProxyConf", message);
+      ipc.deliver(kResponse, json(R"({"proxy":{"result":"error"},"other":1})"));
+      ipc.deliver(kResponse, json(kSuccess));
+      return 0;
+    });
+    EXPECT_EQ(request(), (Outcome{0, kSuccess}));
+    ipc.onSend([this](const zoripc::JSObject&) {
+      ipc.deliver(kResponse, json(kSuccess));
+      ipc.deliver(kResponse, zoripc::JSObject());
+      return 0;
+    });
+    EXPECT_EQ(request(), (Outcome{-3, R"({"result":"FAIL"})"}));
   });
 }
 
@@ -144,6 +187,18 @@ TEST_F(ExchangeTest, Wait_EndsItsTimeOutAfterNow) {
     wrapped::answerWaits({ETIMEDOUT, ETIMEDOUT, ETIMEDOUT});
     for (const int seconds : {5, 10, 0}) EXPECT_EQ(request(seconds), (Outcome{-2, "null"}));
     EXPECT_EQ(wrapped::waitsNs(), (std::vector<long long>{5000000000, 10000000000, 0}));
+  });
+}
+
+TEST_F(ExchangeTest, SlowSending_DoesNotShortenTheWait) {
+  inOwnProcess([this] {
+    wrapped::answerWaits({ETIMEDOUT});
+    ipc.onSend([](const zoripc::JSObject&) {
+      wrapped::advanceMs(3000);
+      return 0;
+    });
+    EXPECT_EQ(request(5), (Outcome{-2, "null"}));
+    EXPECT_EQ(wrapped::waitsNs(), (std::vector<long long>{5000000000}));
   });
 }
 

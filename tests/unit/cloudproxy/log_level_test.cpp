@@ -108,6 +108,26 @@ TEST_F(LogLevelTest, Sent_AsTheCLibraryReadsIt) {
   }
 }
 
+// The bounds of a long are those of an int on the terminal: no number changes into another one there or here.
+TEST_F(LogLevelTest, NumberBeyondInt_IsTheNearestInt) {
+  for (const auto& [chosen, level] : std::map<std::string, std::string>{{"2147483647", "2147483647"},
+                                                                        {"2147483648", "2147483647"},
+                                                                        {"4294967301", "2147483647"},
+                                                                        {"99999999999999999999999", "2147483647"},
+                                                                        {"-2147483648", "-2147483648"},
+                                                                        {"-2147483649", "-2147483648"},
+                                                                        {"-99999999999999999999999", "-2147483648"}}) {
+    inOwnProcess([this, chosen = chosen, level = level] {
+      run("3", chosen);
+      EXPECT_EQ(ipc.sent().back(), R"({"proxy":{"loglevel":)" + level + "}}") << chosen;
+    });
+  }
+  inOwnProcess([this] {
+    run("2147483647", "4294967301");
+    EXPECT_EQ(sentThen(), Texts{}) << "it is the level that was read";
+  });
+}
+
 TEST_F(LogLevelTest, SameLevelOrNone_SendsNothing) {
   for (const std::string chosen : {"3", "03", " 3", "3x", ""}) {
     inOwnProcess([this, chosen] {

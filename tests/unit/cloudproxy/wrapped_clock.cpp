@@ -3,6 +3,7 @@
 #include <pthread.h>
 #include <zorhtml.h>
 
+#include <atomic>
 #include <utility>
 
 namespace wrapped {
@@ -19,9 +20,12 @@ struct State {
   std::vector<long> sleeps;
   std::vector<long long> waits;
   std::vector<int> waitAnswers;
+  std::function<void()> waitWork;
   std::function<void()> waitHook;
   std::vector<std::string> conditions;
 };
+
+std::atomic<int> signalCount{0};
 
 // The code under test uses the clock on one thread.
 State& state() {
@@ -47,7 +51,9 @@ void advanceMs(long ms) { state().nowNs += ms * kNsPerMs; }
 std::vector<long> sleepsMs() { return state().sleeps; }
 std::vector<long long> waitsNs() { return state().waits; }
 void answerWaits(std::vector<int> results) { state().waitAnswers = std::move(results); }
+void duringWaits(std::function<void()> work) { state().waitWork = std::move(work); }
 void afterWaits(std::function<void()> hook) { state().waitHook = std::move(hook); }
+int signals() { return signalCount; }
 std::vector<std::string> conditionCalls() { return state().conditions; }
 
 }  // namespace wrapped
@@ -68,6 +74,7 @@ extern "C" {
 // The names are the linker's.
 // NOLINTBEGIN(bugprone-reserved-identifier,readability-identifier-naming)
 int __real_pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec* end);
+int __real_pthread_cond_signal(pthread_cond_t* condition);
 int __real_pthread_cond_init(pthread_cond_t* condition, const pthread_condattr_t* attribute);
 int __real_pthread_condattr_init(pthread_condattr_t* attribute);
 int __real_pthread_condattr_setclock(pthread_condattr_t* attribute, clockid_t clock);
@@ -82,7 +89,11 @@ int __wrap_nanosleep(const timespec* time, timespec* /*rest*/) {
 int __wrap_pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec* end) {
   state().waits.push_back(wrapped::toNs(*end) - state().nowNs);
   int result = 0;
-  if (state().waitAnswers.empty()) {
+  if (state().waitWork) {
+    pthread_mutex_unlock(mutex);
+    state().waitWork();
+    pthread_mutex_lock(mutex);
+  } else if (state().waitAnswers.empty()) {
     result = __real_pthread_cond_timedwait(condition, mutex, end);
   } else {
     result = state().waitAnswers.front();
@@ -90,6 +101,11 @@ int __wrap_pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mu
   }
   if (state().waitHook) state().waitHook();
   return result;
+}
+
+int __wrap_pthread_cond_signal(pthread_cond_t* condition) {
+  ++wrapped::signalCount;
+  return __real_pthread_cond_signal(condition);
 }
 
 int __wrap_pthread_cond_init(pthread_cond_t* condition, const pthread_condattr_t* attribute) {

@@ -25,8 +25,13 @@ std::vector<long> sleepsMs();
 std::vector<long long> waitsNs();
 // What waits return in place of waiting, one after the other; then they wait again.
 void answerWaits(std::vector<int> results);
+// In place of waiting, each wait lets go of its mutex, runs `work`, and returns 0.
+void duringWaits(std::function<void()> work);
 // Runs after each wait, on the thread that waited.
 void afterWaits(std::function<void()> hook);
+
+// How often a condition was signalled so far, from any thread.
+int signals();
 
 // The calls that made condition variables and their attributes, in order, such as "setclock monotonic".
 std::vector<std::string> conditionCalls();
