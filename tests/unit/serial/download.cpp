@@ -1,7 +1,9 @@
 #include "tests/unit/serial/download.h"
 
 #include <dirent.h>
+#include <gtest/gtest.h>
 
+#include <chrono>
 #include <exception>
 #include <utility>
 
@@ -86,7 +88,14 @@ int openFiles() {
 void untilReady(const std::function<void()>& begin) {
   const int before = Calls::instance().flushes;
   begin();
-  while (Calls::instance().flushes < before + 2) std::this_thread::yield();
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  while (Calls::instance().flushes < before + 2) {
+    if (std::chrono::steady_clock::now() > end) {
+      ADD_FAILURE() << "the line was not flushed twice";
+      return;
+    }
+    std::this_thread::yield();
+  }
 }
 
 Download::Download(const std::string& refuse, const std::string& path) : receiver(&system) {

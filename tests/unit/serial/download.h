@@ -56,7 +56,8 @@ class RecordingSystem : public Tessolan::System {
 // The descriptors that this process has open, and always the same few more.
 int openFiles();
 
-// Runs `begin`, which starts a receive(), and returns when that has opened and flushed its line.
+// Runs `begin`, which starts a receive(), and returns when that has opened and flushed its line; fails the test after
+// 20 s.
 void untilReady(const std::function<void()>& begin);
 
 // One receive() on a thread of its own.

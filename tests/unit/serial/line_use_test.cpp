@@ -78,7 +78,7 @@ TEST(LineUse, LineThatRefusesItsSettings_ServesAllTheSame) {
   Download download;
   EXPECT_EQ(kParameterRecord, download.exchange("\x05", 29));
   EXPECT_EQ("\x06", download.exchange(signalRecord('S')));
-  EXPECT_EQ("\x04", download.exchange("\x04"));
+  ASSERT_EQ("\x04", download.exchange("\x04"));
   EXPECT_EQ(0, download.result());
 }
 

@@ -234,11 +234,11 @@ TEST(Protocol, RightRecord_SetsTheCountBack) {
 TEST(Protocol, EnquiryAndNak_LeaveTheCountAsItIs) {
   for (const std::string asks : {"\x05", "\x15"}) {
     Download download;
-    EXPECT_EQ("\x15", download.exchange("\x02X"));
+    ASSERT_EQ("\x15", download.exchange("\x02X"));
     EXPECT_EQ(kParameterRecord + kParameterRecord, download.exchange(asks + asks, 58));
-    EXPECT_EQ("\x15", download.exchange("\x02X"));
+    ASSERT_EQ("\x15", download.exchange("\x02X"));
     EXPECT_EQ(kParameterRecord, download.exchange(asks, 29));
-    EXPECT_EQ("\x04", download.exchange("\x02X"));
+    ASSERT_EQ("\x04", download.exchange("\x02X"));
     EXPECT_EQ(-3, download.result());
   }
 }
