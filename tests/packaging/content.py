@@ -5,6 +5,7 @@ import pathlib
 import re
 import subprocess
 import sys
+import tempfile
 import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).parents[1] / "system"))
@@ -82,6 +83,19 @@ class ContentTest(unittest.TestCase):
         version = re.search(r"project\(jxdownloader VERSION (\S+)", (jxtest.SOURCE / "CMakeLists.txt").read_text())[1]
         for path in self.packages.values():
             self.assertEqual(told("dpkg-deb", "--field", path, "Version").strip(), version)
+
+    def test_programs_are_hardened(self):
+        with tempfile.TemporaryDirectory() as folder:
+            for package in self.packages.values():
+                told("dpkg-deb", "--extract", package, folder)
+            for name in PROGRAM + TOOLS:
+                about = told("readelf", "-W", "--file-header", "--segments", "--dynamic", "--dyn-syms", f"{folder}/{name}")
+                self.assertRegex(about, r"Type: +DYN", name)  # loaded anywhere
+                self.assertRegex(about, r"GNU_RELRO", name)
+                self.assertRegex(about, r"BIND_NOW", name)
+                self.assertRegex(about, r"GNU_STACK.* RW +0x", name)
+                self.assertRegex(about, r"__stack_chk_fail", name)
+                self.assertNotRegex(about, r" (sprintf|vsprintf|strcpy|strcat|gets)@", name)
 
     def test_tools_need_nothing_of_the_program(self):
         self.assertNotIn("jxdownloader", told("dpkg-deb", "--field", self.packages["jxdownloader-tools"], "Depends"))
