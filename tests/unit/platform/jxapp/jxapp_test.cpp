@@ -54,6 +54,29 @@ TEST(JxApp, SourceDirectory_IsMadeOnRequestAndInstalledFrom) {
   ASSERT_EQ(unlink(directory.c_str()), 0);
 }
 
+// In a program of its own: the library looks for the root once.
+void useRootThatIsNotThere() {
+  {
+    const Scratch scratch;
+    umask(0);
+    setenv("JXPLATFORM_ROOT", (scratch.path() + "/var/jx").c_str(), 1);
+    EXPECT_EQ(jxapp::jxInstallSourceDir(), scratch.path() + "/var/jx/source");
+    EXPECT_TRUE(scratch.exists("var/jx"));
+    EXPECT_TRUE(jxapp::jxInstallCreateSourceDir());
+    std::string log;
+    jxapp::jxInstall(collect, &log);
+    for (const char* directory : {"var", "var/jx", "var/jx/source", "var/jx/apps"}) {
+      EXPECT_EQ(scratch.mode(directory), 0755U) << directory;
+    }
+  }
+  std::exit(testing::Test::HasFailure() ? 1 : 0);
+}
+
+TEST(JxAppDeathTest, RootThatIsNotThere_IsMadeOnFirstUseForEverybodyToRead) {
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_EXIT(useRootThatIsNotThere(), testing::ExitedWithCode(0), "");
+}
+
 TEST(JxApp, CertificateArchive_IsAppended) {
   std::string archive;
   EXPECT_TRUE(jxapp::jxGetCertificateArchive(archive));
