@@ -6,6 +6,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cerrno>
 #include <cstring>
 #include <future>
 #include <new>
@@ -43,15 +45,19 @@ std::string answerOf(int port) {
   address.sin_family = AF_INET;
   address.sin_port = htons(static_cast<std::uint16_t>(port));
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  const timeval patience{60, 0};
+  setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
   EXPECT_EQ(connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0) << std::strerror(errno);
   const std::string request = "GET / HTTP/1.1\r\nHost: x\r\n\r\n";
   EXPECT_EQ(send(fd, request.data(), request.size(), MSG_NOSIGNAL), static_cast<ssize_t>(request.size()));
+  errno = 0;
   std::string answer;
   char block[4096];
   for (ssize_t count = 1; count > 0;) {
     count = recv(fd, block, sizeof block, 0);
     if (count > 0) answer.append(block, static_cast<std::size_t>(count));
   }
+  EXPECT_NE(errno, EAGAIN) << "the connection is not closed";
   close(fd);
   return answer;
 }
@@ -81,8 +87,8 @@ class HttpServerTest : public testing::Test {
 }  // namespace
 
 TEST_F(HttpServerTest, NoMemoryForAConnection_ItIsClosedAndTheNextIsServed) {
-  int allowed = 0;
-  int thrown = 0;
+  std::atomic<int> allowed{0};
+  std::atomic<int> thrown{0};
   server.new_task_queue = [&] {
     return new InlineQueue([&](const std::function<void()>& connection) {
       try {
@@ -107,7 +113,7 @@ TEST_F(HttpServerTest, NoMemoryForAConnection_ItIsClosedAndTheNextIsServed) {
 }
 
 TEST_F(HttpServerTest, NoMemoryToBeginWith_ItBeginsLater) {
-  int calls = 0;
+  std::atomic<int> calls{0};
   server.new_task_queue = [&]() -> httplib::TaskQueue* {
     if (++calls < 3) throw std::bad_alloc();
     return new InlineQueue([](const std::function<void()>& connection) { connection(); });

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <zorguiprt.h>
 
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <thread>
@@ -44,9 +45,10 @@ struct Listener {
     changed.wait(lock, [&] { return begun >= count; });
   }
 
+  // All so far; waits for so many, up to a minute.
   std::vector<int> waitForResults(std::size_t count) {
     std::unique_lock<std::mutex> lock(mutex);
-    changed.wait(lock, [&] { return results.size() >= count; });
+    changed.wait_for(lock, std::chrono::minutes(1), [&] { return results.size() >= count; });
     return results;
   }
 };
