@@ -16,6 +16,8 @@ export const environments = JSON.stringify([
   {name: 'integration-europe-west', prod: false, certs: []},
 ]);
 
+export const proxyVars = {cloud_env: 'test', cloud_env_list: environments, auth_ex_support: '1', cert: 'jx-basic'};
+
 const button = (name) => ({role: 'button', name});
 
 export const pages = [
@@ -45,7 +47,7 @@ export const pages = [
     parts: [button('Back'), button('1 Information'), button('2 Settings'), button('3 Check connection')]},
   {page: 'prx-info.html', vars: {version: '2.7.0', auth_ex_support: '1', device_type: 'prod'},
     parts: [button('Back')], texts: ['2.7.0', 'prod', 'supported']},
-  {page: 'prx-settings.html', vars: {cloud_env: 'test', cloud_env_list: environments, auth_ex_support: '1', cert: 'jx-basic'},
+  {page: 'prx-settings.html', vars: proxyVars,
     parts: [button('Back'), button('Save'), {role: 'radio', name: 'prod Production'}, {role: 'radio', name: 'jx-basic'}]},
   {page: 'install-ddl.html', vars: {}, texts: ['Installing what was received.']},
   {page: 'download-http.html', async: true, parts: [button('Stop'), {role: 'img', name: 'QR code: http://192.168.1.20:6370'}],

@@ -1,5 +1,6 @@
 // What the browser tests share: the built programs, Chromium, and the sizes that the pages are made for.
 
+import assert from 'node:assert/strict';
 import {spawn} from 'node:child_process';
 import {once} from 'node:events';
 import {existsSync, mkdirSync, mkdtempSync, readFileSync, rmSync} from 'node:fs';
@@ -19,37 +20,68 @@ export const sizes = {
 };
 
 // Polls until `condition` gives something and returns it; fails after half a minute.
-export async function waitUntil(what, condition) {
-  for (const end = Date.now() + 30000; Date.now() < end; await pause(20)) {
+export async function waitUntil(what, condition, everyMs = 20) {
+  for (const end = Date.now() + 30000; Date.now() < end; await pause(everyMs)) {
     const value = await condition();
     if (value) return value;
   }
   throw new Error(`not within 30 s: ${what}`);
 }
 
+const undoings = new WeakMap();
+
+// Has `undo` run when the test `t` has ended: the last one first, each even when another has failed.
+export function atEnd(t, undo) {
+  if (!undoings.has(t)) {
+    undoings.set(t, []);
+    t.after(() => undoAll(undoings.get(t)));
+  }
+  undoings.get(t).unshift(undo);
+}
+
+async function undoAll(undos) {
+  const errors = [];
+  for (const undo of undos) await Promise.resolve().then(undo).catch((error) => errors.push(error));
+  if (errors.length > 0) throw errors.length === 1 ? errors[0] : new AggregateError(errors, errors.map(String).join('\n'));
+}
+
 // A folder that is gone when the test `t` has ended.
 export function scratch(t) {
   const folder = mkdtempSync(path.join(tmpdir(), 'jxbrowser-'));
-  t.after(() => rmSync(folder, {recursive: true, force: true}));
+  atEnd(t, () => rmSync(folder, {recursive: true, force: true}));
   return folder;
 }
 
-// Starts a built program with a platform root; it is ended, and must not have crashed, when the test has ended.
+// Starts a program, a built one unless `name` is a whole path, with a platform root; it is ended, and must not have failed,
+// when the test has ended.
 export function start(t, root, env, name, ...args) {
-  const child = spawn(path.join(build, 'bin', name), args, {
+  const child = spawn(path.resolve(build, 'bin', name), args, {
     env: {...process.env, JXPLATFORM_ROOT: root, JXPLATFORM_SCREEN: '127.0.0.1:0',
       JXPLATFORM_BUS: 'unix:path=/nonexistent', ...env},
     stdio: ['pipe', 'pipe', 'inherit'],
   });
   child.ended = once(child, 'exit');
-  t.after(() => stop(child));
+  child.stdin.on('error', () => {});  // its end shows in how it ended
+  atEnd(t, () => stop(child));
   return child;
 }
 
-export async function stop(child, how = 'SIGTERM') {
-  if (child.exitCode === null && child.signalCode === null) child.kill(how);
+const hasEnded = (child) => child.exitCode !== null || child.signalCode !== null;
+
+// Ends a program, if it has not ended yet. Throws when it failed: a sanitizer gives what it finds a code of its own.
+export async function stop(child, how = 'SIGTERM', withinMs = 20000) {
+  if (!hasEnded(child)) child.kill(how);
+  await verdict(child, withinMs);
+}
+
+// Waits for a program's end. Throws when it failed or has to be killed.
+export async function verdict(child, withinMs = 20000) {
+  await Promise.race([child.ended, pause(withinMs, null, {ref: false})]);
+  const late = !hasEnded(child);
+  if (late) child.kill('SIGKILL');
   const [code, signal] = await child.ended;
-  if (code !== 0 && code !== null || code === null && !['SIGTERM', 'SIGKILL'].includes(signal)) {
+  if (late) throw new Error(`${child.spawnfile} did not end`);
+  if (code !== 0 && !['SIGTERM', 'SIGKILL'].includes(signal)) {
     throw new Error(`${child.spawnfile} ended with ${code ?? signal}`);
   }
 }
@@ -60,13 +92,25 @@ export const screenUrl = (root) => waitUntil('the screen is served', () => {
   return existsSync(file) && readFileSync(file, 'utf8').trim();
 });
 
+// The pages that the program shows without waiting for what they return.
+const asynchronous = ['wait.html', 'download-http.html', 'download-ddl.html'];
+
 // Pages shown through the real GUI library, without the program's logic: jxscreen_driver.
 export class Pages {
   constructor(t, root, env = {}) {
     this.root = root;
     this.told = [];
     this.child = start(t, root, env, 'jxscreen_driver');
+    atEnd(t, () => this.end());
     createInterface({input: this.child.stdout}).on('line', (line) => this.told.push(JSON.parse(line)));
+  }
+
+  // Ends in the usual way, so that a sanitizer can have its last word as well.
+  async end() {
+    if (hasEnded(this.child)) return;
+    this.command({async: 'wait.html'});  // ends what is still open
+    this.child.stdin.end();
+    await verdict(this.child);
   }
 
   command(line) {
@@ -76,9 +120,22 @@ export class Pages {
   // Shows `page` and does not wait for its return. One that is still open ends first, as on a terminal.
   async show(page, vars = {}) {
     await this.showAsync('wait.html');
+    await this.showSync(page, vars);
+  }
+
+  async showSync(page, vars) {
     if (this.open) await this.returned(this.open);
     this.open = page;
     this.command({sync: page, vars, thread: true});
+  }
+
+  // Shows `page` on `window` in place of another one, so that its first part has the focus.
+  async bring(window, page, vars = {}) {
+    await this.showAsync('wait.html');
+    await onScreen(window, 'wait.html');
+    if (asynchronous.includes(page)) await this.showAsync(page, vars);
+    else await this.showSync(page, vars);
+    await onScreen(window, page);
   }
 
   async showAsync(page, vars = {}) {
@@ -94,7 +151,7 @@ export class Pages {
   }
 
   async hear(what, isIt) {
-    await waitUntil(what, () => this.told.some(isIt));
+    await waitUntil(what, () => this.told.some(isIt), 2);
     return this.told.splice(this.told.findIndex(isIt), 1)[0];
   }
 
@@ -115,20 +172,23 @@ export async function launch() {
 
 export const close = () => browser.close();
 
-// A browser window of its own. `problems` fills with what must not happen: errors, refusals of the content policy,
-// requests that leave the server.
+// A browser window of its own. The test fails of what must not happen in it: errors, refusals of the content policy, requests
+// that leave the server.
 export async function open(t, url, options = sizes.pc) {
   const context = await browser.newContext(options);
-  t.after(() => context.close());
   const page = await context.newPage();
-  page.problems = [];
-  page.on('pageerror', (error) => page.problems.push(String(error)));
+  const problems = [];
+  atEnd(t, async () => {
+    await context.close();
+    assert.deepEqual(problems, []);
+  });
+  page.on('pageerror', (error) => problems.push(String(error)));
   page.on('console', (message) => {
-    if (message.type() === 'error' && !/Failed to load resource/.test(message.text())) page.problems.push(message.text());
+    if (message.type() === 'error' && !/Failed to load resource/.test(message.text())) problems.push(message.text());
   });
   page.on('request', (request) => {
     if (!/^data:/.test(request.url()) && new URL(request.url()).origin !== new URL(url).origin) {
-      page.problems.push(`a request for ${request.url()}`);
+      problems.push(`a request for ${request.url()}`);
     }
   });
   await page.goto(url);
@@ -143,6 +203,17 @@ export async function onScreen(window, name) {
     return screen.page === name;
   });
   await window.locator(`#screen[data-id="${screen.id}"][aria-busy="false"]`).waitFor();
+}
+
+// Pages in a main menu with all its entries, and a window that shows it.
+export async function pagesIn(t, options = sizes.pc) {
+  const root = scratch(t);
+  const shown = new Pages(t, root);
+  await shown.show('mainmenu.html', {show_settings: '1', show_cloudproxy: '1'});
+  const url = await shown.url();
+  const window = await open(t, url, options);
+  await onScreen(window, 'mainmenu.html');
+  return {root, shown, window, url};
 }
 
 // A folder for pictures below the build folder.
