@@ -6,11 +6,20 @@ import {existsSync, writeFileSync} from 'node:fs';
 import path from 'node:path';
 import {after, before, test} from 'node:test';
 import {build, close, launch, open, onScreen, scratch, screenUrl, sizes, start, stop} from './support.js';
+import {operators} from './ways.js';
 
 before(launch);
 after(close);
 
 const press = (window, name) => window.getByRole('button', {name, exact: true}).tap();
+
+// The menu entry of a serial line that this machine has not.
+function absentLine() {
+  const lines = {'2 USB': '/dev/ttyGS0', '3 COM1': '/dev/ttyAMA0', '4 COM2': '/dev/ttyAMA1'};
+  const absent = Object.keys(lines).find((name) => !existsSync(lines[name]));
+  assert.ok(absent, 'every serial line exists on this machine');
+  return absent;
+}
 
 // The program in its main menu, and a touch display that shows it.
 async function terminal(t, options = sizes.upright) {
@@ -23,16 +32,20 @@ async function terminal(t, options = sizes.upright) {
   return {root, program, window};
 }
 
-test('the menus lead into each other and out of the program', async (t) => {
-  const {program, window} = await terminal(t);
-  await press(window, '1 Download');
-  await onScreen(window, 'download.html');
-  await press(window, 'Back');
-  await onScreen(window, 'mainmenu.html');
-  await press(window, 'Exit');
-  assert.deepEqual(await program.ended, [0, null]);
-  await window.getByText('No connection. Trying again.').waitFor();
-});
+for (const {by, options, press: pressBy} of operators) {
+  test(`the menus lead into each other and out of the program, by ${by}`, async (t) => {
+    const {program, window} = await terminal(t, options);
+    const road = [['1 Download', 'download.html'], [absentLine(), 'result.html'], ['OK', 'download.html'], ['Back', 'mainmenu.html'],
+      ['2 Information', 'info.html'], ['Back', 'mainmenu.html']];
+    for (const [name, page] of road) {
+      await pressBy(window, name);
+      await onScreen(window, page);
+    }
+    await pressBy(window, 'Exit');
+    assert.deepEqual(await program.ended, [0, null]);
+    await window.getByText('No connection. Trying again.').waitFor();
+  });
+}
 
 test('the information page tells what is known of the terminal', async (t) => {
   const {window} = await terminal(t, {...sizes.lying});
@@ -75,9 +88,7 @@ test('a package is uploaded to the address on the screen', async (t) => {
 });
 
 test('a serial line that is not there is reported', async (t) => {
-  const lines = {'2 USB': '/dev/ttyGS0', '3 COM1': '/dev/ttyAMA0', '4 COM2': '/dev/ttyAMA1'};
-  const absent = Object.keys(lines).find((name) => !existsSync(lines[name]));
-  assert.ok(absent, 'every serial line exists on this machine');
+  const absent = absentLine();
   const {window} = await terminal(t);
   await press(window, '1 Download');
   await onScreen(window, 'download.html');
