@@ -37,6 +37,20 @@ class Life(ScreenCase):
         self.post(page_id, {"result": 0})
         driver.end()
 
+    def test_request_that_comes_while_the_program_ends_is_answered_or_broken_off(self):
+        driver = self.drive()
+        page_id = self.show()["id"]
+        request = f"GET / HTTP/1.1\r\nHost: 127.0.0.1:{self.port}\r\nRange: bytes=0-0\r\n\r\n".encode()
+        late = self.connect()
+        late.sendall(request[:8])
+        self.post(page_id, {"result": 0})
+        driver.process.stdin.close()
+        wait_until(lambda: not (self.root / "screen.url").exists())
+        late.sendall(request[8:])
+        answer = self.receive(late)
+        self.assertTrue(answer == b"" or answer.startswith(b"HTTP/1.1 200 "), answer)
+        driver.end()
+
     def test_restarted_program_is_found_again_and_reuses_no_id(self):
         with socket.socket() as probe:
             probe.bind(("127.0.0.1", 0))

@@ -27,7 +27,7 @@ class TaskQueue : public httplib::TaskQueue {
  public:
   explicit TaskQueue(ConnectionThreads threads) : threads_(std::move(threads)) {}
   void enqueue(std::function<void()> connection) override { threads_.run(std::move(connection)); }
-  void shutdown() override {}  // finish() waits
+  void shutdown() override {}  // join() waits
 
  private:
   ConnectionThreads threads_;
@@ -64,6 +64,11 @@ bool ConnectionThreads::finish(std::chrono::milliseconds timeout) {
   state_->finished = true;
   state_->changed.notify_all();
   return state_->changed.wait_for(lock, timeout, [this] { return state_->running == 0; });
+}
+
+void ConnectionThreads::join() {
+  std::unique_lock<std::mutex> lock(state_->mutex);
+  state_->changed.wait(lock, [this] { return state_->running == 0; });
 }
 
 httplib::TaskQueue* ConnectionThreads::newTaskQueue() { return new TaskQueue(*this); }

@@ -25,6 +25,9 @@ class ConnectionThreads {
   // Lets no more in, and waits at most `timeout` for those that run. True when all have ended.
   bool finish(std::chrono::milliseconds timeout);
 
+  // After finish(): waits for those that run, as long as they take.
+  void join();
+
   // The server's end of it, deleted by the server.
   httplib::TaskQueue* newTaskQueue();
 

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <exception>
+#include <string>
 #include <thread>
 
 namespace jxplatform {
@@ -29,6 +30,27 @@ void closeGently(socket_t socket) {
   }
   close(socket);
 }
+
+// A client in memory that has sent one request and takes any answer.
+class OneRequest : public httplib::Stream {
+ public:
+  explicit OneRequest(std::string request) : request_(std::move(request)) {}
+  bool is_readable() const override { return true; }
+  bool is_writable() const override { return true; }
+  ssize_t read(char* data, size_t size) override {
+    const std::size_t count = request_.copy(data, size, read_);
+    read_ += count;
+    return static_cast<ssize_t>(count);
+  }
+  ssize_t write(const char* /*data*/, size_t size) override { return static_cast<ssize_t>(size); }
+  void get_remote_ip_and_port(std::string& /*ip*/, int& /*port*/) const override {}
+  void get_local_ip_and_port(std::string& /*ip*/, int& /*port*/) const override {}
+  socket_t socket() const override { return INVALID_SOCKET; }
+
+ private:
+  const std::string request_;
+  std::size_t read_ = 0;
+};
 
 }  // namespace
 
@@ -92,7 +114,32 @@ void ClientStream::get_local_ip_and_port(std::string& ip, int& port) const {
   port = 0;
 }
 
+class HttpServer::Served {
+ public:
+  Served(HttpServer& server, socket_t socket) : server_(server), socket_(socket) {
+    const std::lock_guard<std::mutex> lock(server_.servedMutex_);
+    server_.served_.insert(socket_);
+    if (server_.brokenOff_) shutdown(socket_, SHUT_RDWR);
+  }
+  ~Served() {
+    const std::lock_guard<std::mutex> lock(server_.servedMutex_);
+    server_.served_.erase(socket_);
+  }
+  Served(const Served&) = delete;
+  Served& operator=(const Served&) = delete;
+
+ private:
+  HttpServer& server_;
+  const socket_t socket_;
+};
+
 HttpServer::~HttpServer() { end(); }
+
+void HttpServer::warmUp() {
+  OneRequest request("GET / HTTP/1.1\r\nRange: bytes=0-0\r\n\r\n");
+  bool closed = false;
+  HttpServer().process_request(request, true, closed, nullptr);
+}
 
 void HttpServer::raiseBacklog() { ::listen(svr_sock_, SOMAXCONN); }
 
@@ -117,9 +164,16 @@ void HttpServer::end() {
   close(socket);
 }
 
+void HttpServer::breakOff() {
+  const std::lock_guard<std::mutex> lock(servedMutex_);
+  brokenOff_ = true;
+  for (const socket_t socket : served_) shutdown(socket, SHUT_RDWR);
+}
+
 bool HttpServer::process_and_close_socket(socket_t socket) {
   bool served = false;
   try {
+    const Served counted(*this, socket);
     ClientStream stream(socket);
     bool closed = false;
     served = process_request(stream, true, closed, nullptr);

@@ -4,6 +4,8 @@
 #include <httplib.h>
 
 #include <chrono>
+#include <mutex>
+#include <set>
 
 namespace jxplatform {
 
@@ -49,6 +51,10 @@ class HttpServer : public httplib::Server {
   HttpServer(const HttpServer&) = delete;
   HttpServer& operator=(const HttpServer&) = delete;
 
+  // Has the library make what it keeps for the rest of the process. The process destroys that in the reverse order of
+  // its making, so what ends a server at the end of the process has to be registered after this. Throws std::bad_alloc.
+  static void warmUp();
+
   // After binding: lets the system keep as many clients waiting as it does for anybody.
   void raiseBacklog();
 
@@ -58,8 +64,18 @@ class HttpServer : public httplib::Server {
   // Closes the listener and so ends serve(), even one that has not begun yet. Any thread.
   void end();
 
+  // Breaks off the connections of now and those still to come: no reading or writing waits any more. Any thread.
+  void breakOff();
+
  private:
+  // Counts a connection among those that can be broken off, as long as it lives.
+  class Served;
+
   bool process_and_close_socket(socket_t socket) override;
+
+  std::mutex servedMutex_;
+  std::set<socket_t> served_;
+  bool brokenOff_ = false;
 };
 
 }  // namespace jxplatform

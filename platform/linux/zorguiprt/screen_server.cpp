@@ -134,12 +134,12 @@ std::string ScreenServer::start(ServerAddress address) {
   return {};
 }
 
-bool ScreenServer::stop() {
-  if (!acceptor_.joinable()) return true;
-  const bool all = connections_.finish(kStopTimeout);
+void ScreenServer::stop() {
+  if (!acceptor_.joinable()) return;
+  if (!connections_.finish(kStopTimeout)) server_.breakOff();
   server_.end();
   acceptor_.join();
-  return all;
+  connections_.join();
 }
 
 bool ScreenServer::isOwn(const Request& request, Response& response) const {

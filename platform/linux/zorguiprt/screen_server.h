@@ -34,9 +34,9 @@ class ScreenServer {
   // "http://ADDRESS:PORT/", an address that a browser on this machine can reach.
   const std::string& url() const { return url_; }
 
-  // Ends the server. The screen was closed before: nobody waits any more. Waits for connections for two seconds; false
-  // when some went on, which then use this object still.
-  bool stop();
+  // Ends the server. The screen was closed before: nobody waits for a page any more. Connections have two seconds to
+  // come to their end, and are broken off then.
+  void stop();
 
  private:
   using Request = httplib::Request;

@@ -42,7 +42,7 @@ void complainOf(const std::string& page, const std::exception& error) noexcept {
 
 }  // namespace
 
-// Never destroyed: connections and callbacks may go on while the program ends. end() leaves nothing behind.
+// Never destroyed: callbacks may go on while the program ends. end() leaves nothing behind.
 TerminalScreen& TerminalScreen::instance() {
   static auto* const screen = new TerminalScreen;
   return *screen;
@@ -53,6 +53,7 @@ TerminalScreen::TerminalScreen()
       files_(pagesFolder()),
       ids_(root() + "/screen.run"),
       screen_([this] { return ids_.next(); }) {
+  HttpServer::warmUp();
   std::atexit([] { instance().end(); });
 }
 
@@ -142,7 +143,6 @@ void TerminalScreen::end() {
   std::ifstream file(urlFile_);
   // Another program may have begun to show pages since.
   if (std::getline(file, url) && url == server_->url()) unlink(urlFile_.c_str());
-  if (!server_->stop()) return;
   server_ = nullptr;
 }
 

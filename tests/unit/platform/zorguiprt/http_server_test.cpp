@@ -146,6 +146,30 @@ TEST_F(HttpServerTest, EndedWhileItCannotBegin_Ends) {
   acceptor.join();
 }
 
+TEST_F(HttpServerTest, BrokenOff_ConnectionUnderWayGetsNoAnswer) {
+  std::promise<void> asked;
+  std::promise<void> brokenOff;
+  server.set_pre_routing_handler([&](const httplib::Request&, httplib::Response& response) {
+    asked.set_value();
+    brokenOff.get_future().wait();
+    response.set_content("hello", "text/plain");
+    return httplib::Server::HandlerResponse::Handled;
+  });
+  begin();
+  auto answer = std::async(std::launch::async, [this] { return answerOf(port); });
+  asked.get_future().wait();
+  server.breakOff();
+  brokenOff.set_value();
+  EXPECT_EQ(answer.get(), "");
+}
+
+TEST_F(HttpServerTest, BrokenOff_ConnectionThatComesAfterwardsGetsNoAnswer) {
+  begin();
+  EXPECT_NE(answerOf(port).find("\r\n\r\nhello"), std::string::npos);
+  server.breakOff();
+  EXPECT_EQ(answerOf(port), "");
+}
+
 TEST(HttpServer, Deleted_LeavesItsPortFree) {
   auto server = std::make_unique<HttpServer>();
   const int port = server->bind_to_any_port("127.0.0.1");
@@ -166,6 +190,21 @@ TEST(ConnectionThreads, ConnectionThatThrows_LeavesItsPlace) {
   for (int i = 0; i < many; ++i) threads.run(connection);
   EXPECT_TRUE(threads.finish(kLong));
   EXPECT_EQ(begun, many);
+}
+
+TEST(ConnectionThreads, ConnectionThatGoesOn_IsWaitedForInTheEnd) {
+  ConnectionThreads threads;
+  std::promise<void> release;
+  std::atomic<bool> ended{false};
+  threads.run([&] {
+    release.get_future().wait();
+    ended = true;
+  });
+  EXPECT_FALSE(threads.finish(milliseconds(0)));
+  EXPECT_FALSE(ended);
+  release.set_value();
+  threads.join();
+  EXPECT_TRUE(ended);
 }
 
 TEST(ConnectionThreads, NoThreadToBeHad_RunsOnTheCallers) {
