@@ -21,27 +21,13 @@ struct ConnectionThreads::State {
   }
 };
 
-namespace {
-
-class TaskQueue : public httplib::TaskQueue {
- public:
-  explicit TaskQueue(ConnectionThreads threads) : threads_(std::move(threads)) {}
-  void enqueue(std::function<void()> connection) override { threads_.run(std::move(connection)); }
-  void shutdown() override {}  // join() waits
-
- private:
-  ConnectionThreads threads_;
-};
-
-}  // namespace
-
 ConnectionThreads::ConnectionThreads() : state_(std::make_shared<State>()) {}
 
-void ConnectionThreads::run(std::function<void()> connection) {
+bool ConnectionThreads::run(std::function<void()> connection) {
   {
     std::unique_lock<std::mutex> lock(state_->mutex);
     state_->changed.wait(lock, [this] { return state_->running < kMostConnections || state_->finished; });
-    if (state_->finished) return;
+    if (state_->finished) return false;
     ++state_->running;
   }
   const auto serve = [state = state_, connection = std::move(connection)] {
@@ -57,6 +43,7 @@ void ConnectionThreads::run(std::function<void()> connection) {
   } catch (const std::exception&) {
     serve();  // no thread to be had, or no memory for one: the others wait a little
   }
+  return true;
 }
 
 bool ConnectionThreads::finish(std::chrono::milliseconds timeout) {
@@ -70,7 +57,5 @@ void ConnectionThreads::join() {
   std::unique_lock<std::mutex> lock(state_->mutex);
   state_->changed.wait(lock, [this] { return state_->running == 0; });
 }
-
-httplib::TaskQueue* ConnectionThreads::newTaskQueue() { return new TaskQueue(*this); }
 
 }  // namespace jxplatform

@@ -1,8 +1,6 @@
 // Who serves the screen's connections.
 #pragma once
 
-#include <httplib.h>
-
 #include <chrono>
 #include <cstddef>
 #include <functional>
@@ -19,17 +17,14 @@ class ConnectionThreads {
   ConnectionThreads();
 
   // Runs `connection` on a new thread, or on this one when there is none to be had; blocks while there are too many.
-  // What it throws ends the connection alone. Does nothing once finish() was called.
-  void run(std::function<void()> connection);
+  // What it throws ends the connection alone. False, and nothing done, once finish() was called.
+  bool run(std::function<void()> connection);
 
   // Lets no more in, and waits at most `timeout` for those that run. True when all have ended.
   bool finish(std::chrono::milliseconds timeout);
 
   // After finish(): waits for those that run, as long as they take.
   void join();
-
-  // The server's end of it, deleted by the server.
-  httplib::TaskQueue* newTaskQueue();
 
  private:
   struct State;

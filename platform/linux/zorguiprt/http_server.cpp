@@ -133,7 +133,10 @@ class HttpServer::Served {
   const socket_t socket_;
 };
 
-HttpServer::~HttpServer() { end(); }
+HttpServer::~HttpServer() {
+  const socket_t listener = svr_sock_;
+  if (listener != INVALID_SOCKET) close(listener);
+}
 
 void HttpServer::warmUp() {
   OneRequest request("GET / HTTP/1.1\r\nRange: bytes=0-0\r\n\r\n");
@@ -143,25 +146,21 @@ void HttpServer::warmUp() {
 
 void HttpServer::raiseBacklog() { ::listen(svr_sock_, SOMAXCONN); }
 
-// Without memory to begin with it begins a little later; whoever connects meanwhile waits.
-void HttpServer::serve() {
-  while (svr_sock_ != INVALID_SOCKET) {
-    try {
-      // Ended by end(), or by an error after which the library has closed the listener itself.
-      if (!listen_after_bind()) svr_sock_ = INVALID_SOCKET;
-      return;
-    } catch (const std::exception&) {
+void HttpServer::serve(ConnectionThreads& threads) {
+  while (!ended_) {
+    const socket_t socket = accept4(svr_sock_, nullptr, nullptr, SOCK_CLOEXEC);
+    if (socket >= 0) {
+      if (!threads.run([this, socket] { answer(socket); })) close(socket);
+    } else if (!ended_ && errno != EINTR && errno != ECONNABORTED) {
       std::this_thread::sleep_for(kShortagePause);
     }
   }
 }
 
-// The library's own stop() would do nothing before the serving has begun.
+// The listener is closed by the destructor alone: accept4() might otherwise meet another file under its number.
 void HttpServer::end() {
-  const socket_t socket = svr_sock_.exchange(INVALID_SOCKET);
-  if (socket == INVALID_SOCKET) return;
-  shutdown(socket, SHUT_RDWR);
-  close(socket);
+  ended_ = true;
+  shutdown(svr_sock_, SHUT_RDWR);
 }
 
 void HttpServer::breakOff() {
@@ -170,18 +169,16 @@ void HttpServer::breakOff() {
   for (const socket_t socket : served_) shutdown(socket, SHUT_RDWR);
 }
 
-bool HttpServer::process_and_close_socket(socket_t socket) {
-  bool served = false;
+void HttpServer::answer(socket_t socket) {
   try {
     const Served counted(*this, socket);
     ClientStream stream(socket);
     bool closed = false;
-    served = process_request(stream, true, closed, nullptr);
+    process_request(stream, true, closed, nullptr);
   } catch (const std::exception&) {
     // There was no memory for an answer: the client sees the connection end without one.
   }
   closeGently(socket);
-  return served;
 }
 
 }  // namespace jxplatform

@@ -3,9 +3,12 @@
 
 #include <httplib.h>
 
+#include <atomic>
 #include <chrono>
 #include <mutex>
 #include <set>
+
+#include "platform/linux/zorguiprt/connection_threads.h"
 
 namespace jxplatform {
 
@@ -43,7 +46,8 @@ class ClientStream : public httplib::Stream {
 };
 
 // Serves one request a connection. The library itself would answer nobody who has closed his direction, set no limit to
-// the time of a request, keep five clients waiting at most, and end with the first lack of memory outside its routing.
+// the time of a request, keep five clients waiting at most, and end with the first lack of memory outside its routing
+// or of what the system needs for a connection.
 class HttpServer : public httplib::Server {
  public:
   HttpServer() = default;
@@ -58,10 +62,14 @@ class HttpServer : public httplib::Server {
   // After binding: lets the system keep as many clients waiting as it does for anybody.
   void raiseBacklog();
 
-  // After binding: serves until end() is called. Throws nothing.
-  void serve();
+  // After binding: accepts connections, which `threads` serve, until end() is called. Without the means for a
+  // connection it tries again a little later; whoever connects meanwhile waits. Throws nothing.
+  void serve(ConnectionThreads& threads);
 
-  // Closes the listener and so ends serve(), even one that has not begun yet. Any thread.
+  // Answers the connection's one request, and closes `socket`. Any thread. Throws nothing.
+  void answer(socket_t socket);
+
+  // Lets nobody connect any more, and so ends serve(), even one that has not begun yet. Any thread.
   void end();
 
   // Breaks off the connections of now and those still to come: no reading or writing waits any more. Any thread.
@@ -71,8 +79,7 @@ class HttpServer : public httplib::Server {
   // Counts a connection among those that can be broken off, as long as it lives.
   class Served;
 
-  bool process_and_close_socket(socket_t socket) override;
-
+  std::atomic<bool> ended_{false};
   std::mutex servedMutex_;
   std::set<socket_t> served_;
   bool brokenOff_ = false;

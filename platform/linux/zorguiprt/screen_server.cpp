@@ -83,7 +83,6 @@ ScreenServer::ScreenServer(Screen& screen, PageFiles files, const std::string& t
 ScreenServer::~ScreenServer() { stop(); }
 
 void ScreenServer::configure() {
-  server_.new_task_queue = [this] { return connections_.newTaskQueue(); };
   // The library's default would let a second program share the port unnoticed.
   server_.set_socket_options([](socket_t socket) {
     const int on = 1;
@@ -130,7 +129,7 @@ std::string ScreenServer::start(ServerAddress address) {
   if (address.host == "0.0.0.0") address.host = "127.0.0.1";
   if (address.host == "::") address.host = "::1";
   url_ = "http://" + hostAndPort(address.host, address.port) + "/";
-  acceptor_ = std::thread([this] { server_.serve(); });
+  acceptor_ = std::thread([this] { server_.serve(connections_); });
   return {};
 }
 

@@ -2,6 +2,7 @@
 #include "platform/linux/zorguiprt/http_server.h"
 
 #include <arpa/inet.h>
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -10,8 +11,11 @@
 #include <cerrno>
 #include <cstring>
 #include <future>
+#include <mutex>
 #include <new>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "platform/linux/zorguiprt/connection_threads.h"
 #include "tests/support/no_memory.h"
@@ -25,18 +29,46 @@ namespace {
 
 constexpr milliseconds kLong{60'000};
 constexpr int kMoreThanAnyNeeds = 3000;
+constexpr int kForEver = -1;
 
-// Runs each connection on the acceptor's thread as it is told.
-class InlineQueue : public httplib::TaskQueue {
- public:
-  using Run = std::function<void(const std::function<void()>&)>;
-  explicit InlineQueue(Run run) : run_(std::move(run)) {}
-  void enqueue(std::function<void()> connection) override { run_(connection); }
-  void shutdown() override {}
+// The errors with which the next connections are not accepted, the last one first; after kForEver there is no other.
+std::mutex refusalsMutex;
+std::vector<int> refusals;
 
- private:
-  Run run_;
-};
+int nextRefusal() {
+  const std::lock_guard<std::mutex> lock(refusalsMutex);
+  if (refusals.empty()) return 0;
+  const int error = refusals.back();
+  if (error == kForEver) return ENFILE;
+  refusals.pop_back();
+  return error;
+}
+
+void refuseWith(std::vector<int> errors) {
+  const std::lock_guard<std::mutex> lock(refusalsMutex);
+  refusals = std::move(errors);
+}
+
+std::size_t refusalsLeft() {
+  const std::lock_guard<std::mutex> lock(refusalsMutex);
+  return refusals.size();
+}
+
+const std::string kRequest = "GET / HTTP/1.1\r\nHost: x\r\n\r\n";
+
+// All that comes to the connection's end. Closes `fd`.
+std::string readAll(int fd) {
+  std::string answer;
+  char block[4096];
+  errno = 0;
+  for (ssize_t count = 1; count > 0;) {
+    count = recv(fd, block, sizeof block, 0);
+    if (count > 0) answer.append(block, static_cast<std::size_t>(count));
+  }
+  EXPECT_NE(errno, EAGAIN) << "the connection is not closed";
+  close(fd);
+  return answer;
+}
 
 // What the server answers to one request, to the end of the connection.
 std::string answerOf(int port) {
@@ -48,18 +80,8 @@ std::string answerOf(int port) {
   const timeval patience{60, 0};
   setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
   EXPECT_EQ(connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0) << std::strerror(errno);
-  const std::string request = "GET / HTTP/1.1\r\nHost: x\r\n\r\n";
-  EXPECT_EQ(send(fd, request.data(), request.size(), MSG_NOSIGNAL), static_cast<ssize_t>(request.size()));
-  errno = 0;
-  std::string answer;
-  char block[4096];
-  for (ssize_t count = 1; count > 0;) {
-    count = recv(fd, block, sizeof block, 0);
-    if (count > 0) answer.append(block, static_cast<std::size_t>(count));
-  }
-  EXPECT_NE(errno, EAGAIN) << "the connection is not closed";
-  close(fd);
-  return answer;
+  EXPECT_EQ(send(fd, kRequest.data(), kRequest.size(), MSG_NOSIGNAL), static_cast<ssize_t>(kRequest.size()));
+  return readAll(fd);
 }
 
 class HttpServerTest : public testing::Test {
@@ -73,12 +95,15 @@ class HttpServerTest : public testing::Test {
   ~HttpServerTest() override {
     server.end();
     if (acceptor.joinable()) acceptor.join();
+    EXPECT_TRUE(threads.finish(kLong));
+    refuseWith({});
   }
 
   void begin() {
-    acceptor = std::thread([this] { server.serve(); });
+    acceptor = std::thread([this] { server.serve(threads); });
   }
 
+  ConnectionThreads threads;
   HttpServer server;
   std::thread acceptor;
   int port = 0;
@@ -86,64 +111,60 @@ class HttpServerTest : public testing::Test {
 
 }  // namespace
 
-TEST_F(HttpServerTest, NoMemoryForAConnection_ItIsClosedAndTheNextIsServed) {
-  std::atomic<int> allowed{0};
-  std::atomic<int> thrown{0};
-  server.new_task_queue = [&] {
-    return new InlineQueue([&](const std::function<void()>& connection) {
-      try {
-        noMemory::after(allowed);
-        connection();
-      } catch (const std::bad_alloc&) {
-        ++thrown;
-      }
-      noMemory::after(-1);
-    });
-  };
-  begin();
+// Called by every library in place of the system's, because the program comes first. The system's header has reserved
+// names. NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
+extern "C" int accept4(int listener, sockaddr* address, socklen_t* length, int flags) {
+  using Accept = int (*)(int, sockaddr*, socklen_t*, int);
+  static const auto accept = reinterpret_cast<Accept>(dlsym(RTLD_NEXT, "accept4"));
+  const int error = nextRefusal();
+  if (error == 0) return accept(listener, address, length, flags);
+  errno = error;
+  return -1;
+}
+
+TEST_F(HttpServerTest, NoMemoryForAnAnswer_TheConnectionIsClosed) {
   int silent = 0;
-  for (; allowed < kMoreThanAnyNeeds && thrown == 0; ++allowed) {
-    const std::string answer = answerOf(port);
+  int allowed = 0;
+  for (bool answered = false; !answered && allowed < kMoreThanAnyNeeds; ++allowed) {
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+    ASSERT_EQ(send(ends[0], kRequest.data(), kRequest.size(), 0), static_cast<ssize_t>(kRequest.size()));
+    shutdown(ends[0], SHUT_WR);
+    noMemory::after(allowed);
+    server.answer(ends[1]);
+    noMemory::after(-1);
+    const std::string answer = readAll(ends[0]);
     if (answer.empty()) ++silent;
-    if (answer.find("\r\n\r\nhello") != std::string::npos) break;
+    answered = answer.find("\r\n\r\nhello") != std::string::npos;
   }
-  EXPECT_EQ(thrown, 0);
   EXPECT_GT(silent, 0);
   EXPECT_LT(allowed, kMoreThanAnyNeeds);
 }
 
-TEST_F(HttpServerTest, NoMemoryToBeginWith_ItBeginsLater) {
-  std::atomic<int> calls{0};
-  server.new_task_queue = [&]() -> httplib::TaskQueue* {
-    if (++calls < 3) throw std::bad_alloc();
-    return new InlineQueue([](const std::function<void()>& connection) { connection(); });
-  };
+TEST_F(HttpServerTest, NoMeansForAConnection_ItIsServedLater) {
+  refuseWith({EMFILE, ENFILE, ENOBUFS, ENOMEM, EPERM, ECONNABORTED, EINTR});
   begin();
   EXPECT_NE(answerOf(port).find("\r\n\r\nhello"), std::string::npos);
-  EXPECT_EQ(calls, 3);
+  EXPECT_EQ(refusalsLeft(), 0U);
 }
 
-TEST_F(HttpServerTest, EndedBeforeItBegan_DoesNotBegin) {
-  server.new_task_queue = []() -> httplib::TaskQueue* {
-    ADD_FAILURE() << "serves";
-    throw std::bad_alloc();
-  };
-  server.end();
-  server.serve();
-}
-
-TEST_F(HttpServerTest, EndedWhileItCannotBegin_Ends) {
-  std::promise<void> tried;
-  bool told = false;
-  server.new_task_queue = [&]() -> httplib::TaskQueue* {
-    if (!told) tried.set_value();
-    told = true;
-    throw std::bad_alloc();
-  };
+TEST_F(HttpServerTest, NoMeansForAConnectionAnyMore_EndsAllTheSame) {
+  refuseWith({kForEver, ECONNABORTED});
   begin();
-  tried.get_future().wait();
+  while (refusalsLeft() > 1) std::this_thread::yield();
   server.end();
   acceptor.join();
+}
+
+TEST_F(HttpServerTest, EndedBeforeItBegan_ServesNobody) {
+  server.end();
+  server.serve(threads);
+}
+
+TEST_F(HttpServerTest, ThreadsFinished_ConnectionIsClosed) {
+  EXPECT_TRUE(threads.finish(milliseconds(0)));
+  begin();
+  EXPECT_EQ(answerOf(port), "");
 }
 
 TEST_F(HttpServerTest, BrokenOff_ConnectionUnderWayGetsNoAnswer) {
