@@ -1,6 +1,5 @@
 #include "shell/menu.h"
 
-#include <cstdio>
 #include <exception>
 
 #include "shell/controller.h"
@@ -15,13 +14,23 @@ int showMainMenu(const MenuEntries& entries) {
   return showPage(vars, "mainmenu.html");
 }
 
+void showFailure() {
+  PageVars vars;
+  vars["text"] = "<span style='color:#f00'><b>Error:</b></span><br>Cannot continue.<br>Out of memory?";
+  showPage(vars, "result.html");
+}
+
 // Whatever ends an activity, the menu that it came from is shown again.
 template <typename Activity, typename... Arguments>
 void runActivity(const Activity& activity, Arguments... arguments) {
   try {
-    activity(arguments...);
-  } catch (const std::exception& error) {
-    std::fprintf(stderr, "Activity ended: %s\n", error.what());
+    try {
+      activity(arguments...);
+    } catch (const std::exception&) {
+      showFailure();
+    }
+  } catch (const std::exception&) {
+    // Not even a page can be shown: the menu is the answer.
   }
 }
 

@@ -114,7 +114,7 @@ TEST_F(MenuTest, DownloadMenuOtherResults_ShowItAgain) {
   EXPECT_EQ(ran, Names());
 }
 
-TEST_F(MenuTest, ActivityThatEndsByAnException_LeadsBackToItsMenu) {
+TEST_F(MenuTest, ActivityThatEndsByAnException_IsToldAndLeadsBackToItsMenu) {
   const auto fail = [] { throw std::bad_alloc(); };
   activities.information = fail;
   activities.logLevel = fail;
@@ -124,8 +124,18 @@ TEST_F(MenuTest, ActivityThatEndsByAnException_LeadsBackToItsMenu) {
   for (const int result : {1, 2, 3, 4, -1}) gui.answer("download.html", result);
   runMain({2, 3, 4, 1, -1});
   EXPECT_EQ(gui.shownNames(),
-            (Names{"mainmenu.html", "mainmenu.html", "mainmenu.html", "mainmenu.html", "download.html", "download.html",
-                   "download.html", "download.html", "download.html", "mainmenu.html"}));
+            (Names{"mainmenu.html", "result.html", "mainmenu.html", "result.html", "mainmenu.html", "result.html",
+                   "mainmenu.html", "download.html", "result.html", "download.html", "result.html", "download.html",
+                   "result.html", "download.html", "result.html", "download.html", "mainmenu.html"}));
+  EXPECT_EQ(gui.shown()[1].vars.at("text"),
+            "<span style='color:#f00'><b>Error:</b></span><br>Cannot continue.<br>Out of memory?");
+}
+
+TEST_F(MenuTest, FailureThatCannotBeShownEither_LeadsBackToTheMenu) {
+  activities.information = [] { throw std::bad_alloc(); };
+  gui.answer("result.html", [](auto&) -> int { throw std::bad_alloc(); });
+  runMain({2, -1});
+  EXPECT_EQ(gui.shownNames(), (Names{"mainmenu.html", "result.html", "mainmenu.html"}));
 }
 
 TEST_F(MenuTest, Menus_PassNoCallback) {
