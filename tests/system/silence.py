@@ -1,5 +1,6 @@
 """What becomes of a client that says nothing any more: the read time-out of half a minute, on a clock that runs faster."""
 
+import select
 import time
 import unittest
 
@@ -50,6 +51,23 @@ class SilenceTest(jxtest.Case):
         chunked = b"Transfer-Encoding: chunked\r\n\r\n%x\r\n%s\r\n" % (len(body), body)
         elsewhere = b"POST /other HTTP/1.1\r\nContent-Length: 2\r\n\r\nx"
         self.assertEqual(self.answers(head + length + body, head + chunked, elsewhere), [b"", b"", b""])
+        self.assertEqual(list((self.root / "source").glob("*")), [])
+
+    def test_body_of_one_byte_a_second_ends_without_a_word_and_leaves_no_file(self):
+        body = form([("a", b"x" * 200)])
+        head = b"POST /upload HTTP/1.1\r\nContent-Type: multipart/form-data; boundary=xXboundaryXx\r\nContent-Length: %d\r\n\r\n"
+        with Wire() as wire:
+            wire.send(head % len(body))
+            sent, told = 0, None
+            while told is None:
+                wire.send(body[sent:sent + 1])
+                sent += 1
+                try:
+                    told = wire.socket.recv(1) if select.select([wire.socket], [], [], 1 / RATE)[0] else None
+                except ConnectionError:
+                    told = b""
+            self.assertEqual(told, b"")
+            self.assertLess(sent, len(body))
         self.assertEqual(list((self.root / "source").glob("*")), [])
 
 
