@@ -10,9 +10,10 @@
 namespace jxapp {
 namespace {
 
+// Never destroyed: an upload may go on while the program ends.
 const std::string& sourceDirectory() {
-  static const std::string path = jxplatform::root() + "/source";
-  return path;
+  static const auto* const path = new std::string(jxplatform::root() + "/source");
+  return *path;
 }
 
 }  // namespace

@@ -22,9 +22,10 @@ std::string findRoot() {
 
 }  // namespace
 
+// Never destroyed: threads may ask for it while the program ends.
 const std::string& root() {
-  static const std::string path = findRoot();
-  return path;
+  static const auto* const path = new std::string(findRoot());
+  return *path;
 }
 
 }  // namespace jxplatform

@@ -7,6 +7,7 @@
 
 #include <cstdarg>
 #include <cstdlib>
+#include <filesystem>
 
 #include "tests/unit/platform/jxapp/scratch.h"
 #include "tests/unit/platform/jxapp/zip_bytes.h"
@@ -75,6 +76,29 @@ void useRootThatIsNotThere() {
 TEST(JxAppDeathTest, RootThatIsNotThere_IsMadeOnFirstUseForEverybodyToRead) {
   testing::FLAGS_gtest_death_test_style = "threadsafe";
   EXPECT_EXIT(useRootThatIsNotThere(), testing::ExitedWithCode(0), "");
+}
+
+void useAtTheEnd() {
+  const std::string root = std::getenv("JXPLATFORM_ROOT");
+  std::string archive;
+  const bool good = jxapp::jxInstallSourceDir() == root + "/source" && jxapp::jxInstallCreateSourceDir() &&
+                    jxapp::jxGetCertificateArchive(archive);
+  std::filesystem::remove_all(root);
+  if (!good) std::_Exit(1);
+}
+
+// The handler comes before the library's first use, and so is called when what that made would be destroyed already.
+void endWithAnUploadUnderWay() {
+  std::string folder = testing::TempDir() + "jxapp-end-XXXXXX";
+  setenv("JXPLATFORM_ROOT", mkdtemp(folder.data()), 1);
+  std::atexit(useAtTheEnd);
+  EXPECT_EQ(jxapp::jxInstallSourceDir(), folder + "/source");
+  std::exit(testing::Test::HasFailure() ? 1 : 0);
+}
+
+TEST(JxAppDeathTest, EndingProgram_StillHasItsSourceDirectory) {
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_EXIT(endWithAnUploadUnderWay(), testing::ExitedWithCode(0), "");
 }
 
 TEST(JxApp, CertificateArchive_IsAppended) {
