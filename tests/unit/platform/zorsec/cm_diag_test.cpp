@@ -74,6 +74,19 @@ TEST_F(DiagnosticRecords, ChangedSettings_HoldFromTheNextWalkOn) {
   EXPECT_EQ(walk().back(), kSponsorRecord);
 }
 
+TEST_F(DiagnosticRecords, SettingsChangedAfterTheLastRecord_BeginTheWalkAnew) {
+  writeTerminalJson(R"({"sponsor":{"identifier":"0203200821C5","number":123}})");
+  for (int i = 0; i < 3; ++i) {
+    unsigned char buffer[1024];
+    unsigned short length = sizeof buffer;
+    ASSERT_EQ(CMDiag(kCMDiagRecords, buffer, &length), 0);
+  }
+  writeTerminalJson(R"({"sponsor":{"identifier":"0203200821C5","number":123,"name":"Acme"}})");
+  const std::vector<Bytes> records = walk();
+  ASSERT_EQ(records.size(), 3U);
+  EXPECT_EQ(records.back(), kSponsorRecord);
+}
+
 TEST_F(DiagnosticRecords, Number_IsSixDigitsUnitsFirst) {
   writeTerminalJson(R"({"sponsor":{"identifier":"020301023651","number":987654,"name":"x"}})");
   const Bytes record = walk().back();
