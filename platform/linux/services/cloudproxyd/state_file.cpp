@@ -48,13 +48,16 @@ bool takeSettings(const JSObject& object, Settings& settings) {
   return object["cloud_env"].isString();
 }
 
+// False with errno set.
 bool syncDirectoryOf(const std::string& path) {
   const std::size_t slash = path.rfind('/');
   const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
   const int fd = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (fd < 0) return false;
   const bool synced = fsync(fd) == 0;
+  const int error = errno;
   close(fd);
+  errno = error;
   return synced;
 }
 
@@ -91,13 +94,16 @@ std::string saveSettings(const std::string& path, const Settings& settings) {
   object["cloud_env"] = settings.environment;
   object["auth_ex"] = settings.authEx ? 1 : 0;
   const std::string fresh = path + ".new";
-  if (writeWhole(fresh, object.dump() + "\n") && std::rename(fresh.c_str(), path.c_str()) == 0 &&
-      syncDirectoryOf(path)) {
-    return "";
+  if (!writeWhole(fresh, object.dump() + "\n") || std::rename(fresh.c_str(), path.c_str()) != 0) {
+    std::string reason = errorText();
+    unlink(fresh.c_str());
+    return reason;
   }
-  std::string reason = errorText();
-  unlink(fresh.c_str());
-  return reason;
+  if (!syncDirectoryOf(path)) {
+    std::fprintf(stderr, "cloudproxyd: %s: a power failure may bring the old settings back: %s\n", path.c_str(),
+                 errorText().c_str());
+  }
+  return "";
 }
 
 }  // namespace cloudproxyd

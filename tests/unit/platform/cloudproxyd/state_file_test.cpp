@@ -2,12 +2,30 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+
+namespace {
+
+bool foldersCannotBeSynced = false;
+
+}  // namespace
+
+// Stands in the way of the system's.
+extern "C" int fsync(int fd) {
+  struct stat status {};
+  if (foldersCannotBeSynced && fstat(fd, &status) == 0 && S_ISDIR(status.st_mode)) {
+    errno = EIO;
+    return -1;
+  }
+  return static_cast<int>(syscall(SYS_fsync, fd));
+}
 
 namespace cloudproxyd {
 namespace {
@@ -20,6 +38,7 @@ class StateFileTest : public testing::Test {
     path = directory + "/state.json";
   }
   ~StateFileTest() override {
+    foldersCannotBeSynced = false;
     std::remove(path.c_str());
     std::remove((path + ".new").c_str());
     rmdir(directory.c_str());
@@ -91,6 +110,16 @@ TEST_F(StateFileTest, FailedSaving_LeavesTheOldFile) {
   EXPECT_EQ(saveSettings(path, {8, "prod", true}), "Is a directory");
   EXPECT_EQ(loaded(), "7 test off");
   rmdir((path + ".new").c_str());
+}
+
+TEST_F(StateFileTest, FolderThatCannotBeSynced_HasTheNewSettingsAndALineTellsIt) {
+  EXPECT_EQ(saveSettings(path, {7, "test", false}), "");
+  foldersCannotBeSynced = true;
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(saveSettings(path, {8, "prod", true}), "");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "cloudproxyd: " + path + ": a power failure may bring the old settings back: Input/output error\n");
+  EXPECT_EQ(loaded(), "8 prod on");
 }
 
 TEST_F(StateFileTest, LinkInThePlaceOfTheNewFile_IsNotFollowed) {
