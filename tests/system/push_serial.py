@@ -122,6 +122,23 @@ class JxpushTest(SerialCase):
             self.assert_result(output, 130, "interrupted")
             self.assertIn("jxpush: interrupted before the terminal answered\n", errors)
 
+    def test_interrupt_while_the_files_are_read(self):
+        line = Line(self)
+        files = [self.root / f"{number}.zip" for number in range(500)]
+        for path in files:
+            path.touch()
+        for options in (["--dry-run"], []):
+            for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+                with self.subTest(options, number=number):
+                    # More lines than the pipe holds: it cannot have come to the end before they are read.
+                    process = self.push(line, "--json", *options, *files, pipesize=4096)
+                    self.assertIn('"0.zip"', process.stdout.readline())
+                    process.send_signal(number)
+                    output, errors = process.communicate(timeout=60)
+                    self.assertEqual(process.returncode, 130, output[-200:])
+                    self.assert_result(output, 130, "interrupted")
+                    self.assertEqual(errors, "jxpush: interrupted before anything was sent\n")
+
     # --- port ---
 
     def test_port_gets_its_settings_back(self):

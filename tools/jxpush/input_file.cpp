@@ -60,15 +60,20 @@ InputFile::~InputFile() {
   if (fd_ >= 0) close(fd_);
 }
 
-void InputFile::readDigest() {
+void InputFile::readDigest(const std::function<bool()>& stopped) {
+  const auto goOn = [&stopped] {
+    if (stopped && stopped()) throw Problem(ExitCode::kInterrupted, "interrupted before anything was sent");
+  };
   std::vector<unsigned char> piece(kPieceSize);
   Sha256 digest;
   for (std::uint64_t at = 0; at < size_;) {
+    goOn();
     const auto size = static_cast<std::size_t>(std::min<std::uint64_t>(piece.size(), size_ - at));
     read(at, piece.data(), size);
     digest.add(piece.data(), size);
     at += size;
   }
+  goOn();
   sha256_ = digest.finish();
 }
 

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 
 namespace jxpush {
@@ -23,8 +24,9 @@ class InputFile {
   // In 64 lower-case hex digits; empty before readDigest().
   const std::string& sha256() const { return sha256_; }
 
-  // Reads the whole file for its digest. Throws Problem(kInput).
-  void readDigest();
+  // Reads the whole file for its digest, which takes a while for a large one: `stopped`, unless empty, is asked before
+  // each piece and at the end. Throws Problem: kInput, kInterrupted once `stopped` has said true.
+  void readDigest(const std::function<bool()>& stopped = nullptr);
   // Reads exactly `size` bytes at `offset`. Throws Problem(kInput), also when the file has become shorter.
   void read(std::uint64_t offset, void* data, std::size_t size) const;
   // Throws Problem(kInput) when the file has been changed since it was opened.

@@ -37,8 +37,9 @@ void push(const Options& options, Result& result) {
   result.files = files.size();
   for (const InputFile& file : files) result.bytes += file.size();
   target->check(files);
+  const int stopFd = targetOptions.stopFd;
   for (InputFile& file : files) {
-    file.readDigest();
+    file.readDigest([stopFd] { return stopAsked(stopFd); });
     printFile(file, options.json);
   }
   if (options.dryRun) return;

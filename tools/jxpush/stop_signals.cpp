@@ -1,6 +1,7 @@
 #include "tools/jxpush/stop_signals.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -33,6 +34,11 @@ int catchStopSignals() {
   action.sa_handler = noteStop;
   for (const int number : kSignals) sigaction(number, &action, nullptr);
   return stopPipe[0];
+}
+
+bool stopAsked(int stopFd) {
+  pollfd entry{stopFd, POLLIN, 0};
+  return poll(&entry, 1, 0) > 0;
 }
 
 }  // namespace jxpush

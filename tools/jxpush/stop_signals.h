@@ -7,4 +7,7 @@ namespace jxpush {
 // the program at once. Once per program. Throws Problem(kGaveUp) where the system has no descriptor left.
 int catchStopSignals();
 
+// Whether `stopFd`, from catchStopSignals(), is readable. Does not wait.
+bool stopAsked(int stopFd);
+
 }  // namespace jxpush

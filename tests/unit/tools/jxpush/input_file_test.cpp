@@ -37,6 +37,25 @@ TEST(InputFile, Digest_IsThatOfTheContent) {
   EXPECT_EQ("large", files.files()[2].name());
 }
 
+TEST(InputFile, DigestOfALargeFile_IsGivenUpBetweenItsPieces) {
+  TestFiles files;
+  files.add("large", "");
+  ASSERT_EQ(0, truncate(files.path("large").c_str(), 1000000));
+  for (const int last : {1, 2, 3, 17}) {  // 16 pieces, and the end
+    InputFile file(files.path("large"));
+    int asked = 0;
+    try {
+      file.readDigest([&] { return ++asked == last; });
+      ADD_FAILURE() << "read to its end after " << asked;
+    } catch (const Problem& problem) {
+      EXPECT_EQ(ExitCode::kInterrupted, problem.code());
+      EXPECT_STREQ("interrupted before anything was sent", problem.what());
+    }
+    EXPECT_EQ(last, asked);
+    EXPECT_EQ("", file.sha256());
+  }
+}
+
 TEST(InputFile, WhatIsNoReadableFile_IsAProblemThatNamesIt) {
   TestFiles files;
   ASSERT_EQ(0, mkfifo(files.path("pipe").c_str(), 0600));
