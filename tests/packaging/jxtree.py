@@ -80,9 +80,13 @@ class Case(jxtest.Case):
 
     def service_section(self, unit):
         """The [Service] section of an installed unit."""
+        return self.service_section_of(self.tree / "usr/lib/systemd/system" / f"{unit}.service")
+
+    @staticmethod
+    def service_section_of(path):
         parser = configparser.ConfigParser(strict=False, interpolation=None, delimiters="=", comment_prefixes="#")
         parser.optionxform = str
-        parser.read(self.tree / "usr/lib/systemd/system" / f"{unit}.service")
+        parser.read(path)
         return parser["Service"]
 
     def start_bus(self):

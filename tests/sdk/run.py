@@ -15,6 +15,9 @@ import sys
 from contract import Contract
 
 SOURCE = pathlib.Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(SOURCE / "tests/system"))
+import jxdocuments
+
 LIBRARIES = ("zorguiprt", "zoripc", "jxapp", "jsproc", "zorplatforminfo", "zorsec", "zorhtml")
 COMPILER = os.environ.get("CXX", "g++")
 DATA = ("_ZTV", "_ZTI", "_ZTS")  # tables of a class; the rest are functions
@@ -101,6 +104,22 @@ def build_objects(build, sdk):
     return [build / name for name in objects]
 
 
+def build_as_documented(folder, sdk):
+    """Runs the commands of docs/porting.md; returns the program."""
+    path = SOURCE / "docs/porting.md"
+    block, = (block for block in jxdocuments.blocks(path) if block.word == "sdk")
+    build, toolchain = folder / "terminal", folder / "toolchain.cmake"
+    shutil.rmtree(build, ignore_errors=True)
+    toolchain.write_text("")  # this machine's own compiler
+    commands = block.text
+    for stated, ours in (("build/terminal", build), ("/path/to/sdk", sdk), ("/path/to/toolchain.cmake", toolchain)):
+        if stated not in commands:
+            fail("docs/porting.md does not name", [stated])
+        commands = commands.replace(stated, str(ours))
+    subprocess.run(["sh", "-e", "-c", commands], cwd=SOURCE, check=True, stdout=subprocess.DEVNULL)
+    return build / "bin/jxdownloader"
+
+
 def check_program(program):
     """It needs the seven libraries and the language's, and starts with them."""
     needed = {line.split("[")[1].rstrip("]") for line in output_of("readelf", "-d", program).splitlines() if "(NEEDED)" in line}
@@ -127,8 +146,7 @@ def main():
         fail("The program needs what no header of platform/include declares", undeclared)
     for name, symbols in libraries.items():
         make_library(sdk, name, symbols)
-    subprocess.run(["ninja", "--quiet", "-C", build], check=True)
-    check_program(build / "bin/jxdownloader")
+    check_program(build_as_documented(folder, sdk))
     for name, symbols in libraries.items():
         print(f"lib{name}: {len(symbols)} symbols")
 

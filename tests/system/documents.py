@@ -178,7 +178,7 @@ class CommandTest(jxtest.Case):
 
     def setUp(self):
         super().setUp()
-        self.tree = jxdocuments.make_tree(self.root)
+        self.tree = jxdocuments.make_tree(self.root, jxtest.BUILD)
         hosts = self.root / "hosts"
         hosts.write_text("127.0.0.1 localhost terminal\n::1 localhost\n")
         subprocess.run(["mount", "--bind", hosts, "/etc/hosts"], check=True)

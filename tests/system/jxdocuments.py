@@ -3,13 +3,14 @@
 import pathlib
 import re
 
-import jxtest
+SOURCE = pathlib.Path(__file__).resolve().parents[2]
 
-# What may follow the language of a command block, and why such a block is not run.
+# What may follow the language of a command block, and why such a block is not run here.
 NOT_RUN = {
     "board": "needs a board: its serial lines, USB gadget, display or systemd",
-    "root": "changes the machine: its packages, firewall or services",
+    "root": "changes the machine's packages and services; the test of the packages runs it in a clean system",
     "build": "builds or tests the tree, which is what runs this test",
+    "sdk": "builds against an SDK; the test with a stand-in of one runs it",
     "waiting": "is answered only while a request of the program waits; the service's own test runs it",
 }
 RUN = {
@@ -26,7 +27,7 @@ class Block:
 
     def __init__(self, path, line, info, presses):
         words = info.split()
-        self.place = f"{path.relative_to(jxtest.SOURCE)}:{line}"
+        self.place = f"{path.relative_to(SOURCE)}:{line}"
         self.language = words[0] if words else ""
         self.word = " ".join(words[1:])
         self.presses = presses
@@ -39,8 +40,8 @@ class Block:
 
 def documents():
     """What is written for readers."""
-    top = [jxtest.SOURCE / name for name in ("README.md", "CONTRIBUTING.md", "CHANGELOG.md", "packaging/README.md")]
-    return top + sorted((jxtest.SOURCE / "docs").rglob("*.md"))
+    top = [SOURCE / name for name in ("README.md", "CONTRIBUTING.md", "CHANGELOG.md", "packaging/README.md")]
+    return top + sorted((SOURCE / "docs").rglob("*.md"))
 
 
 def blocks(path):
@@ -91,16 +92,16 @@ def links(path):
     return re.findall(r"\]\(([^)\s]+)\)", prose(path))
 
 
-def make_tree(root):
-    """A tree to run commands in: this one by links, with the build of this test as build/release, and a `jx` that starts
+def make_tree(root, build):
+    """A tree to run commands in: this one by links, with `build` as build/release, and a `jx` that starts
     that build without building it."""
     tree = pathlib.Path(root) / "tree"
     tree.mkdir()
-    for entry in jxtest.SOURCE.iterdir():
+    for entry in SOURCE.iterdir():
         if entry.name not in ("jx", "build", ".git"):
             (tree / entry.name).symlink_to(entry)
     (tree / "build").mkdir()
-    (tree / "build/release").symlink_to(jxtest.BUILD)
+    (tree / "build/release").symlink_to(build)
     stand_in = tree / "jx"
     stand_in.write_text('#!/bin/sh\n[ "$1" = run ] || exit 2\nshift\nexec tools/run/terminal build/release "$@"\n')
     stand_in.chmod(0o755)
