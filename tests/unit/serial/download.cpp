@@ -27,6 +27,27 @@ std::string bigEndian(std::uint32_t value, unsigned size) {
 
 const std::string kParameterRecord = "\x02ZOR,JXAPP,XDL,p,,,,1024,,\x03\x57\xCF";
 
+const std::vector<State> kStates = {
+    {"behind the letter of a text", "\x02M"},
+    {"in a text", "\x02Mabc"},
+    {"in a text's check value", "\x02Mab\x03\x01"},
+    {
+        "behind the letter of a signal",
+        "\x02"
+        "C",
+    },
+    {
+        "in a signal's check value",
+        "\x02"
+        "C\x03\x8A",
+    },
+    {"behind the letter of data", "\x02W"},
+    {"in a data header", bytes("\x02W\0\4\0")},
+    {"behind a data header", bytes("\x02W\0\4\0\0\0\0")},
+    {"in data", bytes("\x02W\0\4\0\0\0\0ab")},
+    {"in data's check value", bytes("\x02W\0\4\0\0\0\0abcd\1")},
+};
+
 std::string textRecord(char letter, const std::string& text) { return checked(letter + text + "\x03"); }
 
 std::string openRecord(const std::string& name) { return textRecord('O', std::string(39, ' ') + name); }
@@ -125,7 +146,7 @@ std::string Download::exchange(const std::string& record, std::size_t answer) {
   return line.receive(answer);
 }
 
-void Download::feed(const std::string& bytes) const {
+void feed(const PtyPair& line, const std::string& bytes) {
   const Calls& calls = Calls::instance();
   const std::size_t before = calls.bytesRead;
   line.send(bytes);

@@ -27,6 +27,16 @@ std::string damaged(std::string record);
 
 extern const std::string kParameterRecord;
 
+// Where in a record a download can be: the bytes that bring it there.
+struct State {
+  std::string name;
+  std::string bytes;
+};
+extern const std::vector<State> kStates;
+
+// Sends `bytes`, and waits until the receiver has read every one of them.
+void feed(const PtyPair& line, const std::string& bytes);
+
 // Records each call as a line; refuses what it is told to refuse.
 class RecordingSystem : public Tessolan::System {
  public:
@@ -71,8 +81,7 @@ class Download {
 
   // Sends, and returns what the terminal answers to it, `answer` bytes.
   std::string exchange(const std::string& record, std::size_t answer = 1);
-  // Sends, and waits until the receiver has read every byte of it.
-  void feed(const std::string& bytes) const;
+  void feed(const std::string& bytes) const { ::feed(line, bytes); }
   // Waits for the end, and returns the result; 99 where receive() threw.
   int result();
 

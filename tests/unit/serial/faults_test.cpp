@@ -12,32 +12,6 @@
 
 namespace {
 
-// Where a download can be: the bytes that bring it there.
-struct State {
-  const char* name;
-  std::string bytes;
-  bool inRecord;
-};
-
-const State kStates[] = {
-    {"behind the letter of a text", "\x02M", true},
-    {"in a text", "\x02Mabc", true},
-    {"in a text's check value", "\x02Mab\x03\x01", true},
-    {"behind the letter of a signal",
-     "\x02"
-     "C",
-     true},
-    {"in a signal's check value",
-     "\x02"
-     "C\x03\x8A",
-     true},
-    {"behind the letter of data", "\x02W", true},
-    {"in a data header", bytes("\x02W\0\4\0"), true},
-    {"behind a data header", bytes("\x02W\0\4\0\0\0\0"), true},
-    {"in data", bytes("\x02W\0\4\0\0\0\0ab"), true},
-    {"in data's check value", bytes("\x02W\0\4\0\0\0\0abcd\1"), true},
-};
-
 class Faults : public testing::Test {
  protected:
   Faults() { Calls::instance().timeDivisor = 20; }

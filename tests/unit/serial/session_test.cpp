@@ -278,6 +278,38 @@ TEST_F(Session, AbortWhileTheHostIsSilent_ShowsDownloadAborted) {
   EXPECT_EQ(0, installer().installations);
 }
 
+TEST_F(Session, AbortFromThePageInEachState_EndsWithMinusTwoAndEOT) {
+  Calls::instance().timeDivisor = 1;  // the byte's second must not be over before the abort
+  for (const std::string& before : {std::string(), openRecord("a"), openRecord("a") + dataRecord(0, "half")}) {
+    for (const State& state : kStates) {
+      FakeGui::instance().reset();
+      beginAndConnect();
+      feed(line_, before + state.bytes);
+      FakeGui::instance().report(0, 1);
+      line_.send("~");  // not to wait out the second
+      EXPECT_EQ(-2, end()) << state.name;
+      EXPECT_EQ("<span style='color:#f00'><b>Download aborted</b></span><br>", outcome()) << state.name;
+      const std::string answers = line_.pending();
+      EXPECT_EQ('\x04', answers.back()) << state.name;
+    }
+  }
+  EXPECT_EQ(0, installer().installations);
+}
+
+TEST_F(Session, AbortBetweenRecords_EndsWithMinusTwoWithoutAReply) {
+  const std::string whole[] = {openRecord("a"), dataRecord(0, "half"), textRecord('M', "half"), signalRecord('C')};
+  std::string before;
+  for (const std::string& record : whole) {
+    before += record;
+    beginAndConnect();
+    feed(line_, before);
+    FakeGui::instance().report(0, 1);
+    EXPECT_EQ(-2, end());
+    const std::string answers = line_.pending();
+    EXPECT_EQ(std::string(answers.size(), '\x06'), answers);
+  }
+}
+
 TEST_F(Session, OtherReportsOfThePage_DoNotAbort) {
   beginAndConnect();
   FakeGui::instance().report(0, 0);
