@@ -121,7 +121,10 @@ class SerialDownloadTest(SerialCase):
         self.press_abort()
         output, _ = process.communicate(timeout=60)
         self.assertIn(process.returncode, (30, 34))
-        self.assertEqual(json.loads(output.splitlines()[-1])["code"], process.returncode)
+        result = json.loads(output.splitlines()[-1])
+        self.assertEqual(result["code"], process.returncode)
+        self.assertLessEqual(20, result["records"])  # of 1024 bytes
+        self.assertIn("sent_again", result)
         self.assertIn(self.outcome(), (ABORTED, ERROR + "COM1 download failed -3."))
         self.assert_nothing_installed()
 
@@ -132,7 +135,8 @@ class SerialDownloadTest(SerialCase):
         process.send_signal(signal.SIGINT)
         _, errors = process.communicate(timeout=60)
         self.assertEqual(process.returncode, 130)
-        self.assertIn("jxpush: interrupted; the terminal was told to drop the download\n", errors)
+        self.assertRegex(errors, "jxpush: interrupted; the terminal was told to drop the download\n"
+                                 r"jxpush: \d+ records sent, \d+ of them again\n$")
         self.assertEqual(self.outcome(), ERROR + "COM1 download failed -4.")
         self.assert_nothing_installed()
 

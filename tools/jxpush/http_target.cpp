@@ -149,11 +149,9 @@ HttpTarget::HttpTarget(HttpAddress address, const TargetOptions& options)
 
 void HttpTarget::check(const std::vector<InputFile>& /*files*/) {}
 
-Outcome HttpTarget::send(const std::vector<InputFile>& files, Observer& observer) {
+void HttpTarget::send(const std::vector<InputFile>& files, Observer& observer, Outcome& outcome) {
   observer.waiting("a connection to " + connection_.address.text());
-  Outcome outcome;
   outcome.log = Upload(connection_, files, observer).run().log;
-  return outcome;
 }
 
 }  // namespace jxpush

@@ -13,10 +13,10 @@ class HttpTarget : public Target {
  public:
   HttpTarget(HttpAddress address, const TargetOptions& options);
   void check(const std::vector<InputFile>& files) override;
-  // Sends the files in one form and returns the installer's log, whatever its verdict. Throws Problem: kNoPort when
+  // Sends the files in one form and keeps the installer's log, whatever its verdict. Throws Problem: kNoPort when
   // nothing can have been installed, kUnknown when something may have been, kGaveUp when the upload was refused or this
   // is no terminal, kInput, kInterrupted.
-  Outcome send(const std::vector<InputFile>& files, Observer& observer) override;
+  void send(const std::vector<InputFile>& files, Observer& observer, Outcome& outcome) override;
 
  private:
   const HttpConnection connection_;

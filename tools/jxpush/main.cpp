@@ -47,7 +47,7 @@ void push(const Options& options, Result& result) {
   const std::unique_ptr<ProgressReporter> reporter = makeReporter(options.progress, stderr);
   reporter->setTotal(result.bytes);
   try {
-    result.outcome = target->send(files, *reporter);
+    target->send(files, *reporter, result.outcome);
   } catch (...) {
     reporter->end();
     throw;

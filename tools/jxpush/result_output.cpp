@@ -29,17 +29,25 @@ nlohmann::json toJson(const Result& result) {
                            {"bytes", result.bytes}};
   if (!result.message.empty()) object["message"] = result.message;
   if (!result.outcome.log.empty()) addLog(object, result.outcome.log);
-  if (result.code != ExitCode::kSent || result.dryRun) return object;
-  object["seconds"] = result.seconds;
   if (result.outcome.records > 0) {
     object["records"] = result.outcome.records;
     object["sent_again"] = result.outcome.sentAgain;
   }
+  if (result.code != ExitCode::kSent || result.dryRun) return object;
+  object["seconds"] = result.seconds;
   if (!result.outcome.answer.empty()) object["answer"] = result.outcome.answer;
   return object;
 }
 
 const char* plural(std::uint64_t count) { return count == 1 ? "" : "s"; }
+
+// What a sending that failed took: how bad the line is.
+void printRecords(const Outcome& outcome) {
+  if (outcome.records == 0) return;
+  std::fprintf(stderr, "jxpush: %llu record%s sent, %llu of them again\n",
+               static_cast<unsigned long long>(outcome.records), plural(outcome.records),
+               static_cast<unsigned long long>(outcome.sentAgain));
+}
 
 }  // namespace
 
@@ -60,7 +68,7 @@ void printResult(const Result& result, bool json) {
   if (!json) printLog(result.outcome.log, stdout);
   if (result.code != ExitCode::kSent) std::fprintf(stderr, "jxpush: %s\n", result.message.c_str());
   if (json) return printJson(toJson(result));
-  if (result.code != ExitCode::kSent) return;
+  if (result.code != ExitCode::kSent) return printRecords(result.outcome);
   std::printf("%s %zu file%s, %llu bytes", result.dryRun ? "Would send" : "Sent", result.files, plural(result.files),
               static_cast<unsigned long long>(result.bytes));
   if (!result.dryRun) {

@@ -29,7 +29,8 @@ struct Result {
 
 // "NAME: 12345 bytes, sha256 …" as text, or {"event":"file",…}.
 void printFile(const InputFile& file, bool json);
-// The last line: a sentence, which for a failure goes to standard error, or {"event":"result",…}.
+// The last line: a sentence, which for a failure goes to standard error with a second line that counts the records, or
+// {"event":"result",…}.
 void printResult(const Result& result, bool json);
 
 }  // namespace jxpush

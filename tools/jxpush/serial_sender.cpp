@@ -34,14 +34,13 @@ bool holds(const std::string& bytes, unsigned char byte) {
 
 }  // namespace
 
-SerialSender::SerialSender(BytePort& port, Observer& observer, const SerialTimes& times)
-    : port_(port), observer_(observer), times_(times) {}
+SerialSender::SerialSender(BytePort& port, Observer& observer, Outcome& outcome, const SerialTimes& times)
+    : port_(port), observer_(observer), outcome_(outcome), times_(times) {}
 
-Outcome SerialSender::send(const std::vector<InputFile>& files, int waitSeconds) try {
+void SerialSender::send(const std::vector<InputFile>& files, int waitSeconds) try {
   connect(waitSeconds);
   for (std::size_t i = 0; i < files.size(); ++i) sendFile(files[i], i + 1, files.size());
   finish();
-  return outcome_;
 } catch (const Interrupted&) {
   cancel();
   throw Problem(ExitCode::kInterrupted, connected_ ? "interrupted; the terminal was told to drop the download"
@@ -75,8 +74,7 @@ void SerialSender::sendFile(const InputFile& file, std::size_t number, std::size
 void SerialSender::open(const std::string& name) {
   const std::string record = openRecord(name);
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    if (attempt > 0) countRepeat();
-    const Answer answer = exchange(record);
+    const Answer answer = exchange(record, attempt == 0 ? Round::First : Round::Again);
     if (answer == Answer::Taken) return;
     // A second record would begin a second file and leave the first one empty. An empty data record is accepted only
     // while a file is open; refusing it ends the download with a code.
@@ -90,23 +88,22 @@ void SerialSender::sendContent(const InputFile& file) {
   std::uint64_t done = 0;
   while (done < file.size()) {
     const std::uint64_t end = std::min<std::uint64_t>(file.size(), done + kGroup * largestData_);
-    sendGroup(file, done, end);
+    sendGroup(file, done, end, Round::First);
     // Surplus answers: some record of the group may not have been taken. Data records can be repeated at will.
     for (int attempt = 1; !inStep(); ++attempt) {
       if (attempt == kAttempts) giveUp("the line makes up answers");
-      countRepeat();
-      sendGroup(file, done, end);
+      sendGroup(file, done, end, Round::Again);
     }
     done = end;
   }
 }
 
-void SerialSender::sendGroup(const InputFile& file, std::uint64_t from, std::uint64_t to) {
+void SerialSender::sendGroup(const InputFile& file, std::uint64_t from, std::uint64_t to, Round round) {
   char block[tessolan::kLargestData];
   while (from < to) {
     const auto size = static_cast<std::size_t>(std::min<std::uint64_t>(largestData_, to - from));
     file.read(from, block, size);
-    deliver(dataRecord(static_cast<std::uint32_t>(from), block, size));
+    deliver(dataRecord(static_cast<std::uint32_t>(from), block, size), round);
     from += size;
     observer_.acknowledged(from);
     showMessage(from, file.size());
@@ -115,9 +112,8 @@ void SerialSender::sendGroup(const InputFile& file, std::uint64_t from, std::uin
 
 void SerialSender::closeFile() {
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    deliver(closeRecord());
+    deliver(closeRecord(), attempt == 0 ? Round::First : Round::Again);
     if (inStep()) return;
-    countRepeat();
   }
   giveUp("the line makes up answers");
 }
@@ -170,17 +166,16 @@ void SerialSender::showMessage(std::uint64_t bytes, std::uint64_t size) {
   lastMessage_ = now;
 }
 
-void SerialSender::deliver(const std::string& record) {
+void SerialSender::deliver(const std::string& record, Round round) {
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    if (attempt > 0) countRepeat();
-    if (exchange(record) == Answer::Taken) return;
+    if (exchange(record, attempt == 0 ? round : Round::Again) == Answer::Taken) return;
   }
   giveUp("the same record failed " + std::to_string(kAttempts) + " times");
 }
 
-SerialSender::Answer SerialSender::exchange(const std::string& record) {
+SerialSender::Answer SerialSender::exchange(const std::string& record, Round round) {
   dropSurplus();
-  ++outcome_.records;
+  count(round);
   port_.write(record.data(), record.size());
   const int byte = port_.readByte(times_.answerMs);
   return byte == tessolan::kACK ? Answer::Taken : judge(byte);
@@ -260,6 +255,9 @@ void SerialSender::settle() {
 
 void SerialSender::sendByte(unsigned char byte) { port_.write(&byte, 1); }
 
-void SerialSender::countRepeat() { observer_.sentAgain(++outcome_.sentAgain); }
+void SerialSender::count(Round round) {
+  ++outcome_.records;
+  if (round == Round::Again) observer_.sentAgain(++outcome_.sentAgain);
+}
 
 }  // namespace jxpush

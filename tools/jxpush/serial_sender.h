@@ -31,24 +31,26 @@ struct SerialTimes {
 
 class SerialSender {
  public:
-  // Both outlive the sender.
-  SerialSender(BytePort& port, Observer& observer, const SerialTimes& times = SerialTimes());
+  // All three outlive the sender. It counts the records in `outcome`.
+  SerialSender(BytePort& port, Observer& observer, Outcome& outcome, const SerialTimes& times = SerialTimes());
 
   // Sends `files`. Throws Problem: kGaveUp, kRefused, kInterrupted, kInput; whenever the terminal can still be reached
   // it has then been told to drop the download, so that it installs nothing. Blocks; waits for the terminal at most
   // `waitSeconds`.
-  Outcome send(const std::vector<InputFile>& files, int waitSeconds);
+  void send(const std::vector<InputFile>& files, int waitSeconds);
 
  private:
   using Clock = std::chrono::steady_clock;
   // What became of a record. Lost: the terminal is in step again, but whether it took the record is not known.
   enum class Answer { Taken, Refused, Lost };
+  // Whether a record goes out for the first time.
+  enum class Round { First, Again };
 
   void connect(int waitSeconds);
   void sendFile(const InputFile& file, std::size_t number, std::size_t count);
   void open(const std::string& name);
   void sendContent(const InputFile& file);
-  void sendGroup(const InputFile& file, std::uint64_t from, std::uint64_t to);
+  void sendGroup(const InputFile& file, std::uint64_t from, std::uint64_t to, Round round);
   void closeFile();
   void finish();
   bool readEnd();
@@ -56,8 +58,8 @@ class SerialSender {
   void tryToCancel();
   void showMessage(std::uint64_t bytes, std::uint64_t size);
 
-  void deliver(const std::string& record);
-  Answer exchange(const std::string& record);
+  void deliver(const std::string& record, Round round = Round::First);
+  Answer exchange(const std::string& record, Round round);
   void dropSurplus();
   Answer judge(int byte);
   std::optional<std::string> enquire(int attempts, int timeoutMs);
@@ -66,12 +68,12 @@ class SerialSender {
   bool inStep();
   void settle();
   void sendByte(unsigned char byte);
-  void countRepeat();
+  void count(Round round);
 
   BytePort& port_;
   Observer& observer_;
+  Outcome& outcome_;
   const SerialTimes times_;
-  Outcome outcome_;
   bool connected_ = false;
   bool doubt_ = false;  // an answer was made up since both ends were last seen in step
   std::size_t largestData_ = 0;

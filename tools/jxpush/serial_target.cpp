@@ -28,10 +28,10 @@ void SerialTarget::check(const std::vector<InputFile>& files) {
   SerialPort::check(device_);
 }
 
-Outcome SerialTarget::send(const std::vector<InputFile>& files, Observer& observer) {
+void SerialTarget::send(const std::vector<InputFile>& files, Observer& observer, Outcome& outcome) {
   check(files);
   SerialPort port(device_, options_.stopFd);
-  return SerialSender(port, observer).send(files, options_.waitSeconds);
+  SerialSender(port, observer, outcome).send(files, options_.waitSeconds);
 }
 
 }  // namespace jxpush

@@ -12,7 +12,7 @@ class SerialTarget : public Target {
  public:
   SerialTarget(std::string device, const TargetOptions& options);
   void check(const std::vector<InputFile>& files) override;
-  Outcome send(const std::vector<InputFile>& files, Observer& observer) override;
+  void send(const std::vector<InputFile>& files, Observer& observer, Outcome& outcome) override;
 
  private:
   const std::string device_;

@@ -25,15 +25,15 @@ class Observer {
   virtual void fileBegins(const InputFile& file) = 0;
   // `bytes` of the present file are acknowledged.
   virtual void acknowledged(std::uint64_t bytes) = 0;
-  // What was sent once more so far, in the target's own unit.
+  // How many were sent once more so far, in the target's own unit: each time counts.
   virtual void sentAgain(std::uint64_t records) = 0;
   // Everything has been sent, and the terminal installs it.
   virtual void installing() {}
 };
 
-// What a sending that succeeded took.
+// What a sending took.
 struct Outcome {
-  std::uint64_t records = 0;  // in the target's own unit, those sent again among them; 0: it has none
+  std::uint64_t records = 0;  // sent in the target's own unit, those sent again among them; 0: it has none
   std::uint64_t sentAgain = 0;
   std::string answer;        // what the target said of it, as text; may be empty
   std::vector<LogLine> log;  // the installer's log, where the target tells it
@@ -49,8 +49,9 @@ class Target {
   // Throws Problem when sending cannot work for a reason that can be seen without touching the terminal.
   virtual void check(const std::vector<InputFile>& files) = 0;
   // Sends all of `files` in order, or throws Problem: then the terminal has been kept from installing them, or the
-  // message says what may have happened. Blocks.
-  virtual Outcome send(const std::vector<InputFile>& files, Observer& observer) = 0;
+  // message says what may have happened. `outcome`, empty before, is kept up to date, so that it also tells what a
+  // sending took that failed. Blocks.
+  virtual void send(const std::vector<InputFile>& files, Observer& observer, Outcome& outcome) = 0;
 };
 
 // How targets are made.

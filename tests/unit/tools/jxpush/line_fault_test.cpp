@@ -94,7 +94,7 @@ End sendOver(const LineSimulator::Settings& settings, const std::vector<InputFil
   RecordingObserver observer;
   try {
     SerialPort port(line.hostPath(), -1);
-    end.outcome = SerialSender(port, observer, scaledTimes()).send(files, 3);
+    SerialSender(port, observer, end.outcome, scaledTimes()).send(files, 3);
   } catch (const Problem& problem) {
     end.sender = problem.code();
   }

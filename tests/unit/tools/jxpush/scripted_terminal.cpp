@@ -27,6 +27,7 @@ void ScriptedTerminal::write(const void* data, std::size_t size) {
   if (state_.ended) return;
   if (record == "\x05") return answerTo('E', record);
   if (record == "\x04") return answerTo('.', record);
+  state_.records.push_back(record);
   answerTo(record.at(1), record);
 }
 

@@ -3,6 +3,7 @@
 
 #include <deque>
 #include <functional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -33,6 +34,11 @@ class ScriptedTerminal : public jxpush::BytePort {
   // The files as the terminal stored them, the letters of what it received, its end.
   const std::vector<std::string>& files() const { return state_.files; }
   const std::string& letters() const { return state_.letters; }
+  // The records among it, neither enquiries nor ends, and how many of them it had received before.
+  std::size_t recordCount() const { return state_.records.size(); }
+  std::size_t repeatCount() const {
+    return state_.records.size() - std::set<std::string>(state_.records.begin(), state_.records.end()).size();
+  }
   const std::vector<std::string>& messages() const { return state_.messages; }
   bool ended() const { return state_.ended; }
   int result() const { return state_.result; }
@@ -48,6 +54,7 @@ class ScriptedTerminal : public jxpush::BytePort {
     std::vector<std::string> files;
     std::vector<std::string> messages;
     std::string letters;
+    std::vector<std::string> records;
     bool open = false;
     bool ended = false;
     int result = 0;

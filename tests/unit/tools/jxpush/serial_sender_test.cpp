@@ -20,8 +20,10 @@ class SerialSenderTest : public testing::Test {
 
   // The code that sending ends with.
   ExitCode send(int waitSeconds = 0) {
+    outcome_ = {};
+    observer_.again = 0;
     try {
-      outcome_ = SerialSender(terminal_, observer_).send(files_.files(), waitSeconds);
+      SerialSender(terminal_, observer_, outcome_).send(files_.files(), waitSeconds);
       return ExitCode::kSent;
     } catch (const Problem& problem) {
       message_ = problem.what();
@@ -41,6 +43,13 @@ class SerialSenderTest : public testing::Test {
     EXPECT_EQ(std::vector<std::string>{content_}, terminal_.files());
     EXPECT_TRUE(terminal_.ended());
     EXPECT_EQ(0, terminal_.result());
+    expectCounts(terminal_.recordCount(), terminal_.repeatCount());
+  }
+
+  void expectCounts(std::size_t records, std::size_t again) {
+    EXPECT_EQ(records, outcome_.records);
+    EXPECT_EQ(again, outcome_.sentAgain);
+    EXPECT_EQ(again, observer_.again);
   }
 
   // The terminal has dropped the download.
@@ -65,8 +74,7 @@ TEST_F(SerialSenderTest, OneFile_IsSentInOrder) {
   EXPECT_EQ("EOMWWWECE.", terminal_.letters());
   EXPECT_EQ(std::vector<std::string>{"hello.zip: 0 %"}, terminal_.messages());
   EXPECT_EQ(3000U, observer_.last);
-  EXPECT_EQ(6U, outcome_.records);
-  EXPECT_EQ(0U, outcome_.sentAgain);
+  expectCounts(6, 0);
   expectWhole();
 }
 
@@ -118,8 +126,7 @@ INSTANTIATE_TEST_SUITE_P(Letters, EachRecordTest, testing::Values('O', 'M', 'W',
 TEST_P(EachRecordTest, Refused_IsRepeated) {
   meets(GetParam(), 1, {false, "\x15"});
   EXPECT_EQ(ExitCode::kSent, send());
-  EXPECT_EQ(1U, outcome_.sentAgain);
-  EXPECT_EQ(1U, observer_.again);
+  expectCounts(7, 1);
   expectWhole();
 }
 
@@ -160,6 +167,8 @@ TEST_P(EachRecordTest, RefusedForEver_IsGivenUpAndDropped) {
   static const Fate kRefused{false, "\x15"};
   terminal_.fate = [](char letter, int) { return letter == GetParam() ? &kRefused : nullptr; };
   EXPECT_EQ(ExitCode::kGaveUp, send());
+  const std::size_t before = std::string("OMWWWC").find(GetParam());
+  expectCounts(before + 8, 7);
   if (GetParam() != 'W') expectDropped();
 }
 
@@ -214,8 +223,46 @@ TEST_F(SerialSenderTest, InventedAcknowledgement_RepeatsTheGroup) {
   static const Fate kInvented{false, "\x06\x15"};
   terminal_.fate = [](char letter, int nth) { return letter == 'W' && nth == 1 ? &kInvented : nullptr; };
   EXPECT_EQ(ExitCode::kSent, send());
-  EXPECT_LT(0U, outcome_.sentAgain);
+  EXPECT_EQ("EOMWEWWEWWWECE.", terminal_.letters());
+  expectCounts(9, 3);
   expectWhole();
+}
+
+TEST_F(SerialSenderTest, LargeGroupSentOnceMore_CountsEachOfItsRecords) {
+  content_ = mixedBytes(64UL * 1024);
+  files_.clear();
+  files_.add("large", content_);
+  meets('W', 64, {true, "\x06\x06"});
+  EXPECT_EQ(ExitCode::kSent, send());
+  EXPECT_EQ("EOM" + std::string(64, 'W') + "E" + std::string(64, 'W') + "ECE.", terminal_.letters());
+  expectCounts(2 + 64 + 64 + 1, 64);
+  expectWhole();
+}
+
+TEST_F(SerialSenderTest, RecordThatFailsInAGroupSentOnceMore_CountsEachTime) {
+  static const Fate kTwo{true, "\x06\x06"};
+  static const Fate kRefused{false, "\x15"};
+  terminal_.fate = [](char letter, int nth) -> const Fate* {
+    if (letter != 'W') return nullptr;
+    if (nth == 3) return &kTwo;
+    return nth == 5 ? &kRefused : nullptr;
+  };
+  EXPECT_EQ(ExitCode::kSent, send());
+  EXPECT_EQ("EOMWWWEWWEWWECE.", terminal_.letters());
+  expectCounts(10, 4);
+  expectWhole();
+}
+
+TEST_F(SerialSenderTest, AnswersTooManyForEver_AreGivenUpAndCounted) {
+  static const Fate kTwo{true, "\x06\x06"};
+  for (const char which : {'W', 'C'}) {
+    terminal_.reset();
+    terminal_.fate = [which](char letter, int) { return letter == which ? &kTwo : nullptr; };
+    EXPECT_EQ(ExitCode::kGaveUp, send());
+    EXPECT_EQ("the line makes up answers", message_);
+    if (which == 'W') expectCounts(2 + 8 * 3, 7 * 3);
+    if (which == 'C') expectCounts(5 + 8, 7);
+  }
 }
 
 TEST_F(SerialSenderTest, InventedAnswerThenALostRecord_StillSendsTheWholeFile) {
@@ -314,7 +361,7 @@ TEST_F(SerialSenderTest, FileThatChanges_DropsTheDownload) {
 TEST_F(SerialSenderTest, Messages_CarryThePercentage) {
   SerialTimes times;
   times.messageMs = 0;
-  SerialSender(terminal_, observer_, times).send(files_.files(), 0);
+  SerialSender(terminal_, observer_, outcome_, times).send(files_.files(), 0);
   EXPECT_EQ((std::vector<std::string>{"hello.zip: 0 %", "hello.zip: 34 %", "hello.zip: 68 %", "hello.zip: 100 %"}),
             terminal_.messages());
 }

@@ -19,6 +19,8 @@ class TestFiles {
   // Makes the file `name` and opens it for sending.
   void add(const std::string& name, const std::string& content);
   std::string path(const std::string& name) const { return folder_ + "/" + name; }
+  // Sends none of those made so far.
+  void clear() { files_.clear(); }
   const std::vector<jxpush::InputFile>& files() const { return files_; }
 
  private:
