@@ -22,7 +22,7 @@ std::size_t readByBlocks(zorhtml::HttpProto& proto, std::size_t seed) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const ScriptedPeer peer = peerOf(data, size);
+  Peer peer = peerOf(data, size);
   zorhtml::HttpProto proto(peer.stream());
   zorhtml::HttpMethod method = zorhtml::HttpMethod::Unknown;
   std::string path;

@@ -10,6 +10,8 @@ CORPUS = pathlib.Path(__file__).parent / "corpus"
 FORM = (b'--x\r\nContent-Disposition: form-data; name="upload"; filename="a.zip"\r\nContent-Type: application/zip\r\n\r\n'
         b"content\r\n--x\r\n\tfolded\r\nContent-Disposition: form-data;\r\n name=upload; filename=b\r\n\r\n\r\n--\r\n--x--\r\n")
 POST = b"POST /upload HTTP/1.1\r\nContent-Type: multipart/form-data; boundary=x\r\nConnection: keep-alive\r\n"
+POST_MUCH = b"\x00" + POST
+NO_HEADERS = b"--x\r\n" + 2049 * b"\n" + b"\r\n\r\n\r\n--x--"
 
 PAGE = (b"<!DOCTYPE html>\n<html>\n<body>\n<form action='/' method='GET'>\n%s"
         b"<input type='submit' value='OK'>\n</form>\n</body>\n</html>\n")
@@ -56,18 +58,34 @@ def result(body, path=b"1"):
             b"Content-Type: application/json\r\nContent-Length: %d\r\n\r\n%s" % (path, len(body), body))
 
 
-# The first byte of most says in what pieces the others arrive.
+# What the first bytes say, and how a peer's silence (0xFE), a chunk's edge (0xFD) and a repetition (0xFC) stand among the
+# others, is told by fuzz/input.h and the fuzzers themselves.
 SEEDS = {
-    "request_head": [b"\x00GET / HTTP/1.1\r\nHost: a\r\n\r\n", b"\xffGET /%2541/../b//c?d HTTP/1.0\r\nX: 1\r\n 2\r\n\r\n",
-                     b"\x03POST \\x\nAuthorization: Basic dXNlcjpwYXNz\n\n", b"\x01HTTP/1.1 404 Not Found\r\n\r\n", b"\x00G"],
+    "request_head": [b"\x00GET / HTTP/1.1\r\nHost: a\r\n\r\n", b"\x00GET /%2541/../b//c?d HTTP/1.0\r\nX: 1\r\n 2\r\n\r\n",
+                     b"\x02POST \\x\nAuthorization: Basic dXNlcjpwYXNz\n\n", b"\x01HTTP/1.1 404 Not Found\r\n\r\n", b"\x00G",
+                     b"\x00GET / HTTP/1.1\r\nHo\xfest: a\r\n\r\n", b"\x01GET /", b"\x00GET /\xfe\xfe HTTP/1.1\r\n\r\n"],
     "body_framing": [b"\x00POST / HTTP/1.1\r\nContent-Length: 5\r\n\r\nhello",
-                     b"\xffPOST / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n5;x\r\nhello\r\n0\r\nA: b\r\n\r\n",
-                     b"\x02HTTP/1.1 200 OK\r\nContent-Length: -1\r\nConnection: close\r\n\r\n1000\r\n" + b"z" * 4096 + b"\r\n0\r\n\r\n"],
-    "connection": [b"\xffGET / HTTP/1.1\r\nConnection: keep-alive\r\n\r\nGET /certificates.tar HTTP/1.1\r\n\r\n",
-                   b"\x10" + POST + b"Content-Length: %d\r\n\r\n" % len(FORM) + FORM + b"HEAD / HTTP/1.1\r\n\r\n",
-                   b"\xff" + POST + b"Transfer-Encoding: chunked\r\n\r\n%x\r\n" % len(FORM) + FORM + b"\r\n0\r\n\r\n",
-                   b"\x01PUT / HTTP/1.1\r\n\r\n"],
-    "multipart": [b"\xff" + FORM, b"\x00" + FORM, b"\x05preamble\r\n" + FORM + b"epilogue", b"\x01--x--"],
+                     b"\x00POST / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n5;x\r\nhello\r\n0\r\nA: b\r\n\r\n",
+                     b"\x00HTTP/1.1 200 OK\r\nContent-Length: -1\r\nConnection: close\r\n\r\n1000\r\n" + b"z" * 4096 + b"\r\n0\r\n\r\n",
+                     b"\x00POST / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nhello\xfe1\r\nx\r\n0\r\n\xfe\r\n",
+                     b"\x02POST / HTTP/1.1\r\nContent-Length: 6\r\n\r\nhello"],
+    "connection": [b"\x00GET / HTTP/1.1\r\nConnection: keep-alive\r\n\r\nGET /certificates.tar HTTP/1.1\r\n\r\n",
+                   b"\x00" + POST + b"Content-Length: %d\r\n\r\n" % len(FORM) + FORM + b"HEAD / HTTP/1.1\r\n\r\n",
+                   b"\x00" + POST + b"Transfer-Encoding: chunked\r\n\r\n%x\r\n" % len(FORM) + FORM + b"\r\n0\r\n\r\n",
+                   b"\x01PUT / HTTP/1.1\r\n\r\n", b"\x08GET / HTTP/1.1\r\n\r\n",
+                   b"\x02GET / HTTP/1.1\r\nConnection: keep-alive\r\n\r\n\xfeGET / HTTP/1.1\r\n\r\n",
+                   # Much is announced, or made of little.
+                   b"\x00POST / HTTP/1.1\r\nContent-Length: 1000000\r\n\r\n", POST_MUCH + b"Content-Length: 2147483647\r\n\r\n--x\r\n",
+                   POST_MUCH + b"Transfer-Encoding: chunked\r\n\r\n7fffffff\r\n--x\r\n", b"\x00GET / HTTP/1.1 " + 2049 * b"a ",
+                   b"\x00GET / HTTP/1.1\r\n" + b"".join(b"%c:\n" % c for c in range(14, 255) if c not in b"\n\r :\xfe") + b"\n",
+                   POST_MUCH + b"Content-Length: %d\r\n\r\n" % len(NO_HEADERS) + NO_HEADERS],
+    "multipart": [b"\x00\x80" + FORM, b"\x08\x80" + FORM, b"\x00\x80preamble\r\n" + FORM + b"epilogue", b"\x00\x80--x--",
+                  # A length too small, too large; cut by a silence, by chunks, by a last one that is missing.
+                  b"\x04\x70" + FORM, b"\x05\x90" + FORM, b"\x00\x80" + FORM.replace(b"content", b"con\xfetent"),
+                  b"\x08\x80" + FORM.replace(b"\r\n--x", b"\r\xfd\n-\xfd-x"), b"\x0e\x80" + FORM,
+                  b"\x08\x80" + FORM.replace(b"content", b"con\xfd\xfetent"),
+                  # The delimiter of the first file over the end of what is looked at.
+                  b"\x00\x80" + FORM.replace(b"content", b"c\xfc\xff" + b"c" * 12), b"\x08\x80" + FORM.replace(b"content", b"c\xfd\xfc\xff\xfd" + b"c" * 9)],
     "next_param": [b'form-data; name="upload"; filename="a \\"b\\".zip"', b"multipart/form-data; boundary=x", b'a=b=c,"d', b""],
     "base64": [b"", b"f", b"fo", b"foo", b"Zm9vYmFy", b"dXNl cjpw\r\nYXNz", b"-_=="],
     "url": [b"http://host:8080/a?b", b"host", b"host:8080/a?b", b"https://[::1]:80/", b"://", b"a:99999"],

@@ -5,29 +5,28 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <string>
+#include <vector>
 
-// What lay in the source directory.
-struct StoredFiles {
-  int count;
-  std::size_t bytes;
-};
+#include "fuzz/input.h"
 
-// Removes the numbered archives.
-inline StoredFiles emptySourceDirectory() {
-  StoredFiles stored{0, 0};
+// Takes the numbered archives out of the source directory, in which nothing else may lie, and returns what was in them.
+inline std::vector<std::string> takeStoredFiles() {
+  const std::string directory = jxapp::jxInstallSourceDir();
+  std::vector<std::string> contents;
   for (;;) {
-    const std::string path =
-        std::string(jxapp::jxInstallSourceDir()) + "/upload-" + std::to_string(stored.count) + ".zip";
-    struct stat status {};
-    if (stat(path.c_str(), &status) != 0) return stored;
-    stored.bytes += static_cast<std::size_t>(status.st_size);
-    ++stored.count;
+    const std::string path = directory + "/upload-" + std::to_string(contents.size()) + ".zip";
+    std::ifstream file(path, std::ios::binary);
+    if (!file) break;
+    contents.emplace_back(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
     std::remove(path.c_str());
   }
+  require(rmdir(directory.c_str()) == 0 && mkdir(directory.c_str(), 0700) == 0);
+  return contents;
 }
 
 namespace jxapp {
