@@ -1,4 +1,4 @@
-"""Compares the program's readers with the model on generated input: valid, mutated, cut.
+"""Compares the program's readers with the model on generated input: valid, mutated, cut, and interrupted by a silence.
 
 Usage: compare.py DRIVER CASES [SEED]
 """
@@ -107,8 +107,7 @@ def text(data):
     return data.hex() or "-"
 
 
-def expect_message(data, server):
-    message = model.Message(data)
+def expect_message(message, server):
     status, method, path, keep = message.read_header()
     if server:
         message.client_mode = 0
@@ -121,16 +120,15 @@ def expect_message(data, server):
         except model.Broken:
             body, length = b"", -1
         words.append(f"| {length} {text(body)} {message.open:d} {message.remaining}")
-    return " ".join(words), message
+    return " ".join(words)
 
 
-def expect_form(data):
-    message = model.Message(data)
+def expect_form(message):
     if message.read_header()[0] != 200:
-        return "no request", message
+        return "no request"
     message.client_mode = 0
     result, stored = model.receive(message, b"upload")
-    return " ".join([f"{result:d}", *map(text, stored), f"{message.open:d}"]), message
+    return " ".join([f"{result:d}", *map(text, stored), f"{message.open:d}"])
 
 
 def main():
@@ -143,16 +141,18 @@ def main():
             for number in range(cases):
                 kind = generator.random.choice("QAF")
                 data = generator.form() if kind == "F" else generator.message()
-                piece = generator.random.choice([1, 2, 3, 100, 4096, 1 << 20])
-                process.stdin.write(f"{kind} {piece} {len(data)} ".encode() + data)
+                silence = generator.random.choice([None, None, generator.random.randrange(len(data) + 1)])
+                end = generator.random.choice("CTF")
+                process.stdin.write(f"{kind} {-1 if silence is None else silence} {end} {len(data)} ".encode() + data)
                 process.stdin.flush()
-                expected, message = expect_form(data) if kind == "F" else expect_message(data, kind == "Q")
+                message = model.Message(data, silence, end == "C")
+                expected = expect_form(message) if kind == "F" else expect_message(message, kind == "Q")
                 # What is left unread is the next request; of a connection that was given up it means nothing.
                 got, unread = process.stdout.readline().decode().strip().rsplit(" ", 1)
                 same = got == expected and (not message.open or int(unread) == len(data) - message.at)
                 if not same:
                     different += 1
-                    print(f"case {number} of seed {seed}, {kind}, pieces of {piece}: {data!r}\n  model   {expected}"
+                    print(f"case {number} of seed {seed}, {kind}, silence at {silence}, end {end}: {data!r}\n  model   {expected}"
                           f" {len(data) - message.at}\n  program {got} {unread}", file=sys.stderr)
                 if different == 5:
                     process.kill()

@@ -1,8 +1,8 @@
 // Answers cases from standard input with what the program makes of them, one line of text each.
-// A case: a letter ('Q' a message read as a server, 'A' as a client, 'F' a form), the size of the pieces in which the
-// bytes arrive and their number, both as decimal text followed by a blank, then the bytes.
+// A case: a letter ('Q' a message read as a server, 'A' as a client, 'F' a form), the place of a silence in the bytes
+// (-1: none), a letter for what follows them ('C' the end of the connection, 'T' silence, 'F' a failure) and their
+// number, the numbers as decimal text, each of the four followed by a blank; then the bytes.
 // Usage: model_driver DIRECTORY (for the files of forms)
-#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <iostream>
@@ -61,9 +61,13 @@ class Probe : public JXDownloadServer {
   }
 };
 
-std::string answer(char kind, const std::string& bytes, std::size_t piece, const std::string& directory) {
-  ScriptedPeer peer;
-  peer.sendInPieces(bytes, piece);
+std::string answer(char kind, const std::string& bytes, int silence, char end, const std::string& directory) {
+  using End = ScriptedPeer::End;
+  ScriptedPeer peer("", end == 'C' ? End::Closed : end == 'T' ? End::TimedOut : End::Failed);
+  const std::size_t place = silence < 0 ? bytes.size() : static_cast<std::size_t>(silence);
+  peer.send(bytes.substr(0, place));
+  if (silence >= 0) peer.pause();
+  peer.send(bytes.substr(place));
   std::string text;
   {
     Probe probe(peer.stream());
@@ -77,12 +81,13 @@ std::string answer(char kind, const std::string& bytes, std::size_t piece, const
 int main(int argc, char** argv) {
   if (argc != 2) return 2;
   char kind = 0;
-  std::size_t piece = 0;
+  int silence = 0;
+  char end = 0;
   std::size_t size = 0;
-  while (std::cin >> kind >> piece >> size) {
+  while (std::cin >> kind >> silence >> end >> size) {
     std::string bytes(size, '\0');
     std::cin.get();
     std::cin.read(bytes.data(), static_cast<std::streamsize>(size));
-    std::cout << answer(kind, bytes, std::max<std::size_t>(piece, 1), argv[1]) << std::endl;
+    std::cout << answer(kind, bytes, silence, end, argv[1]) << std::endl;
   }
 }

@@ -56,10 +56,14 @@ class Broken(Exception):
 
 
 class Message:
-    """One end of a connection whose peer has sent `data` and closed."""
+    """One end of a connection whose peer sends `data`, with a silence at `silence` if that is a place, and then closes, or
+    does not: `closes`."""
 
-    def __init__(self, data, client_mode=1):
+    def __init__(self, data, silence=None, closes=True, client_mode=1):
         self.data = data
+        self.silence = silence
+        self.closes = closes
+        self.closed = False
         self.at = 0
         self.open = True
         self.client_mode = client_mode
@@ -67,11 +71,21 @@ class Message:
         self.remaining = 0
         self.chunk = 0
 
+    def here(self):
+        """Where what can be read without a silence ends."""
+        return len(self.data) if self.silence is None else self.silence
+
+    def stop(self):
+        """A read has met a silence, behind which a later one goes on, or the end."""
+        self.at = self.here()
+        self.closed = self.silence is None and self.closes
+        self.silence = None
+
     def line(self):
-        """A line without its carriage returns; None when the data ended first."""
-        end = self.data.find(b"\n", self.at)
+        """A line without its carriage returns; None when a silence or the end came first."""
+        end = self.data.find(b"\n", self.at, self.here())
         if end < 0:
-            self.at = len(self.data)
+            self.stop()
             return None
         text = self.data[self.at:end]
         self.at = end + 1
@@ -81,7 +95,7 @@ class Message:
         """(status, method code, path, keep-open)."""
         start = self.line()
         if start is None:
-            return 400, 0, b"", False
+            return 400 if self.closed else 408, 0, b"", False
         words = start.split()
         if len(words) < 2:
             return 400, 0, b"", True
@@ -105,7 +119,7 @@ class Message:
         while True:
             text = self.line()
             if text is None:
-                return 400, method, path, False
+                return 400 if self.closed else 408, method, path, False
             if text[:1] in (b" ", b"\t"):
                 pending += text
                 continue
@@ -126,8 +140,8 @@ class Message:
         self.remaining = decimal(length) or 0
 
     def take(self, count):
-        if len(self.data) - self.at < count:
-            self.at = len(self.data)
+        if self.here() - self.at < count:
+            self.stop()
             self.fail()
         self.at += count
         return self.data[self.at - count:self.at]

@@ -92,11 +92,6 @@ ScriptedPeer& ScriptedPeer::send(const std::string& bytes) {
   return *this;
 }
 
-ScriptedPeer& ScriptedPeer::sendInPieces(const std::string& bytes, std::size_t size) {
-  for (std::size_t at = 0; at < bytes.size(); at += size) send(bytes.substr(at, size));
-  return *this;
-}
-
 ScriptedPeer& ScriptedPeer::pause() {
   state_->input.push_back({"", 0, true});
   return *this;

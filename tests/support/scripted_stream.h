@@ -28,8 +28,6 @@ class ScriptedPeer {
   // Appends bytes to be read. They arrive as one piece: a read with time-out 0 takes no more than the piece at hand,
   // any other waits across pieces.
   ScriptedPeer& send(const std::string& bytes);
-  // Appends bytes as pieces of `size`.
-  ScriptedPeer& sendInPieces(const std::string& bytes, std::size_t size);
   // Appends a silence longer than any time-out: the read that meets it times out, a later one goes on behind it.
   ScriptedPeer& pause();
   ScriptedPeer& endWith(End end);

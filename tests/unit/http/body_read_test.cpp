@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
+#include <sstream>
+#include <string>
 #include <vector>
 
 #include "http/whole_body.h"
@@ -217,17 +219,34 @@ TEST(ChunkedBody, StreamThatEndsBehindTheData_FailsTheNextRead) {
   }
 }
 
-TEST(ChunkedBody, SplitAnywhere_ReadsTheSame) {
-  const std::string wire = "5\r\nhello\r\nA\r\n, my world\r\n0\r\nT: x\r\n\r\n";
-  for (std::size_t piece = 1; piece <= wire.size(); ++piece) {
+// In two chunks, the first of which ends at each place, read by blocks of each size.
+TEST(ChunkedBody, ChunkEdgeAnywhere_ReadsTheSame) {
+  const std::string text = "hello, my world";
+  for (std::size_t edge = 1; edge < text.size(); ++edge) {
+    std::ostringstream wire;
+    wire << std::hex << edge << "\r\n"
+         << text.substr(0, edge) << "\r\n"
+         << text.size() - edge << "\r\n"
+         << text.substr(edge) << "\r\n0\r\nT: x\r\n\r\n";
     for (int size = 1; size <= 16; ++size) {
-      ScriptedPeer peer;
-      Chunked engine(peer.sendInPieces(wire, piece));
+      const ScriptedPeer peer(wire.str());
+      Chunked engine(peer);
       const Reads reads = readThrough(engine, size);
-      EXPECT_EQ(reads.bytes, "hello, my world") << piece << " " << size;
-      EXPECT_EQ(reads.results.back(), 0) << piece << " " << size;
-      EXPECT_EQ(peer.unread(), 0U) << piece << " " << size;
+      EXPECT_EQ(reads.bytes, text) << edge << " " << size;
+      EXPECT_EQ(reads.results.back(), 0) << edge << " " << size;
+      EXPECT_EQ(peer.unread(), 0U) << edge << " " << size;
     }
+  }
+}
+
+TEST(ChunkedBody, SilenceAnywhere_FailsAndDropsTheConnectionWhateverFollows) {
+  const std::string wire = "5\r\nhello\r\n3\r\nabc\r\n0\r\nT: x\r\n\r\n";
+  for (std::size_t cut = 0; cut < wire.size(); ++cut) {
+    ScriptedPeer peer(wire.substr(0, cut));
+    Chunked engine(peer.pause().send(wire.substr(cut)));
+    char buffer[100];
+    EXPECT_EQ(engine.readBody(buffer, 100), -1) << cut;
+    EXPECT_TRUE(peer.deleted()) << cut;
   }
 }
 

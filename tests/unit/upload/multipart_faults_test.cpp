@@ -43,6 +43,22 @@ TEST_F(MultipartTest, ConnectionCutAtEveryEdge_LeavesWholeFilesAlone) {
   }
 }
 
+// A silence fails the reading as the end does: what the peer sends after it has thought for a while counts no more.
+TEST_F(MultipartTest, SilenceAtEveryEdge_LeavesWholeFilesAloneWhateverFollows) {
+  const std::string content(5000, 'c');
+  const std::string body = filePart("first") + "\r\n" + filePart(content) + kEnd;
+  const std::string wire = post("/", std::string("Content-Type: ") + kType + "\r\n", body);
+  const std::size_t head = wire.size() - body.size();
+  const std::size_t firstStored = body.find("first") + 4096;
+  for (std::size_t cut = 0; cut < body.size(); cut += cut < 4000 ? 61 : 7) {
+    clearDirectory();
+    const bool stores = cut >= firstStored;
+    ScriptedPeer peer(wire.substr(0, head + cut));
+    EXPECT_EQ(receiveFrom(peer.pause().send(wire.substr(head + cut))), stores) << cut;
+    EXPECT_EQ(stored(), stores ? (Files{{"upload-0.zip", "first"}}) : Files()) << cut;
+  }
+}
+
 TEST_F(MultipartTest, FailedRead_EndsTheDrain) {
   // No form, and a body that fails after the first buffer: the drain must not go on for ever.
   const std::string wire = post("/", "Content-Type: text/plain\r\n", std::string(10000, 'x'));

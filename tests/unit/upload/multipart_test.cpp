@@ -1,4 +1,4 @@
-// A form as it comes in: what is stored, whatever its shape and however it is cut into pieces.
+// A form as it comes in: what is stored, whatever its shape and however it is cut into chunks.
 #include <sys/stat.h>
 
 #include <fstream>
@@ -219,19 +219,6 @@ TEST_F(MultipartTest, ContentLikeTheDelimiter_IsStored) {
 TEST_F(MultipartTest, LineBreakBeforeTheDelimiter_BelongsToTheFile) {
   expectStored(filePart("x\r\n") + kEnd, {{"upload-0.zip", "x\r\n"}});
   expectStored(filePart("x\r") + kEnd, {{"upload-0.zip", "x\r"}});
-}
-
-TEST_F(MultipartTest, BodyInPieces_GivesTheSame) {
-  const std::string body = filePart("one") + "\r\n" + filePart(std::string(5000, '2')) + kEnd;
-  const Files files{{"upload-0.zip", "one"}, {"upload-1.zip", std::string(5000, '2')}};
-  const std::string wire = post("/", std::string("Content-Type: ") + kType + "\r\n", body);
-  for (const std::size_t size : {1U, 2U, 3U, 7U, 100U, 4095U, 4096U, 4097U}) {
-    clearDirectory();
-    ScriptedPeer peer;
-    peer.sendInPieces(wire, size).endWith(ScriptedPeer::End::TimedOut);
-    EXPECT_TRUE(receiveFrom(peer)) << size;
-    EXPECT_EQ(stored(), files) << size;
-  }
 }
 
 TEST_F(MultipartTest, ChunkedBodies_GiveTheSame) {
