@@ -20,6 +20,8 @@ LineSimulator::LineSimulator(const Settings& settings)
     : settings_(settings),
       forward_(host_, terminal_, settings_.toTerminal, settings.seed),
       backward_(terminal_, host_, settings_.toHost, settings.seed + 1) {
+  forward_.opposite = &backward_;
+  backward_.opposite = &forward_;
   if (pipe(wake_) != 0) throw std::system_error(errno, std::generic_category(), "pipe");
   thread_ = std::thread([this] { run(); });
 }
@@ -50,6 +52,7 @@ void LineSimulator::waitForWork() {
     if (way->queue.size() < kQueueLimit) entries[toTerminal ? 1 : 2].events |= POLLIN;
     if (way->queue.empty()) continue;
     const Byte& first = way->queue.front();
+    if (first.heldTo > way->opposite->seen) continue;
     if (first.alone && way->to.unread() > 0) {
       next = std::min(next, Clock::now() + std::chrono::milliseconds(1));
     } else if (first.due > Clock::now()) {
@@ -113,15 +116,17 @@ void LineSimulator::apply(Way& way, const Event& event, unsigned char byte) {
       return put(way, byte, settings_.delayMs);
     case Fault::Split:
       return put(way, byte, 0, true);
+    case Fault::Hold:
+      return put(way, byte, 0, false, way.opposite->seen + event.value);
   }
 }
 
-void LineSimulator::put(Way& way, unsigned char byte, std::uint32_t extraMs, bool alone) {
+void LineSimulator::put(Way& way, unsigned char byte, std::uint32_t extraMs, bool alone, std::size_t heldTo) {
   // A byte is on the line for its own time, behind those ahead of it.
   auto due = std::max(way.lineFree, Clock::now()) + std::chrono::milliseconds(extraMs);
   if (settings_.bytesPerSecond != 0) due += std::chrono::nanoseconds(1000000000 / settings_.bytesPerSecond);
   way.lineFree = due;
-  way.queue.push_back({byte, due, alone});
+  way.queue.push_back({byte, due, alone, heldTo});
 }
 
 void LineSimulator::deliver(Way& way) {
@@ -129,7 +134,7 @@ void LineSimulator::deliver(Way& way) {
   std::size_t count = 0;
   const auto now = Clock::now();
   for (const Byte& byte : way.queue) {
-    if (count == sizeof buffer || byte.due > now) break;
+    if (count == sizeof buffer || byte.due > now || byte.heldTo > way.opposite->seen) break;
     if (byte.alone && (count > 0 || way.to.unread() > 0)) break;
     buffer[count++] = byte.value;
   }

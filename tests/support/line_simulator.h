@@ -16,7 +16,8 @@
 
 class LineSimulator {
  public:
-  enum class Fault { Drop, Repeat, Flip, Insert, Swap, Delay, Split };
+  enum class Fault { Drop, Repeat, Flip, Insert, Swap, Delay, Split, Hold };
+  // Those that need no answer from the far end.
   static constexpr Fault kAllFaults[] = {Fault::Drop, Fault::Repeat, Fault::Flip, Fault::Insert,
                                          Fault::Swap, Fault::Delay,  Fault::Split};
 
@@ -24,7 +25,9 @@ class LineSimulator {
   struct Event {
     std::size_t at;
     Fault fault;
-    unsigned char value = 0;  // Flip: the bits, 0 means the lowest; Insert: the byte
+    // Flip: the bits, 0 means the lowest; Insert: the byte; Hold: how many bytes its reader must send before it gets
+    // this one and what is behind it
+    unsigned char value = 0;
   };
 
   // One direction of the line.
@@ -68,7 +71,8 @@ class LineSimulator {
   struct Byte {
     unsigned char value;
     Clock::time_point due;
-    bool alone;  // not before the reader has taken what is ahead of it
+    bool alone;          // not before the reader has taken what is ahead of it
+    std::size_t heldTo;  // not before so many bytes came in the other direction
   };
 
   struct Way {
@@ -79,6 +83,7 @@ class LineSimulator {
     const Direction& direction;
     std::mt19937 random;
     std::atomic<std::size_t> seen{0};
+    const Way* opposite = nullptr;
     std::deque<Byte> queue;
     Clock::time_point lineFree;
     bool holdForSwap = false;
@@ -90,7 +95,7 @@ class LineSimulator {
   void take(Way& way);
   void accept(Way& way, unsigned char byte);
   void apply(Way& way, const Event& event, unsigned char byte);
-  void put(Way& way, unsigned char byte, std::uint32_t extraMs = 0, bool alone = false);
+  void put(Way& way, unsigned char byte, std::uint32_t extraMs = 0, bool alone = false, std::size_t heldTo = 0);
   static void deliver(Way& way);
 
   const Settings settings_;

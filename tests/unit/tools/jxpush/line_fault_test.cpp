@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "serial/tessolan.h"
+#include "serial/wire.h"
 #include "tests/support/line_simulator.h"
 #include "tests/unit/serial/calls.h"
 #include "tests/unit/tools/jxpush/test_files.h"
@@ -85,7 +86,8 @@ std::thread startTerminal(const std::function<void()>& receive) {
 }
 
 // One sending of `files` over a line with `settings`; the operator aborts a terminal that the sender has left.
-End sendOver(const LineSimulator::Settings& settings, const std::vector<InputFile>& files) {
+End sendOver(const LineSimulator::Settings& settings, const std::vector<InputFile>& files,
+             const SerialTimes& times = scaledTimes()) {
   End end;
   LineSimulator line(settings);
   Store store;
@@ -94,7 +96,7 @@ End sendOver(const LineSimulator::Settings& settings, const std::vector<InputFil
   RecordingObserver observer;
   try {
     SerialPort port(line.hostPath(), -1);
-    SerialSender(port, observer, end.outcome, scaledTimes()).send(files, 3);
+    SerialSender(port, observer, end.outcome, times).send(files, 3);
   } catch (const Problem& problem) {
     end.sender = problem.code();
   }
@@ -139,7 +141,58 @@ INSTANTIATE_TEST_SUITE_P(
                     FaultCase{"Swap", Fault::Swap, 0}, FaultCase{"Split", Fault::Split, 0}),
     [](const auto& each) { return each.param.name; });
 
+// The acknowledgement of one record of a small sending comes when the sender has stopped waiting for it and enquired.
+class LateAcknowledgement : public LineFaults, public testing::WithParamInterface<char> {
+ protected:
+  // It is held until the sender has made `enquiries`.
+  End sendWith(unsigned char enquiries) {
+    files_.add("a", content_);
+    LineSimulator::Settings settings;
+    settings.toHost.script = {{placeOf(GetParam()), Fault::Hold, enquiries}};
+    SerialTimes times = scaledTimes();
+    times.connectMs = 20000;  // one enquiry: the places below count on it
+    times.messageMs = 60000;  // one message likewise
+    if (enquiries == 1) times.enquiryMs = times.gapMs = 20000;
+    return sendOver(settings, files_.files(), times);
+  }
+
+  // Where the acknowledgement of the only record of a letter stands in what the terminal sends: its parameters, one
+  // byte each for O, M and W, its parameters, one byte for C.
+  static std::size_t placeOf(char letter) {
+    constexpr std::size_t kParameterRecord = sizeof tessolan::kParameters - 1 + 4;
+    return letter == 'C' ? kParameterRecord + 3 + kParameterRecord : kParameterRecord + std::string("OMW").find(letter);
+  }
+
+  const std::string content_ = "content";
+  TestFiles files_;
+};
+
+INSTANTIATE_TEST_SUITE_P(Letters, LateAcknowledgement, testing::Values('O', 'M', 'W', 'C'));
+
 }  // namespace
+
+TEST_P(LateAcknowledgement, BeforeTheAnswerToTheEnquiry_CountsAsThatOfItsRecord) {
+  const End end = sendWith(1);
+  EXPECT_EQ(1U, end.faults);
+  EXPECT_EQ(ExitCode::kSent, end.sender);
+  EXPECT_TRUE(isWhole(end, content_));
+  EXPECT_EQ(4U, end.outcome.records);
+  EXPECT_EQ(0U, end.outcome.sentAgain);
+}
+
+TEST_P(LateAcknowledgement, AfterTheWaitForTheEnquiryToo_StillSendsTheFile) {
+  const End end = sendWith(2);
+  EXPECT_EQ(1U, end.faults);
+  EXPECT_EQ(ExitCode::kSent, end.sender);
+  EXPECT_TRUE(isWhole(end, content_));
+}
+
+TEST_P(LateAcknowledgement, WhenTheSenderHasGivenUp_InstallsNothing) {
+  const End end = sendWith(6);  // five look for the answer; the sixth is to drop the download
+  EXPECT_EQ(1U, end.faults);
+  EXPECT_EQ(ExitCode::kGaveUp, end.sender);
+  EXPECT_NE(0, end.receiver);
+}
 
 TEST_P(OneFault, AtEveryByteOfBothDirections_SendsTheFileOrSaysSo) {
   const std::string content = "\x02\x03\x04\x05\x06\x15";
