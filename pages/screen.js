@@ -158,8 +158,9 @@
   }
 
   function chooseFieldsets(form) {
+    const data = new FormData(form);  // once: a list may be long
     for (const fieldset of form.querySelectorAll('fieldset[data-for]')) {
-      const counts = new FormData(form).get(fieldset.dataset.for) === fieldset.dataset.value;
+      const counts = data.get(fieldset.dataset.for) === fieldset.dataset.value;
       fieldset.hidden = fieldset.disabled = !counts;
       if (counts) checkDefault(fieldset);
     }

@@ -1,10 +1,13 @@
 """What the screen says of a page, and what becomes of a result, with raw bytes."""
 
+import json
 import re
 import threading
 import unittest
+from html import unescape
 
 from jxscreen import CSP, ScreenCase
+from jxtest import SOURCE
 
 
 class Pages(ScreenCase):
@@ -81,6 +84,87 @@ class Pages(ScreenCase):
         self.assertEqual(self.driver.next(), {"shown": "a.html"})
         self.assertEqual(self.driver.next()["result"], -1)
         self.assertEqual(self.post(page_id, {"result": 1}).status, 409)
+
+
+class VeryLongVariables(ScreenCase):
+    """The program's own pages with what a peer may send at most, about 10 MB."""
+
+    SIZE = 10_000_000
+    HEAD = "<span style='color:#f00'><b>Cloud not reachable</b></span><br>"
+    TAIL = "</div><b>Status</b>:<div class='text_nowrap_tick'>500 (no)</div>"
+
+    def setUp(self):
+        super().setUp()
+        self.drive(JXPLATFORM_PAGES=str(SOURCE / "pages"))
+        self.last_id = 0
+
+    def bring(self, page, **variables):
+        """The HTML of `page`, all scripts of which have to succeed, and which a slow browser has to get in time."""
+        screen = self.show(page, self.last_id, vars=variables)
+        self.last_id = screen["id"]
+        self.assertEqual(self.stderr(), "")
+        self.assertLess(len(json.dumps(screen)), 1_000_000)
+        return screen["html"]
+
+    def press(self, page, result, **variables):
+        """Returns `result`; the variables that the program gets."""
+        self.assertEqual(self.post(self.last_id, {"result": result, "vars": variables}).status, 204)
+        returned = self.driver.next()
+        self.assertEqual((returned["returned"], returned["result"]), (page, result))
+        return returned["vars"]
+
+    def settings(self, text):
+        return self.bring("prx-settings.html", cloud_env_list=text, cloud_env="n1", cert="jx-basic", auth_ex_support="1")
+
+    def test_settings_offer_the_first_environments_and_return_one(self):
+        count = self.SIZE // 40
+        text = json.dumps([{"name": f"n{i}", "certs": ["auth-ex", "jx-basic"]} for i in range(count)])
+        html = self.settings(text)
+        names = re.findall(r'name="cloud_env" value="(.*?)"', html)
+        self.assertGreater(len(names), 500)
+        self.assertEqual(names, [f"n{i}" for i in range(len(names))])
+        self.assertEqual(re.findall(r'data-for="cloud_env" data-value="(.*?)"', html), names)
+        self.assertIn("The proxy offers more than can be shown.", html)
+        self.assertNotIn("offers none", html)
+        returned = self.press("prx-settings.html", 0, cloud_env="n3", cert="auth-ex")
+        self.assertEqual((returned["cloud_env"], returned["cert"]), ("n3", "auth-ex"))
+        self.assertEqual([entry["name"] for entry in json.loads(returned["cloud_env_list"])], names)
+
+    def test_settings_tell_entries_by_what_is_outside_of_strings(self):
+        for begin in ('],[{"\\', '\\"},{"name":"x"},', "}]é😀"):
+            given = [f"{begin}{i}" for i in range(2000)]
+            html = self.settings(json.dumps([{"certs": [], "name": name} for name in given], ensure_ascii=False))
+            names = [unescape(name) for name in re.findall(r'name="cloud_env" value="(.*?)"', html)]
+            self.assertGreater(len(names), 400)
+            self.assertEqual(names, given[:len(names)])
+            self.press("prx-settings.html", -1)
+
+    def test_settings_survive_entries_of_any_kind(self):
+        for text in ('[{"name":"' + "<" * self.SIZE + '"}]', '[{"certs":["' + '","'.join(map(str, range(1000000))) + '"]}]',
+                     "[" * self.SIZE, "{}," * (self.SIZE // 3), '["' + "\\" * self.SIZE, "x" * self.SIZE):
+            html = self.settings(text)
+            self.assertIn("The proxy offers more than can be shown.", html)
+            self.assertNotIn("<input", html)
+            self.press("prx-settings.html", -1)
+
+    def test_texts_are_shown_with_their_beginning_and_their_end(self):
+        for piece in ("<", "<br>", "<script>alert(1)</script>", "Warning: ", "é😀", "<span style='color:#f00'>Warning:"):
+            text = self.HEAD + piece * (self.SIZE // len(piece)) + self.TAIL
+            for page in ("wait.html", "result.html"):
+                html = self.bring(page, text=text)
+                self.assertIn("<b>Cloud not reachable</b>", html)
+                self.assertIn("<b>Status</b>:<div class='text_nowrap_tick'>500 (no)</div>", html)
+                self.assertNotIn("<script", html)
+                self.press(page, 0)
+
+    def test_information_is_shown_with_its_beginning(self):
+        html = self.bring("prx-info.html", version="<" * self.SIZE, device_type="é" * self.SIZE, auth_ex_support="1")
+        self.assertEqual(re.findall(r"<dd.*?>(.*?)</dd>", html), ["&lt;" * 1000 + "…", "é" * 1000 + "…", "supported"])
+        self.press("prx-info.html", -1)
+
+    def test_text_that_fits_is_shown_whole(self):
+        text = "a" * 65000
+        self.assertIn(text, self.bring("result.html", text=text))
 
 
 class Results(ScreenCase):

@@ -25,10 +25,11 @@ constexpr const char* kVarsKey =
 // hands C++ work to a member function that throws nothing, and itself holds nothing that needs destroying.
 class Run {
  public:
-  Run(const std::string& script, Variables& vars) : script_(jxplatform::toCesu8(script)), vars_(vars) {}
+  Run(const std::string& script, Variables& vars, jxplatform::ScriptHeap& heap)
+      : script_(jxplatform::toCesu8(script)), vars_(vars), heap_(heap) {}
 
   // Runs the script to its end; true when it succeeded. Then vars() and output() hold what it made, else reason().
-  bool execute(duk_context* context);
+  bool execute();
 
   const Variables& vars() const { return left_; }
   const std::string& output() const { return output_; }
@@ -46,6 +47,8 @@ class Run {
   static void defineVars(duk_context* context, Run* run);
   static void collectVars(duk_context* context, Run* run);
 
+  void push(duk_context* context, const std::string& text);
+
   // Sets `buffer_` and returns whether it could.
   bool convertIn(const std::string& text) noexcept;
   bool convertEscaped(const char* data, std::size_t size) noexcept;
@@ -55,6 +58,7 @@ class Run {
 
   const std::string script_;
   const Variables& vars_;
+  jxplatform::ScriptHeap& heap_;
   Variables left_;
   std::string output_;
   std::string reason_;
@@ -73,6 +77,7 @@ bool withoutThrowing(const Work& work) noexcept {
 }
 
 bool Run::convertIn(const std::string& text) noexcept {
+  const jxplatform::ScriptHeap::TimeOut timeOut(heap_);
   return withoutThrowing([&] { buffer_ = jxplatform::toCesu8(text); });
 }
 
@@ -86,6 +91,7 @@ bool Run::drawQrCode(const char* data, std::size_t size) noexcept {
 }
 
 bool Run::collect(const char* name, std::size_t nameSize, const char* value, std::size_t valueSize) noexcept {
+  const jxplatform::ScriptHeap::TimeOut timeOut(heap_);
   return withoutThrowing([&] {
     const std::string nameText = jxplatform::fromCesu8(name, nameSize);
     const auto before = vars_.find(nameText);
@@ -145,13 +151,18 @@ duk_ret_t Run::qr(duk_context* context) {
   return 1;
 }
 
+// Part of a variable: however long it is, the script has its memory beside it.
+void Run::push(duk_context* context, const std::string& text) {
+  if (!convertIn(text)) (void)duk_range_error(context, "out of memory");
+  heap_.allowMemory(buffer_.size());
+  duk_push_lstring(context, buffer_.data(), buffer_.size());
+}
+
 void Run::defineVars(duk_context* context, Run* run) {
   duk_push_bare_object(context);
   for (const auto& variable : run->vars_) {
-    if (!run->convertIn(variable.first)) (void)duk_range_error(context, "out of memory");
-    duk_push_lstring(context, run->buffer_.data(), run->buffer_.size());
-    if (!run->convertIn(variable.second)) (void)duk_range_error(context, "out of memory");
-    duk_push_lstring(context, run->buffer_.data(), run->buffer_.size());
+    run->push(context, variable.first);
+    run->push(context, variable.second);
     duk_put_prop(context, -3);
   }
 }
@@ -204,7 +215,8 @@ duk_ret_t Run::runProtected(duk_context* context, void* run) {
   return 0;
 }
 
-bool Run::execute(duk_context* context) {
+bool Run::execute() {
+  duk_context* const context = heap_.context();
   const bool good = duk_safe_call(context, runProtected, this, 0, 1) == DUK_EXEC_SUCCESS;
   if (!good) {
     duk_size_t size = 0;
@@ -222,8 +234,8 @@ bool process(const std::string& script, Variables& vars, std::string& output) {
     output += "out of memory";
     return false;
   }
-  Run run(script, vars);
-  const bool good = run.execute(heap.context()) && !heap.timeIsOver();
+  Run run(script, vars, heap);
+  const bool good = run.execute() && !heap.timeIsOver();
   if (good) {
     output += run.output();
     vars = run.vars();

@@ -1,12 +1,14 @@
 #include "platform/linux/jsproc/script_heap.h"
 
 #include <cstdlib>
+#include <ctime>
 
 namespace jxplatform {
 namespace {
 
 constexpr unsigned kStepsLimit = 2'000'000;
 constexpr unsigned kGrowthsPerLook = 64;
+constexpr std::int64_t kNanoseconds = 1'000'000'000;  // in a second
 
 // Stands before each block and keeps what follows aligned for anything.
 union BlockHeader {
@@ -22,6 +24,12 @@ void* reallocateFor(void* heap, void* block, duk_size_t size) {
 }
 void releaseFor(void* heap, void* block) { static_cast<ScriptHeap*>(heap)->release(block); }
 
+std::int64_t processorTime() {
+  timespec now{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+  return std::int64_t{now.tv_sec} * kNanoseconds + now.tv_nsec;
+}
+
 // Everything runs in protected calls, so nothing but a defect of ours ends here; Duktape allows no return from it.
 [[noreturn]] void fatal(void* /*heap*/, const char* /*message*/) { std::abort(); }
 
@@ -33,9 +41,11 @@ extern "C" unsigned jxDuktapeStepsLimit(void* heapUserData) {
   return static_cast<ScriptHeap*>(heapUserData)->timeIsOver() ? 1 : kStepsLimit;
 }
 
-ScriptHeap::ScriptHeap() {
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &deadline_);
-  deadline_.tv_sec += kSecondsLimit;
+ScriptHeap::TimeOut::TimeOut(ScriptHeap& heap) : heap_(heap), began_(processorTime()) {}
+
+ScriptHeap::TimeOut::~TimeOut() { heap_.deadline_ += processorTime() - began_; }
+
+ScriptHeap::ScriptHeap() : deadline_(processorTime() + kSecondsLimit * kNanoseconds) {
   context_ = duk_create_heap(allocateFor, reallocateFor, releaseFor, this, fatal);
 }
 
@@ -45,15 +55,13 @@ ScriptHeap::~ScriptHeap() {
 
 bool ScriptHeap::timeIsOver() {
   if (timeIsOver_) return true;
-  timespec now{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-  timeIsOver_ = now.tv_sec > deadline_.tv_sec || (now.tv_sec == deadline_.tv_sec && now.tv_nsec >= deadline_.tv_nsec);
+  timeIsOver_ = processorTime() >= deadline_;
   return timeIsOver_;
 }
 
 bool ScriptHeap::mayGrow(std::size_t before, std::size_t after) {
   if (after <= before) return true;
-  if (after > kMemoryLimit || used_ - before > kMemoryLimit - after) {
+  if (after > memoryLimit_ || used_ - before > memoryLimit_ - after) {
     memoryRanOut_ = true;
     return false;
   }

@@ -4,7 +4,7 @@
 #include <duktape.h>
 
 #include <cstddef>
-#include <ctime>
+#include <cstdint>
 
 namespace jxplatform {
 
@@ -14,6 +14,19 @@ class ScriptHeap {
  public:
   static constexpr long kSecondsLimit = 1;  // of the thread's processor time, which a busy machine does not use up
   static constexpr std::size_t kMemoryLimit = std::size_t{8} << 20U;  // bytes, those of the engine itself included
+
+  // The thread's processor time in which it lives is not the script's.
+  class TimeOut {
+   public:
+    explicit TimeOut(ScriptHeap& heap);
+    ~TimeOut();
+    TimeOut(const TimeOut&) = delete;
+    TimeOut& operator=(const TimeOut&) = delete;
+
+   private:
+    ScriptHeap& heap_;
+    const std::int64_t began_;
+  };
 
   // The time begins now. The context is null where there is no memory for it.
   ScriptHeap();
@@ -25,6 +38,9 @@ class ScriptHeap {
   bool timeIsOver();  // once true, true for ever
   bool memoryRanOut() const { return memoryRanOut_; }
 
+  // The script is handed `bytes` that are not its own making: the limit is higher by as many from now on.
+  void allowMemory(std::size_t bytes) { memoryLimit_ += bytes; }
+
   // Duktape's allocation functions.
   void* allocate(std::size_t size);
   void* reallocate(void* block, std::size_t size);
@@ -34,9 +50,10 @@ class ScriptHeap {
   // Whether a block may grow from `before` to `after` bytes.
   bool mayGrow(std::size_t before, std::size_t after);
 
-  timespec deadline_{};
+  std::int64_t deadline_;  // in nanoseconds of the thread's processor time
   bool timeIsOver_ = false;
   unsigned growths_ = 0;  // blocks that have grown, counted round
+  std::size_t memoryLimit_ = kMemoryLimit;
   std::size_t used_ = 0;
   bool memoryRanOut_ = false;
   duk_context* context_ = nullptr;

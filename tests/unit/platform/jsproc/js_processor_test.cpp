@@ -158,6 +158,30 @@ TEST(JsProcessor, BoundlessMemory_IsRefused) {
   }
 }
 
+TEST(JsProcessor, LargeVariables_LeaveTheScriptItsMemory) {
+  const std::string large(std::size_t{12} << 20U, 'x');
+  const std::string replaced(std::size_t{4} << 20U, '\xFF');  // three bytes each to a script
+  const Outcome outcome =
+      run("print(vars.large.length, ' ', vars.replaced.length, ' ', vars.large.slice(0, 3)); vars.made = 'by script';"
+          "var s = new Array(1024).join('y'), a = []; for (var i = 0; i < 4096; ++i) a.push(s + i)",
+          {{"large", large}, {"replaced", replaced}});
+  EXPECT_TRUE(outcome.good);
+  EXPECT_EQ(outcome.output, "12582912 4194304 xxx");
+  EXPECT_TRUE(outcome.vars == (Vars{{"large", large}, {"replaced", replaced}, {"made", "by script"}}));
+}
+
+TEST(JsProcessor, LargeVariables_AreNoLeaveForMore) {
+  const Vars large{{"large", std::string(std::size_t{12} << 20U, 'x')}};
+  for (const char* const script :
+       {"vars.larger = vars.large + 'x'", "var a = []; for (;;) a.push(new Uint8Array(65536))"}) {
+    const Outcome outcome = run(script, large);
+    EXPECT_FALSE(outcome.good);
+    EXPECT_THAT(outcome.output, HasSubstr("8 MiB")) << script;
+    EXPECT_TRUE(outcome.vars == large) << script;
+  }
+  EXPECT_EQ(run("for (;;) {}", large).output, "the script ran longer than a second");
+}
+
 TEST(JsProcessor, BoundlessOutput_IsRefused) {
   EXPECT_EQ(run("var s = new Array(1000).join('x'); for (;;) print(s)").output, "the script printed more than 1 MiB");
   EXPECT_EQ(printed("var s = 'x'; for (var i = 0; i < 20; ++i) s += s; print(s)").size(), 1024U * 1024U);
