@@ -147,15 +147,42 @@ class VeryLongVariables(ScreenCase):
             self.assertNotIn("<input", html)
             self.press("prx-settings.html", -1)
 
-    def test_texts_are_shown_with_their_beginning_and_their_end(self):
+    def test_result_shows_the_beginning_and_the_end(self):
         for piece in ("<", "<br>", "<script>alert(1)</script>", "Warning: ", "é😀", "<span style='color:#f00'>Warning:"):
             text = self.HEAD + piece * (self.SIZE // len(piece)) + self.TAIL
-            for page in ("wait.html", "result.html"):
-                html = self.bring(page, text=text)
-                self.assertIn("<b>Cloud not reachable</b>", html)
-                self.assertIn("<b>Status</b>:<div class='text_nowrap_tick'>500 (no)</div>", html)
+            html = self.bring("result.html", text=text)
+            self.assertIn("<b>Cloud not reachable</b>", html)
+            self.assertIn("<b>Status</b>:<div class='text_nowrap_tick'>500 (no)</div>", html)
+            self.assertNotIn("<script", html)
+            self.assertNotIn("&lt;br", html)
+            self.assertNotIn("\N{REPLACEMENT CHARACTER}", html)
+            self.press("result.html", 0)
+
+    def test_long_log_keeps_its_errors_and_its_lines_whole(self):
+        def line(number):
+            if number % 100 == 50:
+                return f"<span style='color:#f00'>Error: {number}.zip: is not a zip archive<br></span>"
+            return f"Unpacked a rather long name of a file that stands in this package {number}<br>"
+        for first in range(0, 90, 15):  # other places of a line meet the cut
+            text = "<b>Download successful</b>" + "-" * first + "<br>" + "".join(map(line, range(2000)))
+            html = self.bring("result.html", text=text)
+            message = re.search(r'data-announce="assertive">(.*?)</section>', html, re.S)[1]
+            self.assertEqual(message.count('<span class="bad">'), message.count("</span>"))
+            found = re.findall(r'<span class="bad">Error: (\d+)\.zip: is not a zip archive<br></span>', message)
+            self.assertEqual([int(number) for number in found], list(range(50, 2000, 100)))
+            lines = re.sub(r'<span class="bad">.*?</span>', "", message).split("<br>")[1:-1]
+            self.assertLessEqual({re.sub(r"\d+$", "", text) for text in lines},
+                                 {"Unpacked a rather long name of a file that stands in this package ", "…"})
+            self.press("result.html", 0)
+
+    def test_waiting_shows_the_beginning(self):
+        for piece in ("<", "<br>", "<script>alert(1)</script>", "é😀"):
+            for first in range(12):  # each place of a piece meets the cut
+                html = self.bring("wait.html", text="<b>Checking</b>" + "-" * first + piece * 20000)
+                self.assertIn("<b>Checking</b>", html)
                 self.assertNotIn("<script", html)
-                self.press(page, 0)
+                self.assertNotIn("\N{REPLACEMENT CHARACTER}", html)
+                self.press("wait.html", 0)
 
     def test_information_is_shown_with_its_beginning(self):
         html = self.bring("prx-info.html", version="<" * self.SIZE, device_type="é" * self.SIZE, auth_ex_support="1")

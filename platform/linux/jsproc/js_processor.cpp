@@ -151,7 +151,7 @@ duk_ret_t Run::qr(duk_context* context) {
   return 1;
 }
 
-// Part of a variable: however long it is, the script has its memory beside it.
+// Pushes a variable's name or value. The script has its own memory beside it, however long that is.
 void Run::push(duk_context* context, const std::string& text) {
   if (!convertIn(text)) (void)duk_range_error(context, "out of memory");
   heap_.allowMemory(buffer_.size());
