@@ -40,15 +40,23 @@ class Life(ScreenCase):
     def test_request_that_comes_while_the_program_ends_is_answered_or_broken_off(self):
         driver = self.drive()
         page_id = self.show()["id"]
-        request = f"GET / HTTP/1.1\r\nHost: 127.0.0.1:{self.port}\r\nRange: bytes=0-0\r\n\r\n".encode()
-        late = self.connect()
-        late.sendall(request[:8])
+        host = f"HTTP/1.1\r\nHost: 127.0.0.1:{self.port}\r\n".encode()
+        form = b'--x\r\nContent-Disposition: form-data; name="a"\r\nContent-Type: text/plain\r\n\r\nb\r\n--x--\r\n'
+        requests = (b"GET / " + host + b"Range: bytes=0-0\r\n\r\n",
+                    b"POST /api/screen/1/result " + host + b"Content-Type: multipart/form-data; boundary=x\r\n"
+                    b"Content-Length: %d\r\n\r\n" % len(form) + form)
+        for request in requests:  # what the server makes for them is there before
+            self.send(request)
+        late = [self.connect() for _ in requests]
+        for connection, request in zip(late, requests):
+            connection.sendall(request[:8])
         self.post(page_id, {"result": 0})
         driver.process.stdin.close()
         wait_until(lambda: not (self.root / "screen.url").exists())
-        late.sendall(request[8:])
-        answer = self.receive(late)
-        self.assertTrue(answer == b"" or answer.startswith(b"HTTP/1.1 200 "), answer)
+        for connection, request, expected in zip(late, requests, (b"HTTP/1.1 200 ", b"HTTP/1.1 400 ")):
+            connection.sendall(request[8:])
+            answer = self.receive(connection)
+            self.assertTrue(answer == b"" or answer.startswith(expected), answer)
         driver.end()
 
     def test_restarted_program_is_found_again_and_reuses_no_id(self):

@@ -39,11 +39,13 @@ class BadRequests(ScreenCase):
             with self.subTest(body=body[:40]):
                 self.refused(self.post(self.page_id, body), 400, reason)
 
-    def test_content_type_of_a_form_changes_nothing(self):
+    def test_forms_are_refused_as_anything_malformed(self):
         for kind in ("application/x-www-form-urlencoded", "multipart/form-data; boundary=x", "text/plain"):
             with self.subTest(kind=kind):
                 self.refused(self.post(self.page_id, b'{"result":x}', headers=[f"Content-Type: {kind}"]), 400)
         long = b'{"result":"' + b"x" * 20000 + b'"}'
+        form = b'--x\r\nContent-Disposition: form-data; name="a"\r\n\r\nb\r\n--x--\r\n'
+        self.refused(self.post(self.page_id, form, headers=["Content-Type: multipart/form-data; boundary=x"]), 400, "form")
         self.refused(self.post(self.page_id, long, headers=["Content-Type: application/x-www-form-urlencoded"]), 400,
                      "integer")
 

@@ -21,8 +21,9 @@ class HttpServer : public httplib::Server {
   HttpServer(const HttpServer&) = delete;
   HttpServer& operator=(const HttpServer&) = delete;
 
-  // Has the library make what it keeps for the rest of the process. The process destroys that in the reverse order of
-  // its making, so what ends a server at the end of the process has to be registered after this. Throws std::bad_alloc.
+  // Has the library make what it keeps for the rest of the process (but for forms, which are not to be read). The
+  // process destroys that in the reverse order of its making, so what ends a server at the end of the process has to be
+  // registered after this. Throws std::bad_alloc.
   static void warmUp();
 
   // After binding: lets the system keep as many clients waiting as it does for anybody.

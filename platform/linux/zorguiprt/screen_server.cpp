@@ -210,7 +210,8 @@ void ScreenServer::answerFile(const std::string& path, Response& response) const
 void ScreenServer::answerPost(const Request& request, Response& response, const httplib::ContentReader& reader) {
   std::string body;
   bool tooLong = request.get_header_value<std::uint64_t>("Content-Length") > kMostRead;
-  const bool complete = !tooLong && readBody(reader, body, tooLong);
+  const bool isForm = request.is_multipart_form_data();  // which the library reads in another way
+  const bool complete = !tooLong && !isForm && readBody(reader, body, tooLong);
   if (!isOwn(request, response)) return;
   std::string id;
   const std::string path = withoutDoubledSlash(request.path);
@@ -220,6 +221,7 @@ void ScreenServer::answerPost(const Request& request, Response& response, const 
     return refuse(response, 404, "there is nothing at this path");
   }
   if (tooLong) return refuse(response, 400, "the body is longer than " + std::to_string(kLargestBody) + " bytes");
+  if (isForm) return refuse(response, 400, "a result is JSON, not a form");
   if (!complete) return refuse(response, 400, "the body is incomplete");
   takeResult(id, body, response);
 }
