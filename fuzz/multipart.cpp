@@ -5,7 +5,9 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <iterator>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "fuzz/input.h"
@@ -35,6 +37,19 @@ struct Form {
   std::string body;
   std::vector<Event> events;
 
+  // A script cannot state a silence before another one, or before the byte that stands for it.
+  void leaveOutUnspeakable() {
+    const auto unspeakable = [this](const Event& event) {
+      if (event.what != kSilence) return false;
+      const auto same = [&event](const Event& other) { return other.what == kSilence && other.at == event.at; };
+      return (event.at < body.size() && body[event.at] == kSilence) ||
+             &*std::find_if(events.begin(), events.end(), same) != &event;
+    };
+    std::vector<Event> speakable;
+    std::remove_copy_if(events.begin(), events.end(), std::back_inserter(speakable), unspeakable);
+    events = std::move(speakable);
+  }
+
   // How much arrives before the first silence.
   std::size_t arriving() const {
     const auto found = std::find_if(events.begin(), events.end(), [](const Event& e) { return e.what == kSilence; });
@@ -58,6 +73,7 @@ Form readForm(const char* data, std::size_t size) {
       form.body.append(std::size_t{16} * static_cast<std::uint8_t>(data[++i]), form.body.back());
     }
   }
+  form.leaveOutUnspeakable();
   return form;
 }
 
