@@ -60,9 +60,9 @@ class SilenceTest(jxtest.Case):
             wire.send(head % len(body))
             sent, told = 0, None
             while told is None:
-                wire.send(body[sent:sent + 1])
-                sent += 1
                 try:
+                    wire.send(body[sent:sent + 1])
+                    sent += 1
                     told = wire.socket.recv(1) if select.select([wire.socket], [], [], 1 / RATE)[0] else None
                 except ConnectionError:
                     told = b""

@@ -42,7 +42,7 @@ int __wrap_poll(pollfd* entries, nfds_t count, int timeoutMs) {
   Calls& calls = Calls::instance();
   if (calls.onPoll) return calls.onPoll(entries, count, timeoutMs);
   const int divisor = calls.timeDivisor;
-  if (timeoutMs > 0 && divisor > 1) timeoutMs = (timeoutMs + divisor - 1) / divisor;
+  if (timeoutMs > 0) timeoutMs = (timeoutMs * calls.timeFactor + divisor - 1) / divisor;
   return __real_poll(entries, count, timeoutMs);
 }
 
@@ -120,4 +120,5 @@ void Calls::reset() {
   settings = {};
   refuseSettings = false;
   timeDivisor = 1;
+  timeFactor = 1;
 }

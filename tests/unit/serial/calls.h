@@ -32,8 +32,9 @@ struct Calls {
   std::atomic<std::size_t> bytesRead{0};
   // To be called by a thread before it receives.
   static void thisThreadReceives();
-  // Every wait is this many times shorter than it was asked for.
+  // Every wait is so many times shorter than it was asked for, and so many times longer.
   std::atomic<int> timeDivisor{1};
+  std::atomic<int> timeFactor{1};
 };
 
 // Resets before and after a test.

@@ -34,6 +34,9 @@ struct State {
 };
 extern const std::vector<State> kStates;
 
+// Of Calls::timeFactor: no wait comes to its end, though divided as well.
+constexpr int kFar = 20 * 60;
+
 // Sends `bytes`, and waits until the receiver has read every one of them.
 void feed(const PtyPair& line, const std::string& bytes);
 

@@ -57,7 +57,7 @@ TEST_F(Faults, AbortInTheIdleWait_EndsWithMinusTwoWithoutAReply) {
 }
 
 TEST_F(Faults, AbortInARecord_EndsWithMinusTwoAndEOT) {
-  Calls::instance().timeDivisor = 1;  // the byte's second must not be over before the abort
+  Calls::instance().timeFactor = kFar;  // the byte's second must not be over before the abort
   for (const State& state : kStates) {
     Download download;
     download.feed(state.bytes);
@@ -180,7 +180,7 @@ TEST_F(Faults, EOTThatCannotBeWritten_LeavesTheResultAsItIs) {
 }
 
 TEST_F(Faults, EOTOfAnAbortThatCannotBeWritten_LeavesTheResultAsItIs) {
-  Calls::instance().timeDivisor = 1;  // the byte's second must not be over before the abort
+  Calls::instance().timeFactor = kFar;  // the byte's second must not be over before the abort
   const auto testThread = std::this_thread::get_id();
   for (const State& state : kStates) {
     std::string refused;
@@ -200,7 +200,7 @@ TEST_F(Faults, EOTOfAnAbortThatCannotBeWritten_LeavesTheResultAsItIs) {
 }
 
 TEST_F(Faults, ReadThatFailsInARecord_CountsAsFailed) {
-  Calls::instance().timeDivisor = 1;  // the byte's second must not be over before the failure
+  Calls::instance().timeFactor = kFar;  // the byte's second must not be over before the failure
   std::atomic<int> failures{0};
   const auto testThread = std::this_thread::get_id();
   Calls::instance().onRead = [&](int fd, void* buffer, size_t size) -> ssize_t {

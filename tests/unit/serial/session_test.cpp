@@ -279,8 +279,11 @@ TEST_F(Session, AbortWhileTheHostIsSilent_ShowsDownloadAborted) {
 }
 
 TEST_F(Session, AbortFromThePageInEachState_EndsWithMinusTwoAndEOT) {
-  Calls::instance().timeDivisor = 1;  // the byte's second must not be over before the abort
-  for (const std::string& before : {std::string(), openRecord("a"), openRecord("a") + dataRecord(0, "half")}) {
+  Calls::instance().timeFactor = kFar;  // the byte's second must not be over before the abort
+  const std::string whole[] = {"", openRecord("a"), dataRecord(0, "half")};
+  std::string before;
+  for (std::size_t records = 0; records < 3; ++records) {
+    before += whole[records];
     for (const State& state : kStates) {
       FakeGui::instance().reset();
       beginAndConnect();
@@ -289,8 +292,7 @@ TEST_F(Session, AbortFromThePageInEachState_EndsWithMinusTwoAndEOT) {
       line_.send("~");  // not to wait out the second
       EXPECT_EQ(-2, end()) << state.name;
       EXPECT_EQ("<span style='color:#f00'><b>Download aborted</b></span><br>", outcome()) << state.name;
-      const std::string answers = line_.pending();
-      EXPECT_EQ('\x04', answers.back()) << state.name;
+      EXPECT_EQ(std::string(records, '\x06') + '\x04', line_.pending()) << state.name;
     }
   }
   EXPECT_EQ(0, installer().installations);
@@ -299,14 +301,15 @@ TEST_F(Session, AbortFromThePageInEachState_EndsWithMinusTwoAndEOT) {
 TEST_F(Session, AbortBetweenRecords_EndsWithMinusTwoWithoutAReply) {
   const std::string whole[] = {openRecord("a"), dataRecord(0, "half"), textRecord('M', "half"), signalRecord('C')};
   std::string before;
+  std::string answers;
   for (const std::string& record : whole) {
     before += record;
+    answers += '\x06';
     beginAndConnect();
     feed(line_, before);
     FakeGui::instance().report(0, 1);
     EXPECT_EQ(-2, end());
-    const std::string answers = line_.pending();
-    EXPECT_EQ(std::string(answers.size(), '\x06'), answers);
+    EXPECT_EQ(answers, line_.pending());
   }
 }
 

@@ -182,6 +182,7 @@ TEST_F(HttpServerTest, BrokenOff_ConnectionUnderWayGetsNoAnswer) {
   server.breakOff();
   brokenOff.set_value();
   EXPECT_EQ(answer.get(), "");
+  EXPECT_TRUE(threads.finish(kLong));  // the promises are the handler's until then
 }
 
 TEST_F(HttpServerTest, BrokenOff_ConnectionThatComesAfterwardsGetsNoAnswer) {
