@@ -14,23 +14,24 @@ int showMainMenu(const MenuEntries& entries) {
   return showPage(vars, "mainmenu.html");
 }
 
+// Where not even this page can be shown, the menu is the answer.
 void showFailure() {
-  PageVars vars;
-  vars["text"] = "<span style='color:#f00'><b>Error:</b></span><br>Cannot continue.<br>Out of memory?";
-  showPage(vars, "result.html");
+  try {
+    PageVars vars;
+    vars["text"] = "<span style='color:#f00'><b>Error:</b></span><br>Cannot continue.<br>Out of memory?";
+    showPage(vars, "result.html");
+  } catch (const std::exception&) {
+    return;
+  }
 }
 
 // Whatever ends an activity, the menu that it came from is shown again.
 template <typename Activity, typename... Arguments>
 void runActivity(const Activity& activity, Arguments... arguments) {
   try {
-    try {
-      activity(arguments...);
-    } catch (const std::exception&) {
-      showFailure();
-    }
+    activity(arguments...);
   } catch (const std::exception&) {
-    // Not even a page can be shown: the menu is the answer.
+    showFailure();
   }
 }
 
