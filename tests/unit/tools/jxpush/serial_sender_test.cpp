@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <map>
+#include <utility>
 
 #include "tests/unit/tools/jxpush/scripted_terminal.h"
 #include "tests/unit/tools/jxpush/test_files.h"
@@ -31,11 +33,12 @@ class SerialSenderTest : public testing::Test {
     }
   }
 
-  // The `nth` record of `letter` meets `fate`.
+  // The `nth` record of `letter` meets `fate`; each further call adds to that.
   void meets(char letter, int nth, Fate fate) {
-    fate_ = std::move(fate);
-    terminal_.fate = [this, letter, nth](char which, int count) {
-      return which == letter && count == nth ? &fate_ : nullptr;
+    fates_[{letter, nth}] = std::move(fate);
+    terminal_.fate = [this](char which, int count) {
+      const auto found = fates_.find({which, count});
+      return found == fates_.end() ? nullptr : &found->second;
     };
   }
 
@@ -64,7 +67,7 @@ class SerialSenderTest : public testing::Test {
   RecordingObserver observer_;
   Outcome outcome_;
   std::string message_;
-  Fate fate_;
+  std::map<std::pair<char, int>, Fate> fates_;
 };
 
 }  // namespace
@@ -220,8 +223,7 @@ TEST_F(SerialSenderTest, LateAnswerToOpen_CountsAsItsAnswer) {
 
 TEST_F(SerialSenderTest, InventedAcknowledgement_RepeatsTheGroup) {
   // The first data record is lost; an ACK that nobody sent stands for its answer, and the true NAK comes with the next.
-  static const Fate kInvented{false, "\x06\x15"};
-  terminal_.fate = [](char letter, int nth) { return letter == 'W' && nth == 1 ? &kInvented : nullptr; };
+  meets('W', 1, {false, "\x06\x15"});
   EXPECT_EQ(ExitCode::kSent, send());
   EXPECT_EQ("EOMWEWWEWWWECE.", terminal_.letters());
   expectCounts(9, 3);
@@ -240,13 +242,8 @@ TEST_F(SerialSenderTest, LargeGroupSentOnceMore_CountsEachOfItsRecords) {
 }
 
 TEST_F(SerialSenderTest, RecordThatFailsInAGroupSentOnceMore_CountsEachTime) {
-  static const Fate kTwo{true, "\x06\x06"};
-  static const Fate kRefused{false, "\x15"};
-  terminal_.fate = [](char letter, int nth) -> const Fate* {
-    if (letter != 'W') return nullptr;
-    if (nth == 3) return &kTwo;
-    return nth == 5 ? &kRefused : nullptr;
-  };
+  meets('W', 3, {true, "\x06\x06"});
+  meets('W', 5, {false, "\x15"});
   EXPECT_EQ(ExitCode::kSent, send());
   EXPECT_EQ("EOMWWWEWWEWWECE.", terminal_.letters());
   expectCounts(10, 4);
@@ -267,13 +264,8 @@ TEST_F(SerialSenderTest, AnswersTooManyForEver_AreGivenUpAndCounted) {
 
 TEST_F(SerialSenderTest, InventedAnswerThenALostRecord_StillSendsTheWholeFile) {
   // The surplus answer to the second record must not stand for the third, which the terminal never sees.
-  static const Fate kTwo{true, "\x06\x06"};
-  static const Fate kLost{false, ""};
-  terminal_.fate = [](char letter, int nth) -> const Fate* {
-    if (letter != 'W') return nullptr;
-    if (nth == 2) return &kTwo;
-    return nth == 3 ? &kLost : nullptr;
-  };
+  meets('W', 2, {true, "\x06\x06"});
+  meets('W', 3, {false, ""});
   EXPECT_EQ(ExitCode::kSent, send());
   expectWhole();
 }
