@@ -23,9 +23,11 @@ class ArrowsTest(unittest.TestCase):
         self.assert_forbidden("shell/menu.cpp", '#include "upload/http_download.h"')
         self.assert_forbidden("serial/a.cpp", '#include "http/thread.h"')
 
-    def test_only_the_composition_includes_everything(self):
-        self.assert_allowed("shell/main.cpp", '#include "serial/download_session.h"')
+    def test_only_the_program_includes_what_the_menus_run(self):
+        for header in ("cloudproxy/probe.h", "serial/download_session.h", "shell/menu.h", "upload/server_only.h"):
+            self.assert_allowed("program/main.cpp", f'#include "{header}"')
         self.assert_forbidden("shell/startup.cpp", '#include "serial/download_session.h"')
+        self.assert_forbidden("shell/startup.cpp", '#include "program/anything.h"')
 
     def test_third_party_headers_stay_out_of_the_subsystems(self):
         self.assert_forbidden("upload/a.cpp", "#include <nlohmann/json.hpp>")

@@ -25,7 +25,7 @@ NEEDS = {"docs/http-api.md": SERVER, "docs/security.md": SERVER, "docs/ipc.md": 
 def source_text():
     """Every source file, with adjoining string literals joined."""
     text = ""
-    for folder in ("shell", "http", "upload", "serial", "cloudproxy", "platform", "tools", "pages"):
+    for folder in ("program", "shell", "http", "upload", "serial", "cloudproxy", "platform", "tools", "pages"):
         for path in sorted((jxtest.SOURCE / folder).rglob("*")):
             if path.suffix in (".cpp", ".h", ".js", ".html", ".css") or path.name == "terminal":
                 text += path.read_text()

@@ -153,7 +153,8 @@ class UnitsTest(Installed):
 
 
 class VersionTest(jxtest.Case):
-    FOLDERS = ("shell", "http", "upload", "serial", "cloudproxy", "platform", "tools", "pages", "cmake", "packaging")
+    FOLDERS = ("program", "shell", "http", "upload", "serial", "cloudproxy", "platform", "tools", "pages", "cmake",
+               "packaging")
 
     def test_version_stands_in_one_place(self):
         files = [path for folder in self.FOLDERS for path in (jxtest.SOURCE / folder).rglob("*") if path.is_file()]

@@ -8,7 +8,7 @@ import jxtest
 LITERAL = re.compile(r'"((?:[^"\\\n]|\\.)*)"')
 STATEMENT = r'\b(?:{})\b(?:"(?:[^"\\\n]|\\.)*"|[^;"])*;'
 NORETURN = re.compile(r"\[\[noreturn\]\] void (\w+)\(")
-SUBSYSTEMS = ("shell", "http", "upload", "serial", "cloudproxy", "platform/linux")
+SUBSYSTEMS = ("program", "shell", "http", "upload", "serial", "cloudproxy", "platform/linux")
 # What stands beside a failure, or says that there is none.
 OTHER = {"List of installed applications", "(manifest unreadable)", "bytes, sha256", "unknown reason", "an unreadable date",
          ".zip"}

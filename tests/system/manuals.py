@@ -8,14 +8,14 @@ import unittest
 import jxtest
 
 MANUALS = {
-    "jxdownloader": "shell/jxdownloader.1",
+    "jxdownloader": "program/jxdownloader.1",
     "controllerd": "platform/linux/services/controllerd/controllerd.8",
     "cloudproxyd": "platform/linux/services/cloudproxyd/cloudproxyd.8",
     "jxpush": "tools/jxpush/jxpush.1",
     "jxpack": "tools/jxpack/jxpack.1",
 }
 COMPLETIONS = {
-    "jxdownloader": "shell/jxdownloader.bash",
+    "jxdownloader": "program/jxdownloader.bash",
     "jxpush": "tools/jxpush/jxpush.bash",
     "jxpack": "tools/jxpack/jxpack.bash",
     "controllerd": "platform/linux/services/controllerd/controllerd.bash",

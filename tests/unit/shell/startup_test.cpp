@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include "tests/unit/shell/in_child.h"
+#include "tests/support/in_child.h"
 
 // The modes of directories are tested with the program itself, where the paths can be made.
 

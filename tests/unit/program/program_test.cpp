@@ -20,7 +20,7 @@
 #include "shell/install.h"
 #include "tests/support/fake_gui.h"
 #include "tests/support/fake_ipc.h"
-#include "tests/unit/shell/in_child.h"
+#include "tests/support/in_child.h"
 
 // The program's main(), which is compiled under this name here.
 int programMain(int argc, char** argv);

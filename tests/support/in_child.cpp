@@ -1,4 +1,4 @@
-#include "tests/unit/shell/in_child.h"
+#include "tests/support/in_child.h"
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
