@@ -3,13 +3,8 @@
 #include "cloudproxy/log_level.h"
 #include "cloudproxy/proxy_info.h"
 
-ProxyProbe proxyProbe() {
-  ProxyProbe probe;
+ProxyEntry proxyProbe() {
   ProxyInfo info;
-  if (readProxyInfo(info) == 0) {
-    probe.showCloudproxy = "1";
-  } else if (readLogLevel() >= 0) {
-    probe.showSettings = "1";
-  }
-  return probe;
+  if (readProxyInfo(info) == 0) return ProxyEntry::kCloudProxy;
+  return readLogLevel() >= 0 ? ProxyEntry::kLogLevel : ProxyEntry::kNone;
 }

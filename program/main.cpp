@@ -27,8 +27,7 @@ void runMenus() {
   activities.cloudProxy = runCloudProxyMenu;
   activities.httpDownload = runHttpDownload;
   activities.serialDownload = [](int port) { static_cast<void>(download_ddl(port)); };
-  const ProxyProbe probe = proxyProbe();
-  runMainMenu({probe.showSettings, probe.showCloudproxy}, activities);
+  runMainMenu(proxyProbe(), activities);
 }
 
 // An upload may be installing still: it is let finish, and none begins while the process ends.

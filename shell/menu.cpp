@@ -7,10 +7,10 @@
 
 namespace {
 
-int showMainMenu(const MenuEntries& entries) {
+int showMainMenu(ProxyEntry offered) {
   PageVars vars;
-  vars["show_settings"] = entries.showSettings;
-  vars["show_cloudproxy"] = entries.showCloudproxy;
+  vars["show_settings"] = offered == ProxyEntry::kLogLevel ? "1" : "0";
+  vars["show_cloudproxy"] = offered == ProxyEntry::kCloudProxy ? "1" : "0";
   return showPage(vars, "mainmenu.html");
 }
 
@@ -52,9 +52,9 @@ void runMainMenuEntry(int result, const Activities& activities) {
 
 }  // namespace
 
-void runMainMenu(const MenuEntries& entries, const Activities& activities) {
+void runMainMenu(ProxyEntry offered, const Activities& activities) {
   // Every result below 1 leaves, not only the one for a page that was left.
-  for (int result = showMainMenu(entries); result > 0; result = showMainMenu(entries)) {
+  for (int result = showMainMenu(offered); result > 0; result = showMainMenu(offered)) {
     runMainMenuEntry(result, activities);
   }
   notifyController("libmac_show_desktop");

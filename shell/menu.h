@@ -2,13 +2,9 @@
 #pragma once
 
 #include <functional>
-#include <string>
 
-// The entries that the main menu offers for the whole run, as the page takes them: "1" or "0".
-struct MenuEntries {
-  std::string showSettings = "0";
-  std::string showCloudproxy = "0";
-};
+// The cloud proxy's entry in the main menu for the whole run: one of two at most.
+enum class ProxyEntry { kNone, kLogLevel, kCloudProxy };
 
 // What the menu entries run, on the main thread; each returns when the operator is to see the menu again. One that ends
 // by an exception is named on standard error, and the menu is shown again.
@@ -22,7 +18,7 @@ struct Activities {
 
 // Shows the main menu and runs what is chosen until the operator leaves it, then tells the application controller to
 // show the desktop. Main thread; blocks.
-void runMainMenu(const MenuEntries& entries, const Activities& activities);
+void runMainMenu(ProxyEntry offered, const Activities& activities);
 
 // Shows the download menu and runs what is chosen until the operator leaves it. Main thread; blocks.
 void runDownloadMenu(const Activities& activities);

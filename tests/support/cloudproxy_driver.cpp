@@ -1,7 +1,7 @@
 // The cloud proxy exchange as a process of its own, for the system tests: does what its standard input says, a command
 // a line, and prints a line for each.
 //   request SECONDS JSON · "RESULT JSON"
-//   probe                · "SHOW_SETTINGS SHOW_CLOUDPROXY"
+//   probe                · the entry of the menu: "none", "log level" or "cloud proxy"
 //   settings             · "RESULT cloud_env auth_ex_support cert cloud_hostname bytes-of-cloud_env_list"
 //   level                · "LEVEL"
 //   listen NAME          · "listening", and later NAME for each such notification: all before it have been delivered
@@ -38,6 +38,18 @@ std::string settings() {
          std::to_string(read.cloud_env_list.size());
 }
 
+std::string probe() {
+  switch (proxyProbe()) {
+    case ProxyEntry::kCloudProxy:
+      return "cloud proxy";
+    case ProxyEntry::kLogLevel:
+      return "log level";
+    case ProxyEntry::kNone:
+      break;
+  }
+  return "none";
+}
+
 // On the library's thread. The main one is not printing: it waits for its next command.
 void sayName(void* /*data*/, const std::string& /*sender*/, const std::string& /*receiver*/, const std::string& name,
              const zoripc::JSObject& /*message*/, unsigned /*flags*/) {
@@ -58,9 +70,7 @@ std::string perform(const std::string& line) {
   if (command == "settings") return settings();
   if (command == "listen") return listen(words);
   if (command == "level") return std::to_string(readLogLevel());
-  if (command != "probe") return "unknown command";
-  const ProxyProbe found = proxyProbe();
-  return found.showSettings + " " + found.showCloudproxy;
+  return command == "probe" ? probe() : "unknown command";
 }
 
 }  // namespace

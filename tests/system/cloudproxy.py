@@ -111,7 +111,7 @@ class ExchangeTest(ProxyCase):
     def test_without_a_proxy(self):
         driver = Driver(self)
         self.assertEqual(driver.ask(f"request {PATIENCE} {INFO}"), FAIL)
-        self.assertEqual(driver.ask("probe"), "0 0")
+        self.assertEqual(driver.ask("probe"), "none")
         self.assertEqual(driver.ask("level"), "-1")
         self.proxy({"info": SUCCESS})
         self.assertEqual(driver.ask(f"request {PATIENCE} {INFO}"), f"0 {SUCCESS}")
@@ -119,7 +119,7 @@ class ExchangeTest(ProxyCase):
     def test_without_a_bus(self):
         driver = Driver(self, JXPLATFORM_BUS="unix:path=/nonexistent")
         self.assertEqual(driver.ask(f"request {PATIENCE} {INFO}"), "-1 null")
-        self.assertEqual(driver.ask("probe"), "0 0")
+        self.assertEqual(driver.ask("probe"), "none")
 
     def test_proxy_that_refuses(self):
         proxy, driver = self.proxy(), Driver(self)

@@ -9,20 +9,13 @@ constexpr const char* kInfoRequest = R"({"proxy":{"command":"info"}})";
 constexpr const char* kConfigRequest = R"({"proxy":{"command":"readconfig"}})";
 constexpr const char* kInfo = R"({"proxy":{"result":"success","version":"1","device_type":"dev","auth_ex_support":0}})";
 
-class ProbeTest : public CloudProxyTest {
- protected:
-  // "show_settings" and "show_cloudproxy".
-  static std::string probe() {
-    const ProxyProbe found = proxyProbe();
-    return found.showSettings + found.showCloudproxy;
-  }
-};
+using ProbeTest = CloudProxyTest;
 
 TEST_F(ProbeTest, BothAnswered_OffersTheCloudProxyMenu) {
   inOwnProcess([this] {
     answer("info", kInfo);
     answer("readconfig", R"({"proxy":{"result":"success","loglevel":3}})");
-    EXPECT_EQ(probe(), "01");
+    EXPECT_EQ(proxyProbe(), ProxyEntry::kCloudProxy);
     EXPECT_EQ(ipc.sent(), Texts{kInfoRequest});
   });
 }
@@ -32,7 +25,7 @@ TEST_F(ProbeTest, OnlyTheLogLevelAnswered_OffersTheLogLevel) {
     inOwnProcess([this, level] {
       answer("info", R"({"proxy":{"result":"error"}})");
       answer("readconfig", R"({"proxy":{"result":"success","loglevel":)" + std::string(level) + "}}");
-      EXPECT_EQ(probe(), "10") << level;
+      EXPECT_EQ(proxyProbe(), ProxyEntry::kLogLevel) << level;
       EXPECT_EQ(ipc.sent(), (Texts{kInfoRequest, kConfigRequest}));
     });
   }
@@ -40,7 +33,7 @@ TEST_F(ProbeTest, OnlyTheLogLevelAnswered_OffersTheLogLevel) {
 
 TEST_F(ProbeTest, SilentProxy_OffersNeitherAfterTwoTimeOuts) {
   inOwnProcess([this] {
-    EXPECT_EQ(probe(), "00");
+    EXPECT_EQ(proxyProbe(), ProxyEntry::kNone);
     EXPECT_EQ(ipc.sent(), (Texts{kInfoRequest, kConfigRequest}));
     EXPECT_EQ(wrapped::waitsNs(), (std::vector<long long>{5000000000, 5000000000}));
     EXPECT_EQ(gui.shownNames(), Texts{});
@@ -53,9 +46,9 @@ TEST_F(ProbeTest, AbsentProxy_OffersNeitherAtOnce) {
       ipc.reportFailure("CloudProxyConf", message);
       return 0;
     });
-    EXPECT_EQ(probe(), "00");
+    EXPECT_EQ(proxyProbe(), ProxyEntry::kNone);
     ipc.onSend([](const zoripc::JSObject&) { return -1; });
-    EXPECT_EQ(probe(), "00");
+    EXPECT_EQ(proxyProbe(), ProxyEntry::kNone);
   });
 }
 
@@ -64,7 +57,7 @@ TEST_F(ProbeTest, LogLevelThatIsNone_OffersNeither) {
     for (const char* const members : {R"("loglevel":-1)", R"("loglevel":"3")", R"("loglevel":null)", R"("other":1)"}) {
       answer("info", R"({"proxy":{"result":"success"}})");
       answer("readconfig", R"({"proxy":{"result":"success",)" + std::string(members) + "}}");
-      EXPECT_EQ(probe(), "00") << members;
+      EXPECT_EQ(proxyProbe(), ProxyEntry::kNone) << members;
     }
   });
 }
@@ -72,7 +65,7 @@ TEST_F(ProbeTest, LogLevelThatIsNone_OffersNeither) {
 TEST_F(ProbeTest, LogLevelOfAFailedReading_OffersNeither) {
   inOwnProcess([this] {
     answer("readconfig", R"({"proxy":{"result":"error","loglevel":3}})");
-    EXPECT_EQ(probe(), "00");
+    EXPECT_EQ(proxyProbe(), ProxyEntry::kNone);
     EXPECT_EQ(readLogLevel(), -1);
   });
 }

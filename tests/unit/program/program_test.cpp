@@ -59,6 +59,11 @@ int __real_stat64(const char* path, struct stat64* status);
 int __real_chmod(const char* path, mode_t mode);
 int __real_setenv(const char* name, const char* value, int overwrite);
 
+// A response that was delivered is waited for however long it takes: none of the waits here ends by its time.
+int __wrap_pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec* /*end*/) {
+  return pthread_cond_wait(condition, mutex);
+}
+
 mode_t __wrap_umask(mode_t mask) {
   note("umask " + octal(mask));
   return __real_umask(mask);
@@ -113,14 +118,25 @@ const std::string kPreparation =
 const std::string kProbe = "ipc {\"proxy\":{\"command\":\"info\"}}\nipc {\"proxy\":{\"command\":\"readconfig\"}}\n";
 const std::string kDesktop = "ipc {\"libmac_cmd\":\"libmac_show_desktop\",\"libmac_version\":\"3.16.5-79\"}\n";
 
+// The responses of the cloud proxy, as JSON text, by the command of the request.
+using Proxy = std::map<std::string, std::string>;
+
+int answerFrom(const Proxy& proxy, const zoripc::JSObject& message) {
+  note("ipc " + message.dump());
+  const auto response = proxy.find(message["proxy"]["command"].getString());
+  if (response == proxy.end()) return -1;
+  zoripc::JSObject parsed;
+  EXPECT_TRUE(zoripc::JSObject::parse(response->second, parsed));
+  FakeIpc::instance().deliver("CloudProxyConfResponse", parsed);
+  return 0;
+}
+
 // What the program does with these arguments, and its exit status; `pages` answers "mainmenu.html", one after the
 // other. In a process of its own, because the program's end leaves the installation locked.
-std::string run(std::vector<std::string> arguments, const std::vector<FakeGui::Answer>& pages = {}) {
+std::string run(std::vector<std::string> arguments, const std::vector<FakeGui::Answer>& pages = {},
+                const Proxy& proxy = {}) {
   return inChild([&] {
-    FakeIpc::instance().onSend([](const zoripc::JSObject& message) {
-      note("ipc " + message.dump());
-      return -1;
-    });
+    FakeIpc::instance().onSend([&proxy](const zoripc::JSObject& message) { return answerFrom(proxy, message); });
     for (const FakeGui::Answer& page : pages) FakeGui::instance().answer("mainmenu.html", page);
     std::vector<char*> argv;
     for (std::string& argument : arguments) argv.push_back(argument.data());
@@ -154,6 +170,17 @@ TEST(Program, Menus_AreProbedForOnceAndEndWithTheDesktop) {
     EXPECT_EQ(run({"jxdownloader"}, {answerWith(7), answerWith(5), answerWith(last)}),
               kPreparation + kProbe + "menu 00\nmenu 00\nmenu 00\n" + kDesktop + "status 0\n");
   }
+}
+
+// What the probe finds is what the menu offers: the right one of its two entries.
+TEST(Program, ProxyThatAnswers_HasItsEntryInTheMenu) {
+  const std::string failure = R"({"proxy":{"result":"error"}})";
+  const std::string level = R"({"proxy":{"result":"success","loglevel":3}})";
+  const std::string info = R"({"proxy":{"result":"success","version":"1","device_type":"prod","auth_ex_support":0}})";
+  EXPECT_EQ(run({"jxdownloader"}, {answerWith(-1)}, {{"info", failure}, {"readconfig", level}}),
+            kPreparation + kProbe + "menu 10\n" + kDesktop + "status 0\n");
+  EXPECT_EQ(run({"jxdownloader"}, {answerWith(-1)}, {{"info", info}, {"readconfig", level}}),
+            kPreparation + "ipc {\"proxy\":{\"command\":\"info\"}}\nmenu 01\n" + kDesktop + "status 0\n");
 }
 
 TEST(Program, Entries_LeadToTheirPagesAndBack) {

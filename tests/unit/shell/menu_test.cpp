@@ -20,7 +20,7 @@ class MenuTest : public ShellTest {
   // Runs the main menu with these results of its page, the last of which leaves it.
   void runMain(std::initializer_list<int> results) {
     for (const int result : results) gui.answer("mainmenu.html", result);
-    runMainMenu(entries, activities);
+    runMainMenu(offered, activities);
   }
 
   void runDownload(std::initializer_list<int> results) {
@@ -28,23 +28,26 @@ class MenuTest : public ShellTest {
     runDownloadMenu(activities);
   }
 
-  MenuEntries entries;
+  ProxyEntry offered = ProxyEntry::kNone;
   Activities activities;
   Names ran;
 };
 
-TEST_F(MenuTest, MainMenu_HandsOverItsEntries) {
-  entries = {"0", "1"};
-  runMain({-1});
+TEST_F(MenuTest, MainMenu_OffersOneEntryOfTheProxyAtMost) {
+  for (const ProxyEntry entry : {ProxyEntry::kNone, ProxyEntry::kLogLevel, ProxyEntry::kCloudProxy}) {
+    offered = entry;
+    runMain({-1});
+  }
   const auto shown = gui.shown();
-  ASSERT_EQ(shown.size(), 1U);
-  EXPECT_EQ(shown[0].page, "mainmenu.html");
+  ASSERT_EQ(gui.shownNames(), Names(3, "mainmenu.html"));
   EXPECT_TRUE(shown[0].synchronous);
-  EXPECT_EQ(shown[0].vars, (std::map<std::string, std::string>{{"show_settings", "0"}, {"show_cloudproxy", "1"}}));
+  EXPECT_EQ(shown[0].vars, (std::map<std::string, std::string>{{"show_settings", "0"}, {"show_cloudproxy", "0"}}));
+  EXPECT_EQ(shown[1].vars, (std::map<std::string, std::string>{{"show_settings", "1"}, {"show_cloudproxy", "0"}}));
+  EXPECT_EQ(shown[2].vars, (std::map<std::string, std::string>{{"show_settings", "0"}, {"show_cloudproxy", "1"}}));
 }
 
 TEST_F(MenuTest, MainMenu_HasNewVariablesEachTime) {
-  entries = {"1", "0"};
+  offered = ProxyEntry::kLogLevel;
   gui.answer("mainmenu.html", [](auto& vars) {
     vars["show_settings"] = "changed";
     vars["more"] = "x";
