@@ -5,7 +5,6 @@
 #include <zoripc.h>
 
 #include <ctime>
-#include <exception>
 #include <string>
 #include <utility>
 
@@ -13,6 +12,7 @@
 #include "cloudproxy/proxy_info.h"
 #include "cloudproxy/proxy_message.h"
 #include "cloudproxy/proxy_settings.h"
+#include "shell/activity.h"
 #include "shell/pages.h"
 
 namespace {
@@ -124,13 +124,13 @@ bool runMenuOnce() {
     case kPageLeft:
       return false;
     case 1:
-      runInformation(vars);
+      runActivity([&vars] { runInformation(vars); });
       return true;
     case 2:
-      runSettings(vars);
+      runActivity([&vars] { runSettings(vars); });
       return true;
     case 3:
-      runCheck(vars);
+      runActivity([&vars] { runCheck(vars); });
       return true;
     default:
       return true;
@@ -140,10 +140,6 @@ bool runMenuOnce() {
 }  // namespace
 
 void runCloudProxyMenu() {
-  try {
-    while (runMenuOnce()) {
-    }
-  } catch (const std::exception&) {
-    return;  // without memory for a page there is only the menu that called
+  while (runMenuOnce()) {
   }
 }

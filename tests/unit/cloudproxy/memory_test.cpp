@@ -1,5 +1,6 @@
 // Where memory runs out in the middle of an exchange.
 #include <cerrno>
+#include <new>
 
 #include "cloudproxy/cloud_proxy_menu.h"
 #include "cloudproxy/exchange.h"
@@ -117,15 +118,32 @@ TEST_F(MemoryTest, NoMemoryForARequest_IsAFailureToRead) {
   });
 }
 
-TEST_F(MemoryTest, NoMemoryForAPage_LeadsBackToTheMenuThatCalled) {
+TEST_F(MemoryTest, NoMemoryForALevelThatWasChosen_ShowsNothing) {
   inOwnProcess([this] {
-    noMemory::after(0);
-    runLogLevelPage();
-    runCloudProxyMenu();
+    answer("readconfig", R"({"proxy":{"result":"success","loglevel":3}})");
+    gui.answer("settings.html", [](Vars& vars) {
+      vars["loglevel"] = "5";
+      noMemory::after(0);
+      return 0;
+    });
+    EXPECT_NO_THROW(runLogLevelPage());
     const bool failed = noMemory::met();
     noMemory::after(-1);
     EXPECT_TRUE(failed);
-    EXPECT_EQ(gui.shownNames(), Texts{});
+    EXPECT_EQ(ipc.sent().size(), 1U);
+    EXPECT_EQ(gui.shownNames(), Texts{"settings.html"});
+  });
+}
+
+// Whoever runs them shows it: the main menu.
+TEST_F(MemoryTest, NoMemoryForAMenuOrItsOnlyPage_IsLeftToTheCaller) {
+  inOwnProcess([this] {
+    const auto outOfMemory = [](Vars&) -> int { throw std::bad_alloc(); };
+    answer("readconfig", R"({"proxy":{"result":"success","loglevel":3}})");
+    gui.answer("settings.html", outOfMemory);
+    EXPECT_THROW(runLogLevelPage(), std::bad_alloc);
+    gui.answer("cloudproxy.html", outOfMemory);
+    EXPECT_THROW(runCloudProxyMenu(), std::bad_alloc);
   });
 }
 

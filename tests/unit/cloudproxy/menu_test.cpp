@@ -1,4 +1,5 @@
 #include <climits>
+#include <new>
 
 #include "cloudproxy/cloud_proxy_menu.h"
 #include "tests/unit/cloudproxy/fixture.h"
@@ -64,6 +65,29 @@ TEST_F(MenuTest, SecondInformation_IsTheFirstEvenWithoutTheProxy) {
     EXPECT_EQ(ipc.sent().size(), 1U);
     EXPECT_EQ(varsOf(3), (Vars{{"version", "1"}, {"auth_ex_support", "0"}, {"device_type", "dev"}}));
     EXPECT_EQ(varsOf(1), varsOf(3));
+  });
+}
+
+TEST_F(MenuTest, EntryThatEndsByAnException_IsToldAndLeadsBackToThisMenu) {
+  inOwnProcess([this] {
+    const auto outOfMemory = [](Vars&) -> int { throw std::bad_alloc(); };
+    gui.answer("prx-info.html", outOfMemory);
+    gui.answer("prx-settings.html", outOfMemory);
+    gui.onAsync([](const ShownPage&) { throw std::bad_alloc(); });
+    answer("info", kInfo);
+    for (int i = 0; i < 2; ++i) {
+      answer("readconfig",
+             R"({"proxy":{"result":"success","cloud_env":"e","cloud_hostname":"h","cloud_env_list2":[]}})");
+    }
+    run({1, 2, 3, -1});
+    EXPECT_EQ(gui.shownNames(),
+              (Texts{"cloudproxy.html", "prx-info.html", "result.html", "cloudproxy.html", "prx-settings.html",
+                     "result.html", "cloudproxy.html", "wait.html", "result.html", "cloudproxy.html"}));
+    for (const std::size_t result : {2U, 5U, 8U}) {
+      EXPECT_EQ(
+          varsOf(result),
+          (Vars{{"text", "<span style='color:#f00'><b>Error:</b></span><br>Cannot continue.<br>Out of memory?"}}));
+    }
   });
 }
 

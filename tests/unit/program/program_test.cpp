@@ -197,6 +197,36 @@ TEST(Program, Entries_LeadToTheirPagesAndBack) {
                 kDesktop + "status 0\n");
 }
 
+// The pages of all five activities fail, and the download menu's; the log level's own entry is chosen as the page may.
+TEST(Program, FailureOfAnyActivity_IsShownAndLeadsBackToItsMenu) {
+  FakeGui& gui = FakeGui::instance();
+  gui.reset();
+  const auto outOfMemory = [](Vars&) -> int { throw std::bad_alloc(); };
+  for (const char* const page : {"info.html", "settings.html", "prx-info.html"}) gui.answer(page, outOfMemory);
+  gui.onAsync([](const ShownPage&) { throw std::bad_alloc(); });
+  gui.answer("cloudproxy.html", 1);
+  gui.answer("cloudproxy.html", -1);
+  for (const int result : {1, 2, -1}) gui.answer("download.html", result);
+  std::vector<std::string> names;
+  const auto last = [](Vars&) {
+    for (const ShownPage& page : FakeGui::instance().shown()) {
+      if (page.page != "mainmenu.html")
+        note(page.page + (page.page == "result.html" ? " " + page.vars.at("text") : ""));
+    }
+    return -1;
+  };
+  const std::string level = R"({"proxy":{"result":"success","loglevel":3}})";
+  const std::string info = R"({"proxy":{"result":"success","version":"1","device_type":"prod","auth_ex_support":0}})";
+  const std::string told =
+      "result.html <span style='color:#f00'><b>Error:</b></span><br>Cannot continue.<br>Out of memory?\n";
+  const std::string shown = run({"jxdownloader"}, {answerWith(2), answerWith(3), answerWith(4), answerWith(1), last},
+                                {{"info", info}, {"readconfig", level}});
+  const std::string expected = "info.html\n" + told + "settings.html\n" + told + "cloudproxy.html\nprx-info.html\n" +
+                               told + "cloudproxy.html\ndownload.html\nwait.html\n" + told +
+                               "download.html\ndownload-ddl.html\n" + told + "download.html\n";
+  EXPECT_NE(shown.find("\n" + expected), std::string::npos) << shown;
+}
+
 TEST(Program, MenusWithoutMemory_EndWithTheDesktopAndStatus1) {
   const auto outOfMemory = [](Vars&) -> int { throw std::bad_alloc(); };
   EXPECT_EQ(run({"jxdownloader"}, {answerWith(7), outOfMemory}),

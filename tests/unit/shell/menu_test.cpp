@@ -130,8 +130,15 @@ TEST_F(MenuTest, ActivityThatEndsByAnException_IsToldAndLeadsBackToItsMenu) {
             (Names{"mainmenu.html", "result.html", "mainmenu.html", "result.html", "mainmenu.html", "result.html",
                    "mainmenu.html", "download.html", "result.html", "download.html", "result.html", "download.html",
                    "result.html", "download.html", "result.html", "download.html", "mainmenu.html"}));
-  EXPECT_EQ(gui.shown()[1].vars.at("text"),
-            "<span style='color:#f00'><b>Error:</b></span><br>Cannot continue.<br>Out of memory?");
+  EXPECT_EQ(gui.shown()[1].vars,
+            (std::map<std::string, std::string>{
+                {"text", "<span style='color:#f00'><b>Error:</b></span><br>Cannot continue.<br>Out of memory?"}}));
+}
+
+TEST_F(MenuTest, DownloadMenuThatCannotBeShown_IsToldAndLeadsBackToTheMainMenu) {
+  gui.answer("download.html", [](auto&) -> int { throw std::bad_alloc(); });
+  runMain({1, -1});
+  EXPECT_EQ(gui.shownNames(), (Names{"mainmenu.html", "download.html", "result.html", "mainmenu.html"}));
 }
 
 TEST_F(MenuTest, FailureThatCannotBeShownEither_LeadsBackToTheMenu) {
