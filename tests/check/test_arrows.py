@@ -39,6 +39,13 @@ class ArrowsTest(unittest.TestCase):
         self.assert_forbidden("tools/jxpush/a.cpp", '#include "platform/linux/support/root.h"')
         self.assert_allowed("tools/jxpush/a.cpp", '#include "serial/crc16.h"')
 
+    def test_everything_may_use_the_lowest_floor_which_uses_nothing(self):
+        for folder in ("http", "shell", "upload", "serial", "cloudproxy", "platform/linux/zoripc", "tools/jxpush"):
+            self.assert_allowed(folder + "/a.cpp", '#include "base/text.h"')
+        self.assert_forbidden("base/text.cpp", '#include "http/thread.h"')
+        self.assert_forbidden("base/text.cpp", "#include <zoripc.h>")
+        self.assert_forbidden("base/text.cpp", "#include <openssl/evp.h>")
+
     def test_relative_includes_are_named(self):
         self.assert_forbidden("http/a.cpp", '#include "thread.h"')
 

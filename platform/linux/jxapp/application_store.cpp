@@ -8,6 +8,9 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "base/file_io.h"
+#include "base/ignore.h"
+#include "base/text.h"
 #include "platform/linux/jxapp/failure.h"
 #include "platform/linux/jxapp/manifest.h"
 
@@ -40,29 +43,28 @@ bool exchange(int directory, const std::string& one, const std::string& other) {
 
 bool isUnsupported(int error) { return error == EINVAL || error == ENOSYS || error == EOPNOTSUPP; }
 
-bool beginsWith(const std::string& text, const std::string& prefix) { return text.rfind(prefix, 0) == 0; }
-
-[[noreturn]] void failWith(const std::string& what) { throw Failure(what + ": " + errorText(errno)); }
+[[noreturn]] void failWith(const std::string& what) { throw Failure(what + ": " + base::errorText(errno)); }
 
 }  // namespace
 
 ApplicationStore::ApplicationStore(const std::string& root, Replacement replacement) : replacement_(replacement) {
   const std::string path = root + "/apps";
   mkdir(path.c_str(), kDirectoryMode);
-  apps_ = Descriptor(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  apps_ = base::Descriptor(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!apps_) failWith("the folder of the applications cannot be opened");
 }
 
 void ApplicationStore::sweep() const {
   std::vector<std::string> names;
-  listDirectory(directory(), names);
+  // What cannot be listed or removed now is swept the next time.
+  base::ignore(listDirectory(directory(), names));
   for (const std::string& name : names) {
-    if (beginsWith(name, kOldPrefix)) {
+    if (base::beginsWith(name, kOldPrefix)) {
       const std::string place = name.substr(std::string(kOldPrefix).size());
-      if (!exists(directory(), place) && rename(directory(), name, place)) syncFile(directory());
-      removeTree(directory(), name);
-    } else if (beginsWith(name, kNewPrefix)) {
-      removeTree(directory(), name);
+      if (!exists(directory(), place) && rename(directory(), name, place)) base::ignore(base::syncFile(directory()));
+      base::ignore(removeTree(directory(), name));
+    } else if (base::beginsWith(name, kNewPrefix)) {
+      base::ignore(removeTree(directory(), name));
     }
   }
 }
@@ -87,11 +89,11 @@ std::optional<std::string> ApplicationStore::versionOf(const std::string& name) 
   }
 }
 
-Descriptor ApplicationStore::stage(const std::string& name) const {
+base::Descriptor ApplicationStore::stage(const std::string& name) const {
   discard(name);
   const std::string staged = kNewPrefix + name;
   if (mkdirat(directory(), staged.c_str(), kDirectoryMode) != 0) failWith("the application's folder cannot be created");
-  Descriptor made = openAt(directory(), staged, O_RDONLY | O_DIRECTORY);
+  base::Descriptor made = openAt(directory(), staged, O_RDONLY | O_DIRECTORY);
   if (!made || fchmod(made.get(), kDirectoryMode) != 0) failWith("the application's folder cannot be opened");
   return made;
 }
@@ -99,9 +101,10 @@ Descriptor ApplicationStore::stage(const std::string& name) const {
 void ApplicationStore::commit(const std::string& name) const {
   swapIn(name);
   // The application is in its place; a failure here only leaves it less sure to survive a power cut.
-  syncFile(directory());
+  base::ignore(base::syncFile(directory()));
   discard(name);
-  removeTree(directory(), kOldPrefix + name);
+  // The next sweep removes what is left.
+  base::ignore(removeTree(directory(), kOldPrefix + name));
 }
 
 void ApplicationStore::swapIn(const std::string& name) const {
@@ -120,13 +123,16 @@ void ApplicationStore::swapIn(const std::string& name) const {
 void ApplicationStore::swapByTwoRenames(const std::string& name) const {
   const std::string old = kOldPrefix + name;
   if (!rename(directory(), name, old)) failWith("the old application cannot be moved aside");
-  if (syncFile(directory()) && rename(directory(), kNewPrefix + name, name)) return;
+  if (base::syncFile(directory()) && rename(directory(), kNewPrefix + name, name)) return;
   const int reason = errno;
   rename(directory(), old, name);
   errno = reason;
   failWith("the application cannot be put in its place");
 }
 
-void ApplicationStore::discard(const std::string& name) const { removeTree(directory(), kNewPrefix + name); }
+void ApplicationStore::discard(const std::string& name) const {
+  // The next sweep removes what is left.
+  base::ignore(removeTree(directory(), kNewPrefix + name));
+}
 
 }  // namespace jxinstall

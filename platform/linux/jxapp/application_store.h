@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "base/descriptor.h"
 #include "platform/linux/jxapp/file.h"
 
 namespace jxinstall {
@@ -41,7 +42,7 @@ class ApplicationStore {
   std::optional<std::string> versionOf(const std::string& name) const;
 
   // An empty directory beside the place of `name`. Throws Failure.
-  Descriptor stage(const std::string& name) const;
+  base::Descriptor stage(const std::string& name) const;
 
   // Puts the staged directory in the place of `name`, brings that to the disk, and removes the predecessor. Throws
   // Failure when the predecessor, if any, is still in its place.
@@ -54,7 +55,7 @@ class ApplicationStore {
   void swapIn(const std::string& name) const;
   void swapByTwoRenames(const std::string& name) const;
 
-  Descriptor apps_;
+  base::Descriptor apps_;
   Replacement replacement_;
 };
 

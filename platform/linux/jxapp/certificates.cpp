@@ -31,7 +31,7 @@ bool isPublicCertificate(const std::string& content) {
 
 // Links are followed: a terminal's certificates may be kept elsewhere.
 bool readCertificate(int directory, const std::string& name, std::string& content) {
-  Descriptor file(openat(directory, name.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  base::Descriptor file(openat(directory, name.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   struct stat status {};
   if (!file || fstat(file.get(), &status) != 0) return false;
   if (!S_ISREG(status.st_mode) || status.st_size > static_cast<off_t>(kMaxCertificateFileBytes)) return true;
@@ -61,7 +61,7 @@ bool writeEntry(archive* writer, const std::string& name, const std::string& con
 }  // namespace
 
 bool readCertificateFiles(const std::string& root, std::vector<std::pair<std::string, std::string>>& files) {
-  const Descriptor directory(open((root + "/certs").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const base::Descriptor directory(open((root + "/certs").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!directory) return errno == ENOENT;
   std::vector<std::string> names;
   bool complete = listDirectory(directory.get(), names);

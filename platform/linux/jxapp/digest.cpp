@@ -4,6 +4,7 @@
 
 #include <array>
 
+#include "base/text.h"
 #include "platform/linux/jxapp/failure.h"
 
 namespace jxinstall {
@@ -25,13 +26,7 @@ std::string Sha256::hex() {
   std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
   unsigned int size = 0;
   check(EVP_DigestFinal_ex(context_.get(), digest.data(), &size) == 1);
-  constexpr const char* kDigits = "0123456789abcdef";
-  std::string text;
-  for (unsigned int i = 0; i < size; ++i) {
-    text += kDigits[digest[i] >> 4];
-    text += kDigits[digest[i] & 15];
-  }
-  return text;
+  return base::hexDigits(digest.data(), size);
 }
 
 }  // namespace jxinstall

@@ -6,6 +6,7 @@
 #include <set>
 #include <string>
 
+#include "base/file_io.h"
 #include "platform/linux/jxapp/failure.h"
 #include "platform/linux/jxapp/file.h"
 
@@ -31,7 +32,7 @@ std::uint64_t countDirectories(const Package& package) {
 
 void checkDiskSpace(int directory, const Package& package) {
   struct statvfs disk {};
-  if (fstatvfs(directory, &disk) != 0) throw Failure("the free space cannot be told: " + errorText(errno));
+  if (fstatvfs(directory, &disk) != 0) throw Failure("the free space cannot be told: " + base::errorText(errno));
   const std::uint64_t block = disk.f_frsize != 0 ? disk.f_frsize : 1;
   const std::uint64_t directories = countDirectories(package);
   std::uint64_t blocks = directories;

@@ -2,17 +2,11 @@
 
 #include <algorithm>
 
+#include "base/text.h"
 #include "platform/linux/jxapp/failure.h"
-#include "platform/linux/jxapp/printable.h"
 
 namespace jxinstall {
 namespace {
-
-std::string lowerCase(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(),
-                 [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
-  return text;
-}
 
 std::string componentProblem(const std::string& component) {
   if (component.empty()) return "the name has an empty component";
@@ -45,7 +39,7 @@ std::string nameProblem(const std::string& name) {
 
 void EntryNames::add(const std::string& name, bool directory) {
   const std::string problem = nameProblem(name);
-  if (!problem.empty()) throw Failure(printable(name) + ": " + problem);
+  if (!problem.empty()) throw Failure(base::quotedPrintable(name) + ": " + problem);
   for (std::size_t end = name.find('/'); end != std::string::npos; end = name.find('/', end + 1)) {
     addOne(name.substr(0, end), true, false);
   }
@@ -53,14 +47,16 @@ void EntryNames::add(const std::string& name, bool directory) {
 }
 
 void EntryNames::addOne(const std::string& name, bool directory, bool entry) {
-  const auto [place, isNew] = seen_.try_emplace(lowerCase(name), Seen{name, directory, entry});
+  const auto [place, isNew] = seen_.try_emplace(base::lowerCase(name), Seen{name, directory, entry});
   if (isNew) return;
   Seen& before = place->second;
   if (before.name != name) {
-    throw Failure(printable(name) + ": the name differs from " + printable(before.name) + " in case only");
+    throw Failure(base::quotedPrintable(name) + ": the name differs from " + base::quotedPrintable(before.name) +
+                  " in case only");
   }
-  if (before.directory != directory) throw Failure(printable(name) + ": the name is a file and a directory");
-  if (before.entry && entry) throw Failure(printable(name) + ": the name is there twice");
+  if (before.directory != directory)
+    throw Failure(base::quotedPrintable(name) + ": the name is a file and a directory");
+  if (before.entry && entry) throw Failure(base::quotedPrintable(name) + ": the name is there twice");
   before.entry = before.entry || entry;
 }
 

@@ -9,6 +9,7 @@
 #include <optional>
 #include <thread>
 
+#include "base/file_io.h"
 #include "platform/linux/jxapp/disk_space.h"
 #include "platform/linux/jxapp/failure.h"
 #include "platform/linux/jxapp/package.h"
@@ -28,11 +29,11 @@ class InstallationLock {
   // Throws Failure when another installation holds it for all of the time.
   InstallationLock(const std::string& root, int timeoutMs)
       : root_(open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-    if (!root_) throw Failure("the platform root cannot be opened: " + errorText(errno));
+    if (!root_) throw Failure("the platform root cannot be opened: " + base::errorText(errno));
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
     while (flock(root_.get(), LOCK_EX | LOCK_NB) != 0) {
       if (errno != EWOULDBLOCK && errno != EINTR)
-        throw Failure("the platform root cannot be locked: " + errorText(errno));
+        throw Failure("the platform root cannot be locked: " + base::errorText(errno));
       if (std::chrono::steady_clock::now() >= end) {
         throw Failure("another installation is still running after " + std::to_string(timeoutMs) + " ms");
       }
@@ -42,7 +43,7 @@ class InstallationLock {
 
  private:
   static constexpr std::chrono::milliseconds kPause{20};
-  Descriptor root_;
+  base::Descriptor root_;
 };
 
 class Installation {
@@ -72,10 +73,10 @@ class Installation {
   }
 
   void installSources(const ApplicationStore& store) {
-    const Descriptor source = openSourceDirectory(options_.root);
+    const base::Descriptor source = openSourceDirectory(options_.root);
     std::vector<std::string> names;
     if (!source || !listArchives(source.get(), names)) {
-      if (source || errno != ENOENT) error("the source directory cannot be read: " + errorText(errno));
+      if (source || errno != ENOENT) error("the source directory cannot be read: " + base::errorText(errno));
       return;
     }
     for (const std::string& name : names) handle(source.get(), name, store);
@@ -93,7 +94,7 @@ class Installation {
     }
     if (archive && archive->isTakenOver(source)) return;
     if (unlinkat(source, name.c_str(), 0) != 0 && errno != ENOENT) {
-      error(name + ": the archive cannot be removed: " + errorText(errno));
+      error(name + ": the archive cannot be removed: " + base::errorText(errno));
     }
   }
 
@@ -123,7 +124,7 @@ class Installation {
 
   static void unpackAndCommit(int fd, const Package& package, const ApplicationStore& store) {
     const std::string& name = package.manifest.name;
-    const Descriptor place = store.stage(name);
+    const base::Descriptor place = store.stage(name);
     try {
       unpackInto(place.get(), fd, package);
       store.commit(name);

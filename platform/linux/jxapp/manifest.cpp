@@ -5,9 +5,9 @@
 #include <set>
 #include <vector>
 
+#include "base/text.h"
 #include "platform/linux/jxapp/entry_names.h"
 #include "platform/linux/jxapp/failure.h"
-#include "platform/linux/jxapp/printable.h"
 #include "platform/linux/support/json_text.h"
 
 namespace jxinstall {
@@ -34,7 +34,7 @@ class StrictKeys {
     if (keys_.size() <= level) keys_.resize(level + 1);
     if (event == json::parse_event_t::object_start && keys_.size() > level + 1) keys_[level + 1].clear();
     if (event == json::parse_event_t::key && !keys_[level].insert(value.get<std::string>()).second) {
-      throw Failure("manifest.json: the key " + printable(value.get<std::string>()) + " stands twice");
+      throw Failure("manifest.json: the key " + base::quotedPrintable(value.get<std::string>()) + " stands twice");
     }
     return true;
   }
@@ -93,10 +93,11 @@ std::map<std::string, std::string> filesOf(const json& object) {
   std::map<std::string, std::string> files;
   for (const auto& [path, digest] : member->items()) {
     const std::string problem = nameProblem(path);
-    if (!problem.empty()) throw Failure("manifest.json: " + printable(path) + ": " + problem);
-    if (path == kManifestName || path == kSignatureName) throw Failure("manifest.json: lists " + printable(path));
+    if (!problem.empty()) throw Failure("manifest.json: " + base::quotedPrintable(path) + ": " + problem);
+    if (path == kManifestName || path == kSignatureName)
+      throw Failure("manifest.json: lists " + base::quotedPrintable(path));
     if (!digest.is_string() || !isDigest(digest.get<std::string>())) {
-      throw Failure("manifest.json: " + printable(path) + ": the digest is not 64 lower-case hex digits");
+      throw Failure("manifest.json: " + base::quotedPrintable(path) + ": the digest is not 64 lower-case hex digits");
     }
     files.emplace(path, digest.get<std::string>());
   }
@@ -123,11 +124,12 @@ Manifest parseManifest(const std::string& bytes) {
   Manifest manifest;
   manifest.name = textMember(object, "name");
   if (!isApplicationName(manifest.name)) {
-    throw Failure("manifest.json: the name " + printable(manifest.name) + " is not [a-z0-9][a-z0-9._-]{0,63}");
+    throw Failure("manifest.json: the name " + base::quotedPrintable(manifest.name) +
+                  " is not [a-z0-9][a-z0-9._-]{0,63}");
   }
   manifest.version = textMember(object, "version");
   if (!isApplicationVersion(manifest.version)) {
-    throw Failure("manifest.json: the version " + printable(manifest.version) +
+    throw Failure("manifest.json: the version " + base::quotedPrintable(manifest.version) +
                   " is not [0-9A-Za-z][0-9A-Za-z.+~-]{0,63}");
   }
   manifest.description = descriptionOf(object);

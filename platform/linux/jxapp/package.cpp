@@ -2,16 +2,16 @@
 
 #include <algorithm>
 
+#include "base/text.h"
 #include "platform/linux/jxapp/failure.h"
 #include "platform/linux/jxapp/package_reader.h"
-#include "platform/linux/jxapp/printable.h"
 
 namespace jxinstall {
 namespace {
 
 std::string contentOf(PackageReader& reader, const ZipEntry& entry, std::size_t maxBytes) {
   if (entry.size > maxBytes) {
-    throw Failure(printable(entry.name) + ": has " + std::to_string(entry.size) + " bytes, at most " +
+    throw Failure(base::quotedPrintable(entry.name) + ": has " + std::to_string(entry.size) + " bytes, at most " +
                   std::to_string(maxBytes) + " are allowed");
   }
   std::string content;
@@ -34,7 +34,7 @@ void checkListing(const Package& package) {
   for (const ZipEntry& entry : package.index.entries) {
     if (entry.directory || entry.name == kManifestName || entry.name == kSignatureName) continue;
     if (package.manifest.files.count(entry.name) == 0) {
-      throw Failure(printable(entry.name) + ": is not listed in manifest.json");
+      throw Failure(base::quotedPrintable(entry.name) + ": is not listed in manifest.json");
     }
     ++listed;
   }
@@ -42,7 +42,7 @@ void checkListing(const Package& package) {
   for (const auto& [path, digest] : package.manifest.files) {
     const auto isIt = [&, name = path](const ZipEntry& entry) { return !entry.directory && entry.name == name; };
     if (std::none_of(package.index.entries.begin(), package.index.entries.end(), isIt)) {
-      throw Failure(printable(path) + ": is listed in manifest.json but not in the archive");
+      throw Failure(base::quotedPrintable(path) + ": is listed in manifest.json but not in the archive");
     }
   }
 }

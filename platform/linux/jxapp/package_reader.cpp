@@ -8,9 +8,10 @@
 #include <string>
 #include <vector>
 
+#include "base/file_io.h"
+#include "base/text.h"
 #include "platform/linux/jxapp/failure.h"
 #include "platform/linux/jxapp/file.h"
-#include "platform/linux/jxapp/printable.h"
 
 namespace jxinstall {
 namespace {
@@ -19,7 +20,7 @@ constexpr std::size_t kBlockBytes = std::size_t{64} * 1024;
 
 [[noreturn]] void failWith(archive* reader, const std::string& where) {
   const char* const reason = archive_error_string(reader);
-  throw Failure(where + "cannot be unpacked: " + printable(reason != nullptr ? reason : "unknown reason"));
+  throw Failure(where + "cannot be unpacked: " + base::quotedPrintable(reason != nullptr ? reason : "unknown reason"));
 }
 
 }  // namespace
@@ -27,7 +28,7 @@ constexpr std::size_t kBlockBytes = std::size_t{64} * 1024;
 PackageReader::PackageReader(int fd)
     : archive_(archive_read_new(), [](archive* reader) { archive_read_free(reader); }) {
   if (!archive_) throw std::bad_alloc();
-  if (lseek(fd, 0, SEEK_SET) != 0) throw Failure("cannot be read: " + errorText(errno));
+  if (lseek(fd, 0, SEEK_SET) != 0) throw Failure("cannot be read: " + base::errorText(errno));
   // The reader that goes by the central directory, the one that was checked.
   if (archive_read_support_format_zip_seekable(archive_.get()) != ARCHIVE_OK ||
       archive_read_open_fd(archive_.get(), fd, kBlockBytes) != ARCHIVE_OK) {
@@ -37,7 +38,7 @@ PackageReader::PackageReader(int fd)
 
 void PackageReader::next(const ZipEntry& entry) {
   archive_entry* found = nullptr;
-  const std::string where = printable(entry.name) + ": ";
+  const std::string where = base::quotedPrintable(entry.name) + ": ";
   if (archive_read_next_header(archive_.get(), &found) != ARCHIVE_OK) failWith(archive_.get(), where);
   const char* const path = archive_entry_pathname(found);
   const auto type = entry.directory ? AE_IFDIR : AE_IFREG;
@@ -51,7 +52,7 @@ void PackageReader::next(const ZipEntry& entry) {
 void PackageReader::unpack(const ZipEntry& entry, const ContentSink& sink) {
   std::vector<char> block(kBlockBytes);
   std::uint64_t total = 0;
-  const std::string where = printable(entry.name) + ": ";
+  const std::string where = base::quotedPrintable(entry.name) + ": ";
   while (true) {
     const la_ssize_t got = archive_read_data(archive_.get(), block.data(), block.size());
     if (got < 0) failWith(archive_.get(), where);

@@ -13,8 +13,8 @@
 #include <utility>
 #include <vector>
 
+#include "base/text.h"
 #include "platform/linux/jxapp/certificates.h"
-#include "platform/linux/jxapp/printable.h"
 
 namespace jxinstall {
 namespace {
@@ -53,9 +53,9 @@ std::string contentOf(BIO* memory) {
 
 std::string subjectOf(const X509* certificate) {
   const Bio text(BIO_new(BIO_s_mem()));
-  if (!text || certificate == nullptr) return printable("");
+  if (!text || certificate == nullptr) return base::quotedPrintable("");
   X509_NAME_print_ex(text.get(), X509_get_subject_name(certificate), 0, XN_FLAG_RFC2253);
-  return printable(contentOf(text.get()));
+  return base::quotedPrintable(contentOf(text.get()));
 }
 
 std::string timeText(const ASN1_TIME* time) {

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <tuple>
 
+#include "base/file_io.h"
 #include "platform/linux/jxapp/digest.h"
 #include "platform/linux/jxapp/failure.h"
 
@@ -46,7 +47,7 @@ bool sameTime(const timespec& one, const timespec& other) {
 SourceArchive::SourceArchive(int directory, std::string name)
     : name_(std::move(name)), file_(openAt(directory, name_, O_RDONLY | O_NONBLOCK)) {
   if (!file_ && errno == ELOOP) throw Failure("is a link, not a file");
-  if (!file_ || fstat(file_.get(), &status_) != 0) throw Failure("cannot be opened: " + errorText(errno));
+  if (!file_ || fstat(file_.get(), &status_) != 0) throw Failure("cannot be opened: " + base::errorText(errno));
   if (!S_ISREG(status_.st_mode)) throw Failure("is not a file");
 }
 
@@ -57,7 +58,7 @@ std::string SourceArchive::digest() const {
   while (offset < size()) {
     const std::size_t wanted = static_cast<std::size_t>(std::min<std::uint64_t>(block.size(), size() - offset));
     const std::int64_t got = readAt(fd(), block.data(), wanted, offset);
-    if (got < 0) throw Failure("cannot be read at byte " + std::to_string(offset) + ": " + errorText(errno));
+    if (got < 0) throw Failure("cannot be read at byte " + std::to_string(offset) + ": " + base::errorText(errno));
     if (got == 0) throw Failure("became shorter while it was read");
     digest.add(block.data(), static_cast<std::size_t>(got));
     offset += static_cast<std::uint64_t>(got);
@@ -72,8 +73,8 @@ bool SourceArchive::isTakenOver(int directory) const {
          !sameTime(now.st_mtim, status_.st_mtim);
 }
 
-Descriptor openSourceDirectory(const std::string& root) {
-  return Descriptor(open((root + "/source").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+base::Descriptor openSourceDirectory(const std::string& root) {
+  return base::Descriptor(open((root + "/source").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
 }
 
 bool listArchives(int directory, std::vector<std::string>& names) {

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "base/descriptor.h"
 #include "platform/linux/jxapp/file.h"
 
 namespace jxinstall {
@@ -30,12 +31,12 @@ class SourceArchive {
 
  private:
   std::string name_;
-  Descriptor file_;
+  base::Descriptor file_;
   struct stat status_ {};
 };
 
 // Opens `root`/source. When it fails errno tells why; ENOENT means that nothing waits.
-Descriptor openSourceDirectory(const std::string& root);
+base::Descriptor openSourceDirectory(const std::string& root);
 
 // The names `upload-N.zip` in the directory in the order of the numbers N, however long; false with errno set when it
 // cannot be read.

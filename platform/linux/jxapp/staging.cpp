@@ -6,11 +6,12 @@
 #include <cerrno>
 #include <set>
 
+#include "base/file_io.h"
+#include "base/text.h"
 #include "platform/linux/jxapp/digest.h"
 #include "platform/linux/jxapp/failure.h"
 #include "platform/linux/jxapp/file.h"
 #include "platform/linux/jxapp/package_reader.h"
-#include "platform/linux/jxapp/printable.h"
 
 namespace jxinstall {
 namespace {
@@ -20,8 +21,8 @@ constexpr mode_t kFileMode = 0644;
 constexpr mode_t kProgramMode = 0755;
 
 [[noreturn]] void failWith(const std::string& path, const std::string& what) {
-  const std::string reason = errorText(errno);
-  throw Failure(printable(path) + ": " + what + ": " + reason);
+  const std::string reason = base::errorText(errno);
+  throw Failure(base::quotedPrintable(path) + ": " + what + ": " + reason);
 }
 
 class OutputFile {
@@ -33,7 +34,7 @@ class OutputFile {
 
   void add(const char* data, std::size_t size) {
     std::size_t put = 0;
-    const bool done = writeAll(file_.get(), data, size, put);
+    const bool done = base::writeAll(file_.get(), {data, size}, &put);
     written_ += put;
     if (!done) {
       failWith(path_,
@@ -42,14 +43,14 @@ class OutputFile {
   }
 
   void finish() {
-    if (!syncFile(file_.get())) failWith(path_, "cannot be brought to the disk");
+    if (!base::syncFile(file_.get())) failWith(path_, "cannot be brought to the disk");
   }
 
  private:
   std::string path_;
   std::uint64_t size_;
   std::uint64_t written_ = 0;
-  Descriptor file_;
+  base::Descriptor file_;
 };
 
 class Unpacker {
@@ -77,7 +78,7 @@ class Unpacker {
       file.add(data, size);
     });
     if (digest.hex() != package_.manifest.files.at(entry.name)) {
-      throw Failure(printable(entry.name) + ": does not match its digest in manifest.json");
+      throw Failure(base::quotedPrintable(entry.name) + ": does not match its digest in manifest.json");
     }
     file.finish();
   }
@@ -102,10 +103,10 @@ class Unpacker {
 
   void syncDirectories() {
     for (const std::string& path : made_) {
-      const Descriptor made = openAt(directory_, path, O_RDONLY | O_DIRECTORY);
-      if (!made || !syncFile(made.get())) failWith(path, "cannot be brought to the disk");
+      const base::Descriptor made = openAt(directory_, path, O_RDONLY | O_DIRECTORY);
+      if (!made || !base::syncFile(made.get())) failWith(path, "cannot be brought to the disk");
     }
-    if (!syncFile(directory_)) failWith(package_.manifest.name, "cannot be brought to the disk");
+    if (!base::syncFile(directory_)) failWith(package_.manifest.name, "cannot be brought to the disk");
   }
 
   int directory_;

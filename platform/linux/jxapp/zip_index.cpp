@@ -6,10 +6,11 @@
 #include <array>
 #include <cerrno>
 
+#include "base/file_io.h"
+#include "base/text.h"
 #include "platform/linux/jxapp/entry_names.h"
 #include "platform/linux/jxapp/failure.h"
 #include "platform/linux/jxapp/file.h"
-#include "platform/linux/jxapp/printable.h"
 
 namespace jxinstall {
 namespace {
@@ -88,7 +89,7 @@ class IndexReader {
   std::string bytesAt(std::uint64_t offset, std::uint64_t count) const {
     std::string bytes(static_cast<std::size_t>(count), '\0');
     const std::int64_t got = readAt(fd_, bytes.data(), bytes.size(), offset);
-    if (got < 0) throw Failure("cannot be read at byte " + number(offset) + ": " + errorText(errno));
+    if (got < 0) throw Failure("cannot be read at byte " + number(offset) + ": " + base::errorText(errno));
     if (static_cast<std::uint64_t>(got) != count) throw Failure("became shorter while it was read");
     return bytes;
   }
@@ -155,7 +156,7 @@ class IndexReader {
   }
 
   static void checkHeader(const Header& header, unsigned disk) {
-    const std::string name = printable(header.name) + ": ";
+    const std::string name = base::quotedPrintable(header.name) + ": ";
     if ((header.flags & kFlagEncrypted) != 0) throw Failure(name + "is encrypted");
     if ((header.flags & ~kFlagsAllowed) != 0) throw Failure(name + "has flags that are not allowed");
     if (header.method != kMethodStored && header.method != kMethodDeflated) {
@@ -187,7 +188,7 @@ class IndexReader {
 
   // Checks that the entry begins where the one before it ended, and returns where it ends.
   std::uint64_t checkPlace(const Header& header, std::uint64_t begin) const {
-    const std::string name = printable(header.name) + ": ";
+    const std::string name = base::quotedPrintable(header.name) + ": ";
     if (header.offset != begin) {
       throw Failure(name + "begins at byte " + number(header.offset) + ", byte " + number(begin) + " was expected");
     }
@@ -203,7 +204,7 @@ class IndexReader {
   }
 
   static void checkLocal(const Header& header, const std::string& fixed, const std::string& variable) {
-    const std::string name = printable(header.name) + ": ";
+    const std::string name = base::quotedPrintable(header.name) + ": ";
     const std::size_t nameBytes = u16(fixed, 26);
     const bool sizesFollow = (header.flags & kFlagDescriptor) != 0;
     const auto agrees = [&](std::size_t offset, std::uint32_t central) {
@@ -228,7 +229,7 @@ class IndexReader {
         return at + skip + kDescriptorBytes;
       }
     }
-    throw Failure(printable(header.name) + ": the data descriptor differs from the central directory");
+    throw Failure(base::quotedPrintable(header.name) + ": the data descriptor differs from the central directory");
   }
 
   void addEntry(const Header& header, ZipIndex& index) {
@@ -251,7 +252,7 @@ class IndexReader {
   // Attributes of a packer on another system say nothing of the type; the name does.
   static void checkType(const ZipEntry& entry, unsigned mode) {
     const unsigned type = mode & S_IFMT;
-    const std::string name = printable(entry.name) + ": ";
+    const std::string name = base::quotedPrintable(entry.name) + ": ";
     if (type == S_IFLNK) throw Failure(name + "is a link");
     if (type != 0 && type != S_IFREG && type != S_IFDIR) throw Failure(name + "is neither a file nor a directory");
     if (type != 0 && (type == S_IFDIR) != entry.directory) throw Failure(name + "is a file and a directory");

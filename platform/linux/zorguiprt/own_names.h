@@ -14,9 +14,6 @@ struct ServerAddress {
 // Reads "ADDRESS:PORT", an IPv6 address in brackets. False when it is none.
 bool parseServerAddress(const std::string& text, ServerAddress& address);
 
-// "HOST:PORT" as a URL holds it.
-std::string hostAndPort(const std::string& host, int port);
-
 // Tells requests for this server from those that another site's page sends through the operator's browser, be it under
 // that site's name (which may point here for a while) or with its origin.
 //

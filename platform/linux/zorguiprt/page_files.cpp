@@ -10,6 +10,9 @@
 #include <cstring>
 #include <utility>
 
+#include "base/descriptor.h"
+#include "base/text.h"
+
 namespace jxplatform {
 namespace {
 
@@ -42,27 +45,6 @@ std::string pagesBeside(std::string folder) {
   }
   return "";
 }
-
-// A descriptor that is closed at the end of the scope.
-class Descriptor {
- public:
-  explicit Descriptor(int fd) : fd_(fd) {}
-  ~Descriptor() { reset(-1); }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-
-  int get() const { return fd_; }
-  int release() { return std::exchange(fd_, -1); }
-  void reset(int fd) {
-    const int reason = errno;
-    if (fd_ >= 0) close(fd_);
-    errno = reason;
-    fd_ = fd;
-  }
-
- private:
-  int fd_;
-};
 
 bool isPlainName(const std::string& component) {
   return !component.empty() && component[0] != '.' && component.find('\0') == std::string::npos;
@@ -100,7 +82,7 @@ PageFiles::PageFiles(std::string folder) : folder_(std::move(folder)) {}
 
 // Opened component by component, following no link: a link, or a folder swapped for one meanwhile, leads nowhere.
 int PageFiles::openBelow(const std::string& path) const {
-  Descriptor folder(open(folder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  base::Descriptor folder(open(folder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   std::size_t begin = 0;
   while (folder.get() >= 0) {
     const std::size_t slash = path.find('/', begin);
@@ -110,7 +92,7 @@ int PageFiles::openBelow(const std::string& path) const {
       return -1;
     }
     const int kind = slash == std::string::npos ? O_NONBLOCK : O_DIRECTORY;  // a pipe must not block
-    folder.reset(openat(folder.get(), component.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | kind));
+    folder = base::Descriptor(openat(folder.get(), component.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | kind));
     if (slash == std::string::npos) break;
     begin = slash + 1;
   }
@@ -119,7 +101,7 @@ int PageFiles::openBelow(const std::string& path) const {
 
 PageFiles::Outcome PageFiles::read(const std::string& path, std::string& content) const {
   content.clear();
-  const Descriptor file(openBelow(path));
+  const base::Descriptor file(openBelow(path));
   if (file.get() < 0) return isMissing(errno) ? Outcome::kMissing : Outcome::kUnreadable;
   struct stat status {};
   if (fstat(file.get(), &status) != 0) return Outcome::kUnreadable;
@@ -152,7 +134,7 @@ const char* contentType(const std::string& path) {
   };
   for (const auto& known : kTypes) {
     const std::size_t size = std::strlen(known.ending);
-    if (path.size() > size && path.compare(path.size() - size, size, known.ending) == 0) return known.type;
+    if (path.size() > size && base::endsWith(path, known.ending)) return known.type;
   }
   return "application/octet-stream";
 }

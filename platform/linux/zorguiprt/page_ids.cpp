@@ -1,11 +1,14 @@
 #include "platform/linux/zorguiprt/page_ids.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <ctime>
 #include <fstream>
 #include <utility>
 
-#include "platform/linux/zorguiprt/small_file.h"
+#include "base/atomic_file.h"
+#include "base/ignore.h"
 
 namespace jxplatform {
 namespace {
@@ -33,7 +36,8 @@ void PageIds::beginRun() {
   const auto now = static_cast<std::uint64_t>(std::max<std::int64_t>(std::time(nullptr), 1));
   run_ = std::max({run_ + 1, lastRun(file_) + 1, std::min(now, kLargestRun)});
   count_ = 0;
-  replaceFile(file_, std::to_string(run_) + "\n");
+  // Without the file the wall clock alone keeps this run's numbers apart from those of the next.
+  base::ignore(base::replaceFile(file_, std::to_string(run_) + "\n", base::Flush::kNo, "." + std::to_string(getpid())));
 }
 
 }  // namespace jxplatform

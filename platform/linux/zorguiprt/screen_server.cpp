@@ -9,6 +9,8 @@
 #include <utility>
 #include <variant>
 
+#include "base/host_port.h"
+#include "base/text.h"
 #include "platform/linux/zorguiprt/screen_json.h"
 #include "platform/linux/zorguiprt/shell_document.h"
 
@@ -34,14 +36,12 @@ void refuseMethod(httplib::Response& response, const char* allowed) {
   refuse(response, 405, std::string("only ") + allowed + " is answered here");
 }
 
-bool startsWith(const std::string& text, const std::string& start) { return text.compare(0, start.size(), start) == 0; }
-
 // The ID of "/api/screen/ID/result".
 bool isResultPath(const std::string& path, std::string& id) {
   const std::string start = std::string(kScreenPath) + "/";
   const std::string end = "/result";
-  if (path.size() < start.size() + end.size() || !startsWith(path, start)) return false;
-  if (path.compare(path.size() - end.size(), end.size(), end) != 0) return false;
+  if (path.size() < start.size() + end.size() || !base::beginsWith(path, start)) return false;
+  if (!base::endsWith(path, end)) return false;
   id = path.substr(start.size(), path.size() - start.size() - end.size());
   return id.find('/') == std::string::npos;
 }
@@ -128,7 +128,7 @@ std::string ScreenServer::start(ServerAddress address) {
   names_ = std::make_unique<OwnNames>(address);
   if (address.host == "0.0.0.0") address.host = "127.0.0.1";
   if (address.host == "::") address.host = "::1";
-  url_ = "http://" + hostAndPort(address.host, address.port) + "/";
+  url_ = "http://" + base::hostAndPort(address.host, address.port) + "/";
   acceptor_ = std::thread([this] { server_.serve(connections_); });
   return {};
 }
@@ -169,7 +169,7 @@ void ScreenServer::answerGet(const Request& request, Response& response) {
   const bool reads = request.method == "GET" || request.method == "HEAD";
   std::string id;
   if (isResultPath(path, id)) return refuseMethod(response, "POST");
-  const bool isFile = startsWith(path, kPagesPrefix);
+  const bool isFile = base::beginsWith(path, kPagesPrefix);
   if (path != "/" && path != kScreenPath && !isFile) return refuse(response, 404, "there is nothing at this path");
   if (!reads) return refuseMethod(response, "GET, HEAD");
   if (path == kScreenPath) return answerScreen(request, response);
@@ -216,7 +216,7 @@ void ScreenServer::answerPost(const Request& request, Response& response, const 
   std::string id;
   const std::string path = withoutDoubledSlash(request.path);
   if (!isResultPath(path, id)) {
-    if (path == "/" || path == kScreenPath || startsWith(path, kPagesPrefix))
+    if (path == "/" || path == kScreenPath || base::beginsWith(path, kPagesPrefix))
       return refuseMethod(response, "GET, HEAD");
     return refuse(response, 404, "there is nothing at this path");
   }

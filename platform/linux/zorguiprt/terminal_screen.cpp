@@ -10,8 +10,8 @@
 #include <fstream>
 #include <utility>
 
+#include "base/atomic_file.h"
 #include "platform/linux/support/root.h"
-#include "platform/linux/zorguiprt/small_file.h"
 #include "platform/linux/zorhtml/page_processor.h"
 
 namespace jxplatform {
@@ -94,7 +94,7 @@ std::string TerminalScreen::startServer() {
 
 // Pages are shown without the file as well; it is tried again with the next page.
 void TerminalScreen::writeUrl() {
-  urlWritten_ = replaceFile(urlFile_, server_->url() + "\n");
+  urlWritten_ = base::replaceFile(urlFile_, server_->url() + "\n", base::Flush::kNo, "." + std::to_string(getpid()));
   if (!urlWritten_) complain("cannot write " + urlFile_ + ": " + std::strerror(errno));
 }
 

@@ -16,9 +16,9 @@
 #include <memory>
 #include <utility>
 
+#include "base/deadline.h"
 #include "platform/linux/zoripc/application_name.h"
 #include "platform/linux/zoripc/bus_address.h"
-#include "platform/linux/zoripc/deadline.h"
 
 namespace zoripc {
 
@@ -52,7 +52,7 @@ bool isDisconnection(int error) {
 
 // Signs on to the bus; the library's own waiting for that has no limit of ours.
 bool waitReady(sd_bus* bus, int timeoutMs) {
-  const Deadline deadline(timeoutMs);
+  const base::Deadline deadline(timeoutMs);
   while (sd_bus_is_ready(bus) <= 0) {
     const int result = sd_bus_process(bus, nullptr);
     if (result < 0) return false;
@@ -160,10 +160,10 @@ bool Bus::ensureOpen() {
   if (bus_ != nullptr && sd_bus_is_open(bus_) > 0) return true;
   retire();
   if (address_.empty() || wakeFd_ < 0 || !muteEnd_.passed()) return false;
-  const Deadline patience(kConnectMs);
+  const base::Deadline patience(kConnectMs);
   bus_ = connectTo(address_, &recipient_);
   if (bus_ == nullptr) {
-    if (patience.passed()) muteEnd_ = Deadline(kMuteMs);
+    if (patience.passed()) muteEnd_ = base::Deadline(kMuteMs);
     return false;
   }
   if (!thread_.start([this] { run(); })) {
@@ -241,7 +241,7 @@ void Bus::waitForWork(int timeoutMs, std::unique_lock<std::mutex>& hold) {
 }
 
 void Bus::flush() {
-  const Deadline deadline(kFlushMs);
+  const base::Deadline deadline(kFlushMs);
   while (bus_ != nullptr && sd_bus_process(bus_, nullptr) >= 0 && !deadline.passed()) {
     const int events = sd_bus_get_events(bus_);
     if (events < 0 || (events & POLLOUT) == 0) return;

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/zoripc/deadline.h"
+#include "base/deadline.h"
 #include "platform/linux/zoripc/mailbox.h"
 #include "platform/linux/zoripc/notification_object.h"
 #include "platform/linux/zoripc/worker_thread.h"
@@ -68,7 +68,7 @@ class Bus {
   std::vector<sd_bus*> retired_;  // to be closed by the thread, which may be waiting on their descriptors
   int wakeFd_ = -1;
   bool closed_ = false;
-  Deadline muteEnd_{0};
+  base::Deadline muteEnd_{0};
   WorkerThread thread_;
 };
 

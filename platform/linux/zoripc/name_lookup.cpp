@@ -35,7 +35,7 @@ void run(const std::shared_ptr<LookUp>& shared, const std::string& host, unsigne
   shared->done.notify_one();
 }
 
-bool waitFor(LookUp& shared, std::unique_lock<std::mutex>& hold, const Deadline& deadline) {
+bool waitFor(LookUp& shared, std::unique_lock<std::mutex>& hold, const base::Deadline& deadline) {
   const auto finished = [&shared] { return shared.finished; };
   const int timeoutMs = deadline.remainingMs();
   if (timeoutMs >= 0) return shared.done.wait_for(hold, std::chrono::milliseconds(timeoutMs), finished);
@@ -45,7 +45,7 @@ bool waitFor(LookUp& shared, std::unique_lock<std::mutex>& hold, const Deadline&
 
 }  // namespace
 
-AddressList lookUp(const std::string& host, unsigned short port, const Deadline& deadline) {
+AddressList lookUp(const std::string& host, unsigned short port, const base::Deadline& deadline) {
   if (AddressList numeric = resolve(host, port, AI_NUMERICHOST)) return numeric;
   const auto shared = std::make_shared<LookUp>();
   try {

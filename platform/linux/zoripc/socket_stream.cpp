@@ -24,10 +24,10 @@ bool SocketStream::readExact(void* data, std::size_t size, int timeoutMs, int ga
   auto* bytes = static_cast<unsigned char*>(data);
   std::size_t got = ahead_.take(bytes, size);
   if (got == size) return true;
-  const Deadline whole(timeoutMs);
+  const base::Deadline whole(timeoutMs);
   while (got < size) {
     const int limitMs = got > 0 && gapTimeoutMs >= 0 ? whole.remainingMs(gapTimeoutMs) : whole.remainingMs();
-    const std::size_t count = readSome(bytes + got, size - got, Deadline(limitMs));
+    const std::size_t count = readSome(bytes + got, size - got, base::Deadline(limitMs));
     if (count == 0) return false;
     got += count;
     if (got < size && timeoutMs > 0 && whole.passed()) return false;
@@ -39,7 +39,7 @@ std::size_t SocketStream::read(void* data, std::size_t size, int timeoutMs) {
   auto* bytes = static_cast<unsigned char*>(data);
   std::size_t got = ahead_.take(bytes, size);
   if (got == size) return got;
-  const Deadline whole(timeoutMs);
+  const base::Deadline whole(timeoutMs);
   while (got < size) {
     const std::size_t count = readSome(bytes + got, size - got, whole);
     if (count == 0) break;
@@ -50,7 +50,7 @@ std::size_t SocketStream::read(void* data, std::size_t size, int timeoutMs) {
 }
 
 // At least one byte, or 0 at the end of the stream, on failure or when the time is over.
-std::size_t SocketStream::readSome(void* data, std::size_t size, const Deadline& deadline) {
+std::size_t SocketStream::readSome(void* data, std::size_t size, const base::Deadline& deadline) {
   bool look = out_.empty();  // what answers the bytes that are sent first cannot be there yet
   while (!ended_ && !readFailed_) {
     const std::size_t count = look ? receive(data, size) : 0;
@@ -90,7 +90,7 @@ std::size_t SocketStream::receiveInto(void* data, std::size_t size) {
 
 // Sends what was gathered as far as the peer takes it, while waiting for input: a peer that sends before it reads must
 // not be able to stop both ends.
-bool SocketStream::waitForInput(const Deadline& deadline) {
+bool SocketStream::waitForInput(const base::Deadline& deadline) {
   for (;;) {
     if (!out_.empty()) sendOnce(nullptr, 0);
     const bool yielding = holdsIdleMemory();
@@ -124,7 +124,7 @@ bool SocketStream::write(const void* data, std::size_t size) {
   if (failed()) return false;
   if (size == 0) return true;
   wrote_ = true;
-  return out_.append(data, size) || sendAll(data, size, writeStallMs_, Deadline(-1));
+  return out_.append(data, size) || sendAll(data, size, writeStallMs_, base::Deadline(-1));
 }
 
 // Sends what was gathered and then `data`, as far as the peer takes it at once. Returns how many bytes of `data` went.
@@ -149,9 +149,9 @@ std::size_t SocketStream::sendOnce(const void* data, std::size_t size) {
   return 0;
 }
 
-bool SocketStream::sendAll(const void* data, std::size_t size, int stallMs, const Deadline& deadline) {
+bool SocketStream::sendAll(const void* data, std::size_t size, int stallMs, const base::Deadline& deadline) {
   const auto* bytes = static_cast<const unsigned char*>(data);
-  Deadline stall(stallMs);
+  base::Deadline stall(stallMs);
   while (!writeFailed_) {
     const std::size_t before = out_.size() + size;
     const std::size_t count = sendOnce(bytes, size);
@@ -160,7 +160,7 @@ bool SocketStream::sendAll(const void* data, std::size_t size, int stallMs, cons
     size -= count;
     const std::size_t left = out_.size() + size;
     if (left == 0) return true;
-    if (left < before) stall = Deadline(stallMs);
+    if (left < before) stall = base::Deadline(stallMs);
     const int timeoutMs = deadline.remainingMs(stall.remainingMs());
     if (timeoutMs == 0) {
       errno = ETIMEDOUT;
@@ -176,7 +176,7 @@ bool SocketStream::sendAll(const void* data, std::size_t size, int stallMs, cons
 void SocketStream::close() {
   if (fd_ < 0) return;
   ahead_.release();
-  const Deadline deadline(kCloseMs);
+  const base::Deadline deadline(kCloseMs);
   closing_ = true;
   if (!out_.empty() && !writeFailed_) sendAll(nullptr, 0, kCloseMs, deadline);
   if (wrote_ && !ended_ && !failed() && shutdown(fd_, SHUT_WR) == 0) drain(deadline);
@@ -184,15 +184,15 @@ void SocketStream::close() {
   fd_ = -1;
 }
 
-void SocketStream::drain(const Deadline& deadline) {
+void SocketStream::drain(const base::Deadline& deadline) {
   std::array<unsigned char, 4096> discarded;
   std::size_t total = 0;
-  Deadline silence(kCloseSilenceMs);
+  base::Deadline silence(kCloseSilenceMs);
   while (total < kCloseDrainBytes) {
     const std::size_t count = receiveInto(discarded.data(), discarded.size());
     total += count;
     if (ended_ || readFailed_) return;
-    if (count > 0) silence = Deadline(kCloseSilenceMs);
+    if (count > 0) silence = base::Deadline(kCloseSilenceMs);
     const int timeoutMs = deadline.remainingMs(silence.remainingMs());
     if (timeoutMs == 0) return;
     short happened = 0;

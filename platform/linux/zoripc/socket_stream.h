@@ -3,7 +3,7 @@
 
 #include <cstddef>
 
-#include "platform/linux/zoripc/deadline.h"
+#include "base/deadline.h"
 #include "platform/linux/zoripc/read_ahead.h"
 #include "platform/linux/zoripc/send_gather.h"
 
@@ -42,15 +42,15 @@ class SocketStream {
  private:
   std::size_t receive(void* data, std::size_t size);
   std::size_t receiveInto(void* data, std::size_t size);
-  std::size_t readSome(void* data, std::size_t size, const Deadline& deadline);
-  bool waitForInput(const Deadline& deadline);
+  std::size_t readSome(void* data, std::size_t size, const base::Deadline& deadline);
+  bool waitForInput(const base::Deadline& deadline);
   bool pollOnce(short events, int timeoutMs, short& happened);
   bool holdsIdleMemory() const { return out_.empty() && (ahead_.idle() || out_.idle()); }
   void releaseIdleMemory();
   std::size_t sendOnce(const void* data, std::size_t size);
-  bool sendAll(const void* data, std::size_t size, int stallMs, const Deadline& deadline);
+  bool sendAll(const void* data, std::size_t size, int stallMs, const base::Deadline& deadline);
   void close();
-  void drain(const Deadline& deadline);
+  void drain(const base::Deadline& deadline);
 
   int fd_;
   int writeStallMs_;

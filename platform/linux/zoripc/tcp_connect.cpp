@@ -19,7 +19,7 @@ int outcomeOf(int fd) {
   return getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &length) == 0 ? error : errno;
 }
 
-int waitConnected(int fd, const Deadline& deadline) {
+int waitConnected(int fd, const base::Deadline& deadline) {
   for (;;) {
     pollfd entry{fd, POLLOUT, 0};
     const int timeoutMs = deadline.remainingMs();
@@ -31,7 +31,7 @@ int waitConnected(int fd, const Deadline& deadline) {
 }
 
 // A connected descriptor, or -1 with errno set.
-int connectTo(const addrinfo& address, const Deadline& deadline) {
+int connectTo(const addrinfo& address, const base::Deadline& deadline) {
   const int fd = socket(address.ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
   if (fd < 0) return -1;
   int error = ::connect(fd, address.ai_addr, address.ai_addrlen) == 0 ? 0 : errno;
@@ -50,18 +50,18 @@ int countOf(const addrinfo* list) {
 
 // Each address gets an equal share of the time that is left when its turn comes, so that one that swallows packets
 // does not use up the time of the next.
-int connectToAny(const addrinfo* list, const Deadline& deadline) {
+int connectToAny(const addrinfo* list, const base::Deadline& deadline) {
   int fd = -1;
   for (int left = countOf(list); list != nullptr && fd < 0; list = list->ai_next, --left) {
     const int timeoutMs = deadline.remainingMs();
-    fd = connectTo(*list, Deadline(timeoutMs < 0 ? -1 : timeoutMs / left));
+    fd = connectTo(*list, base::Deadline(timeoutMs < 0 ? -1 : timeoutMs / left));
   }
   if (fd < 0 && deadline.passed()) errno = ETIMEDOUT;
   return fd;
 }
 
 int connectWithin(const char* host, unsigned short port, int timeoutMs) {
-  const Deadline deadline(timeoutMs);
+  const base::Deadline deadline(timeoutMs);
   const AddressList addresses = lookUp(host, port, deadline);
   return addresses == nullptr ? -1 : connectToAny(addresses.get(), deadline);
 }

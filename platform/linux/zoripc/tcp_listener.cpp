@@ -82,7 +82,7 @@ bool isPassing(int error) {
 }
 
 // A connected descriptor, or -1 with errno set.
-int acceptWithin(int listening, const Deadline& deadline) {
+int acceptWithin(int listening, const base::Deadline& deadline) {
   for (;;) {
     const int fd = accept4(listening, nullptr, nullptr, SOCK_CLOEXEC);
     if (fd >= 0 || !isPassing(errno)) return fd;
@@ -106,7 +106,7 @@ int TCP::listen(unsigned short port, const char* address) {
 }
 
 IPC* TCP::accept(int timeoutMs) {
-  const int fd = acceptWithin(impl_->listening, Deadline(timeoutMs));
+  const int fd = acceptWithin(impl_->listening, base::Deadline(timeoutMs));
   if (fd < 0) {
     if (isShortage(errno)) waitOutShortage();
     return nullptr;

@@ -9,6 +9,8 @@
 #include <cstring>
 #include <memory>
 
+#include "base/text.h"
+
 namespace controllerd {
 
 namespace {
@@ -24,13 +26,6 @@ struct CloseDirectory {
 struct CloseFile {
   void operator()(std::FILE* file) const { std::fclose(file); }
 };
-
-std::string printable(std::string text) {
-  for (char& c : text) {
-    if (c < 0x20 || c > 0x7E) c = '?';
-  }
-  return text;
-}
 
 // What lies beside the applications and begins with a dot is the installer's work in progress.
 std::vector<std::string> applicationsIn(const std::string& directory) {
@@ -91,10 +86,10 @@ std::vector<std::string> scanManifests(const std::string& root) {
     std::string path = root;
     if (readText(path.append("/").append(file), text, reason)) line = describe(name, text, reason);
     if (reason.empty()) {
-      lines.push_back(printable(line));
+      lines.push_back(base::printable(line));
     } else {
       line.assign("Error: ").append(file).append(": ").append(reason);
-      errors.push_back(printable(line));
+      errors.push_back(base::printable(line));
     }
   }
   lines.insert(lines.end(), errors.begin(), errors.end());

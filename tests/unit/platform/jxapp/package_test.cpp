@@ -12,7 +12,7 @@
 
 namespace {
 
-using jxinstall::Descriptor;
+using base::Descriptor;
 using jxinstall::Failure;
 using jxinstall::readPackage;
 

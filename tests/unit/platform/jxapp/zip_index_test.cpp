@@ -10,7 +10,7 @@
 
 namespace {
 
-using jxinstall::Descriptor;
+using base::Descriptor;
 using jxinstall::Failure;
 using jxinstall::readZipIndex;
 using jxinstall::ZipIndex;

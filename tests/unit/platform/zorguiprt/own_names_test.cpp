@@ -45,11 +45,6 @@ TEST(ServerAddress, AnythingElse_IsRefused) {
   }
 }
 
-TEST(ServerAddress, HostAndPort_BracketIpv6) {
-  EXPECT_EQ(jxplatform::hostAndPort("127.0.0.1", 80), "127.0.0.1:80");
-  EXPECT_EQ(jxplatform::hostAndPort("::1", 6380), "[::1]:6380");
-}
-
 TEST(OwnNames, LoopbackServer_AnswersToLoopbackNamesAlone) {
   const OwnNames names({"127.0.0.1", 6380});
   for (const char* const host : {"127.0.0.1:6380", "localhost:6380", "LocalHost:6380", "[::1]:6380"}) {

@@ -1,18 +1,21 @@
-#include "platform/linux/zoripc/deadline.h"
+#include "base/deadline.h"
+
+#include <ctime>
 
 #include <algorithm>
-#include <chrono>
 #include <limits>
 
-namespace zoripc {
+namespace base {
 
 namespace {
 
 constexpr long long kNsPerMs = 1000000;
 
 long long nowNs() {
-  return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
-      .count();
+  constexpr long long kNsPerSecond = 1000000000;
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return now.tv_sec * kNsPerSecond + now.tv_nsec;
 }
 
 }  // namespace
@@ -32,4 +35,4 @@ int Deadline::remainingMs(int limitMs) const {
   return left < 0 ? limitMs : std::min(left, limitMs);
 }
 
-}  // namespace zoripc
+}  // namespace base

@@ -1,7 +1,7 @@
 // The end of a call's time.
 #pragma once
 
-namespace zoripc {
+namespace base {
 
 // A point in time on the monotonic clock. Setting the wall clock changes nothing.
 class Deadline {
@@ -10,15 +10,15 @@ class Deadline {
   explicit Deadline(int timeoutMs);
 
   // What is left, in milliseconds, rounded up: 0 when it has come, -1 when it never comes. Fits poll().
-  int remainingMs() const;
+  [[nodiscard]] int remainingMs() const;
 
   // What is left, but no more than `limitMs`.
-  int remainingMs(int limitMs) const;
+  [[nodiscard]] int remainingMs(int limitMs) const;
 
-  bool passed() const { return remainingMs() == 0; }
+  [[nodiscard]] bool passed() const { return remainingMs() == 0; }
 
  private:
   long long endNs_;  // -1: never
 };
 
-}  // namespace zoripc
+}  // namespace base

@@ -1,0 +1,45 @@
+#include "base/file_io.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
+
+#include "base/descriptor.h"
+
+namespace base {
+
+bool writeAll(int fd, std::string_view bytes, std::size_t* written) {
+  std::size_t done = 0;
+  bool good = true;
+  while (good && done < bytes.size()) {
+    const ssize_t put = write(fd, bytes.data() + done, bytes.size() - done);
+    if (put < 0) {
+      good = errno == EINTR;
+    } else {
+      done += static_cast<std::size_t>(put);
+    }
+  }
+  if (written != nullptr) *written = done;
+  return good;
+}
+
+bool syncFile(int fd) {
+  int result = -1;
+  do {
+    result = fsync(fd);
+  } while (result != 0 && errno == EINTR);
+  return result == 0;
+}
+
+bool syncFolderOf(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+  const Descriptor opened(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  return opened && syncFile(opened.get());
+}
+
+std::string errorText(int error) { return std::generic_category().message(error); }
+
+}  // namespace base

@@ -1,0 +1,30 @@
+// Small text tools. Letters are those of ASCII, whatever the locale; no function blocks or fails but for want of
+// memory.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace base {
+
+[[nodiscard]] bool beginsWith(std::string_view text, std::string_view beginning);
+[[nodiscard]] bool endsWith(std::string_view text, std::string_view ending);
+
+// `text` with the letters A to Z in lower case.
+[[nodiscard]] std::string lowerCase(std::string text);
+
+// Two lower-case hex digits for each of `size` bytes at `bytes`.
+[[nodiscard]] std::string hexDigits(const unsigned char* bytes, std::size_t size);
+
+// Whether `c` is printable ASCII, the blank included.
+[[nodiscard]] constexpr bool isPrintable(char c) { return c >= ' ' && c <= '~'; }
+
+// `text` with "?" for every byte that is not printable ASCII: fit for a terminal or a log.
+[[nodiscard]] std::string printable(std::string text);
+
+// The same in double quotes, for names from outside in a message: a double quote becomes "?" too, and "..." stands for
+// what follows the first 100 bytes.
+[[nodiscard]] std::string quotedPrintable(const std::string& text);
+
+}  // namespace base
