@@ -14,6 +14,7 @@
 #include "shell/information.h"
 #include "shell/install.h"
 #include "shell/menu.h"
+#include "shell/source_directory.h"
 #include "shell/startup.h"
 #include "upload/http_download.h"
 #include "upload/server_only.h"
@@ -50,10 +51,12 @@ int run(int argc, char** argv) {
   prepareProcess();
   limitThreadStacks();
   if (argc < 2) {
+    removeLeftArchives();
     runTerminal();
     return 0;
   }
   if (std::strcmp(argv[1], "--http") == 0) {
+    removeLeftArchives();
     runServerOnly();
     return 0;
   }

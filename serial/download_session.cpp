@@ -4,11 +4,13 @@
 
 #include <cstdio>
 #include <cstring>
+#include <optional>
 #include <string>
 
 #include "serial/tessolan.h"
 #include "shell/install.h"
 #include "shell/pages.h"
+#include "shell/source_directory.h"
 
 namespace {
 
@@ -71,6 +73,14 @@ std::string outcomeText(int port, int result) {
   return text;
 }
 
+// Returns the download's result, and puts the outcome as the operator sees it into `text`.
+int receiveAndInstall(Tessolan& receiver, int port, std::string& text) {
+  const SourceDirectoryUse use;
+  const int result = receiver.receive(portDevice(port));
+  text = outcomeText(port, result);
+  return result;
+}
+
 }  // namespace
 
 int download_ddl(int port) {
@@ -120,11 +130,15 @@ int download_ddl(int port) {
   PageVars vars;
   vars["portname"] = portName(port);
   Callback callback(&vars);
-  Tessolan receiver(&callback);
+  // Lives until the next session: its page can report a press as long as no other is up, also when an exception ends
+  // this one.
+  static std::optional<Tessolan> lasting;
+  Tessolan& receiver = lasting.emplace(&callback);
   callback.pageContext = &receiver;
   showProgress(vars, &receiver);
-  const int result = receiver.receive(portDevice(port));
-  vars["text"] = outcomeText(port, result);
+  std::string text;
+  const int result = receiveAndInstall(receiver, port, text);
+  vars["text"] = text;
   showPage(vars, "result.html");
   return result;
 }

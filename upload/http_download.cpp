@@ -3,6 +3,8 @@
 #include <unistd.h>
 #include <zoripc.h>
 
+#include <optional>
+
 #include "http/listener.h"
 #include "shell/pages.h"
 #include "upload/http_port.h"
@@ -47,9 +49,9 @@ void setUrlList(PageVars& vars, const AddressList& addresses) {
 }
 
 void serveWhileShown(PageVars& vars, const AddressList& addresses) {
-  // Outlives this call: a press on the page can still be reported until the next page is up.
-  static zorhtml::ServerSettings settings(httpPort);
-  settings.stop.store(false, std::memory_order_relaxed);
+  // Live until the next time: a press can be reported as long as no other page is up, also when this call has ended.
+  static std::optional<zorhtml::ServerSettings> lasting;
+  zorhtml::ServerSettings& settings = lasting.emplace(httpPort);
   vars.clear();
   setUrlList(vars, addresses);
   // Shown before the server listens, deliberately: where the port is taken, the next page replaces it at once.

@@ -7,6 +7,7 @@
 #include <cstdlib>
 
 #include "shell/install.h"
+#include "shell/source_directory.h"
 
 namespace {
 
@@ -66,13 +67,15 @@ bool JXDownloadServer::sendCertificates() {
 
 bool JXDownloadServer::receiveUpload() {
   static_cast<void>(jxapp::jxInstallCreateSourceDir());  // without it no file can be opened, which shows in the page
-  const bool stored = receiveMultipart("upload", uploadTarget(), true);
-  std::string page = kResultPageBegin;
-  if (stored) {
-    page += "Upload successful<br>\n";
-    installPackages(page);
-  } else {
-    page += "Upload failed<br>\n";
+  // Made before anything is stored: memory that runs out between reception and installation would leave files behind.
+  std::string page = std::string(kResultPageBegin) + "Upload successful<br>\n";
+  {
+    const SourceDirectoryUse use;
+    if (receiveMultipart("upload", uploadTarget(), true)) {
+      installPackages(page);
+    } else {
+      page = std::string(kResultPageBegin) + "Upload failed<br>\n";
+    }
   }
   page += kResultPageEnd;
   return sendResponse(200, page, "text/html", {});

@@ -1,7 +1,10 @@
 // Reception of a form: one pass over the body within the connection's buffer.
+#include <array>
 #include <cstddef>
+#include <cstdio>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "upload/jx_download_server.h"
@@ -12,16 +15,28 @@
 
 namespace {
 
-// Where files are stored: the target name, cut where the number goes.
-struct Target {
-  explicit Target(const std::string& name)
-      : stem(name.substr(0, name.rfind('.'))), extension(name.substr(stem.size())) {}
+// Where files are stored: the target name, with a number before its last dot where there may be several.
+class Target {
+ public:
+  Target(const std::string& name, bool multiple)
+      : stem_(name.substr(0, name.rfind('.'))), extension_(name.substr(stem_.size())), multiple_(multiple) {
+    path_.reserve(name.size() + kLongestSuffix);
+  }
 
-  std::string numbered(int number) const { return stem + "-" + std::to_string(number) + extension; }
-  std::string plain() const { return stem + extension; }
+  // Valid until the next call. Allocates nothing.
+  const std::string& path(int number) {
+    std::array<char, kLongestSuffix + 1> suffix{};
+    if (multiple_) std::snprintf(suffix.data(), suffix.size(), "-%d", number);
+    return path_.assign(stem_).append(suffix.data()).append(extension_);
+  }
 
-  std::string stem;
-  std::string extension;  // with its dot; empty where there is none
+ private:
+  static constexpr std::size_t kLongestSuffix = 11;  // "-2147483647"
+
+  std::string stem_;
+  std::string extension_;  // with its dot; empty where there is none
+  bool multiple_;
+  std::string path_;
 };
 
 // The delimiter of a form with this content type; empty when it is no form or names no boundary.
@@ -49,18 +64,29 @@ const char* find(const char* data, std::size_t size, const std::string& text) {
 // One reception. What it looks at is always the front of the server's buffer.
 class JXDownloadServer::Reception {
  public:
-  Reception(JXDownloadServer& server, const std::string& delimiter, const std::string& field, const Target& target,
+  Reception(JXDownloadServer& server, std::string delimiter, std::string field, const std::string& target,
             bool multiple)
-      : server_(server), delimiter_(delimiter), field_(field), target_(target), multiple_(multiple) {}
+      : server_(server),
+        delimiter_(std::move(delimiter)),
+        field_(std::move(field)),
+        target_(target, multiple),
+        multiple_(multiple) {}
 
-  // True when at least one file was stored. The body may not be at its end yet.
-  bool run() {
+  // Receives what the form holds for the field. The body may not be at its end then.
+  void run() {
+    if (delimiter_.empty()) return;
     // The first boundary line has no line break before it: with one it matches the delimiter as all others do.
     std::memcpy(server_.buffer, "\r\n", 2);
     server_.fill = 2;
     while (receivePart()) {
     }
-    return stored_;
+  }
+
+  bool hasStored() const { return stored_ > 0; }
+
+  // For a request that ends without an answer: nobody would know what became of its files.
+  void removeFiles() {
+    for (int number = 0; number < stored_; ++number) std::remove(target_.path(number).c_str());
   }
 
  private:
@@ -82,7 +108,7 @@ class JXDownloadServer::Reception {
     if (!moveToDelimiter(file)) return false;
     if (!file.isOpen()) return true;
     if (!file.keep()) return false;
-    stored_ = true;  // and stays so when a later file fails, deliberately: something was stored
+    ++stored_;  // and counts also when a later file fails, deliberately: something was stored
     return multiple_;
   }
 
@@ -125,24 +151,29 @@ class JXDownloadServer::Reception {
   }
 
   bool openNext(PartFile& file) {
-    const std::string path = multiple_ ? target_.numbered(count_++) : target_.plain();
+    const std::string& path = target_.path(stored_);
     return makeParentDirs(path) && file.open(path);
   }
 
   JXDownloadServer& server_;
-  const std::string& delimiter_;
-  const std::string& field_;
-  const Target& target_;
+  const std::string delimiter_;
+  const std::string field_;
+  Target target_;
   const bool multiple_;
-  int count_ = 0;
-  bool stored_ = false;
+  int stored_ = 0;  // files; the next one's number too, since one that cannot be stored ends the reception
 };
 
 bool JXDownloadServer::receiveMultipart(const std::string& field, const std::string& target, bool multiple) {
   const auto contentType = headers.find("content-type");
-  const std::string delimiter = contentType != headers.end() ? delimiterOf(contentType->second) : "";
-  const bool stored = !delimiter.empty() && Reception(*this, delimiter, field, Target(target), multiple).run();
-  // Whatever came of it, no byte of this body may be left for the next request.
-  while (fillBuffer() > 0) consumeBuffer(fill);
-  return stored;
+  Reception reception(*this, contentType != headers.end() ? delimiterOf(contentType->second) : "", field, target,
+                      multiple);
+  try {
+    reception.run();
+    // Whatever came of it, no byte of this body may be left for the next request.
+    while (fillBuffer() > 0) consumeBuffer(fill);
+  } catch (...) {
+    reception.removeFiles();
+    throw;
+  }
+  return reception.hasStored();
 }

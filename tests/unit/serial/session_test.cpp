@@ -3,6 +3,11 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <new>
+
+#include "shell/source_directory.h"
+#include "tests/support/vanishing_stack.h"
+
 namespace {
 
 constexpr const char* kErrorHead = "<span style='color:#f00'><b>Error:</b></span><br>";
@@ -48,6 +53,23 @@ TEST_F(Session, TwoFiles_AreStoredByNumberAndInstalled) {
   EXPECT_EQ("<span style='color:#0f0'><b>Download successful</b></span><br>Installed hello 1.0.0<br>", outcome());
   EXPECT_EQ(1, installer().installations);
   EXPECT_EQ(Names{"libmac_scan_manifests"}, FakeController::instance().commands());
+}
+
+TEST_F(Session, AnotherStartOfTheProgram_TakesNothingFromASession) {
+  installer().sourceDir = root_;
+  installer().onInstall = [this] {
+    removeLeftArchives();
+    EXPECT_EQ("one", archive(0));
+  };
+  beginAndConnect();
+  exchange(openRecord("a"));
+  removeLeftArchives();
+  exchange(dataRecord(0, "one"));
+  exchange("\x04");
+  EXPECT_EQ(0, end());
+  EXPECT_EQ(1, installer().installations);
+  removeLeftArchives();
+  EXPECT_EQ("absent", archive(0));
 }
 
 TEST_F(Session, InstallationPage_IsShownBeforeTheInstallationAndTheOutcomeAfter) {
@@ -356,6 +378,32 @@ TEST_F(Session, FileStillOpenAtTheEnd_IsInstalledAndClosedAfterTheOutcome) {
 TEST_F(Session, AbortBeforeTheDeviceIsOpen_IsForgotten) {
   // The receiver clears the flag when it has opened the device: the operator presses again.
   FakeGui::instance().onAsync([](const ShownPage&) { FakeGui::instance().report(0, 1); });
+  beginAndConnect();
+  EXPECT_EQ("\x06", exchange(signalRecord('S')));
+  exchange("\x04");
+  EXPECT_EQ(0, end());
+}
+
+TEST_F(Session, AbortPressedAfterAnExceptionEndedTheSession_DoesNoHarm) {
+  installer().onInstall = [] { throw std::bad_alloc(); };
+  bool thrown = false;
+  untilReady([&] {
+    thread_ = std::thread([&thrown] {
+      onVanishingStack([&thrown] {
+        Calls::thisThreadReceives();
+        try {
+          download_ddl(3);
+        } catch (const std::bad_alloc&) {
+          thrown = true;
+        }
+      });
+    });
+  });
+  exchange("\x04");
+  end();
+  EXPECT_TRUE(thrown);
+  FakeGui::instance().report(0, 1);  // the page is up still
+  installer().onInstall = nullptr;
   beginAndConnect();
   EXPECT_EQ("\x06", exchange(signalRecord('S')));
   exchange("\x04");

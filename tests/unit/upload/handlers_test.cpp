@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "shell/install.h"
+#include "shell/source_directory.h"
 #include "tests/unit/upload/server.h"
 
 namespace {
@@ -90,6 +91,18 @@ TEST_F(HandlersTest, Upload_StoresInstallsAndReports) {
   EXPECT_EQ(installer.installations, 1);
   EXPECT_EQ(installer.directoriesMade, 1);
   EXPECT_EQ(controller.commands(), std::vector<std::string>{"libmac_scan_manifests"});
+}
+
+TEST_F(HandlersTest, AnotherStartOfTheProgram_TakesNothingFromAnUpload) {
+  Files found;
+  installer.onInstall = [&] {
+    removeLeftArchives();
+    found = stored();
+  };
+  serve(postForm(filePart("one") + "\r\n--b--\r\n"));
+  EXPECT_EQ(found, (Files{{"upload-0.zip", "one"}}));
+  removeLeftArchives();
+  EXPECT_EQ(stored(), Files());
 }
 
 TEST_F(HandlersTest, UploadOfAnotherField_InstallsNothing) {

@@ -9,6 +9,7 @@
 #include "http/listener.h"
 #include "tests/support/fake_controller.h"
 #include "tests/support/fake_gui.h"
+#include "tests/support/vanishing_stack.h"
 #include "tests/unit/upload/fake_network.h"
 #include "upload/jx_download_server.h"
 #include "upload/server_only.h"
@@ -169,13 +170,25 @@ TEST_F(HttpDownloadTest, NothingIsShownAfterTheServer) {
 
 TEST_F(HttpDownloadTest, EachRun_StartsAnew) {
   network.add("eth0", "192.168.1.20", kRunning);
-  runHttpDownload();
+  listener.work = [this] { gui.report(0, -1); };
+  for (int run = 0; run < 2; ++run) {
+    listener.stopBefore = true;
+    runHttpDownload();
+    EXPECT_FALSE(listener.stopBefore) << run;
+  }
   network.entries.clear();
   gui.reset();
   runHttpDownload();
   EXPECT_EQ(gui.shown()[0].vars, (Vars{{"text", "Checking network."}}));
   EXPECT_EQ(gui.shown().back().page, "result.html");
   EXPECT_EQ(gui.shown().back().vars.size(), 1U);
+}
+
+TEST_F(HttpDownloadTest, PressAfterTheServerHasEnded_DoesNoHarm) {
+  network.add("eth0", "192.168.1.20", kRunning);
+  onVanishingStack(runHttpDownload);  // as where the port is taken: the page is up still
+  gui.report(0, -1);
+  EXPECT_EQ(gui.shownNames().back(), "download-http.html");
 }
 
 bool stopsOn(int type, int result) {
