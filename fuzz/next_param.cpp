@@ -1,5 +1,5 @@
 // Any text as a header value: the walk ends, moves forward, and makes no more text than it was given.
-#include "upload/next_param.h"
+#include "http/next_param.h"
 
 #include "fuzz/input.h"
 

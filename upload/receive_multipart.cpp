@@ -7,11 +7,11 @@
 #include <utility>
 #include <vector>
 
+#include "http/next_param.h"
+#include "http/part_headers.h"
 #include "upload/jx_download_server.h"
 #include "upload/make_parent_dirs.h"
-#include "upload/next_param.h"
 #include "upload/part_file.h"
-#include "upload/part_headers.h"
 
 namespace {
 

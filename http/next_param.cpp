@@ -1,4 +1,4 @@
-#include "upload/next_param.h"
+#include "http/next_param.h"
 
 #include <array>
 #include <cstdint>

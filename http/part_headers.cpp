@@ -1,10 +1,10 @@
-#include "upload/part_headers.h"
+#include "http/part_headers.h"
 
 #include <algorithm>
 #include <cctype>
 #include <cstddef>
 
-#include "upload/next_param.h"
+#include "http/next_param.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "upload/part_headers.h"
+#include "http/part_headers.h"
 
 #include <gtest/gtest.h>
 
