@@ -152,7 +152,9 @@ void ipcSetAppID(const char* id);
 
 // Sends the notification `name` with `message` to the application `receiver`. `sender` is this application's id; empty
 // means the one set before. Returns 0 when it was handed over, non-zero at once without a transport. Delivery is
-// reported only on failure, through the unicast-error callback. Any thread; does not wait for the receiver.
+// reported only on failure, through the unicast-error callback: when nobody is the receiver, when it refuses, or when
+// it ends before it has acknowledged. One that stays silent, however long, is no failure. Any thread; does not wait for
+// the receiver.
 int ipcNotify(const char* receiver, const char* name, const JSObject& message, unsigned flags, const char* sender);
 
 // Calls `callback` for each notification `name` from `sender` (empty: from anybody). Returns 0 on success.

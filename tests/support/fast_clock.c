@@ -12,6 +12,8 @@
 #include <time.h>
 #include <unistd.h>
 
+enum { kMaxConditions = 64 };
+
 static const int64_t kSecondNs = 1000000000;
 
 static int64_t rate = 1;
@@ -19,6 +21,11 @@ static int64_t beginNs;
 static int (*realPoll)(struct pollfd*, nfds_t, int);
 static int (*realPpoll)(struct pollfd*, nfds_t, const struct timespec*, const sigset_t*);
 static int (*realClockWait)(pthread_cond_t*, pthread_mutex_t*, clockid_t, const struct timespec*);
+static int (*realInit)(pthread_cond_t*, const pthread_condattr_t*);
+static int (*realWait)(pthread_cond_t*, pthread_mutex_t*, const struct timespec*);
+static pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
+static pthread_cond_t* monotonic[kMaxConditions];  // every other condition uses the wall clock
+static size_t monotonicCount;
 
 // By the kernel, because sanitizers ask for the time before anything here has begun.
 static int realGetTime(clockid_t clock, struct timespec* now) { return (int)syscall(SYS_clock_gettime, clock, now); }
@@ -32,13 +39,25 @@ static struct timespec fromNs(int64_t ns) {
 
 static int64_t shortened(int64_t span) { return (span + rate - 1) / rate; }
 
+// When a time of the fast clock really comes.
+static struct timespec realEnd(const struct timespec* end) { return fromNs(beginNs + shortened(toNs(end) - beginNs)); }
+
+static void* find(const char* name, const char* version) {
+  void* const found = version != NULL ? dlvsym(RTLD_NEXT, name, version) : NULL;
+  return found != NULL ? found : dlsym(RTLD_NEXT, name);
+}
+
 __attribute__((constructor)) static void begin(void) {
-  void* symbol = dlsym(RTLD_NEXT, "poll");
+  void* symbol = find("poll", NULL);
   memcpy(&realPoll, &symbol, sizeof symbol);
-  symbol = dlsym(RTLD_NEXT, "ppoll");
+  symbol = find("ppoll", NULL);
   memcpy(&realPpoll, &symbol, sizeof symbol);
-  symbol = dlsym(RTLD_NEXT, "pthread_cond_clockwait");
+  symbol = find("pthread_cond_clockwait", NULL);
   memcpy(&realClockWait, &symbol, sizeof symbol);
+  symbol = find("pthread_cond_init", "GLIBC_2.3.2");  // there is an older one of the same name
+  memcpy(&realInit, &symbol, sizeof symbol);
+  symbol = find("pthread_cond_timedwait", "GLIBC_2.3.2");
+  memcpy(&realWait, &symbol, sizeof symbol);
   struct timespec now;
   realGetTime(CLOCK_MONOTONIC, &now);
   beginNs = toNs(&now);
@@ -63,9 +82,38 @@ int ppoll(struct pollfd* entries, nfds_t count, const struct timespec* timeout, 
   return realPpoll(entries, count, &span, signals);
 }
 
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): the C library has names of its own for them
 int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock,
                            const struct timespec* end) {
   if (clock != CLOCK_MONOTONIC) return realClockWait(condition, mutex, clock, end);
-  const struct timespec realEnd = fromNs(beginNs + shortened(toNs(end) - beginNs));
-  return realClockWait(condition, mutex, clock, &realEnd);
+  const struct timespec real = realEnd(end);
+  return realClockWait(condition, mutex, clock, &real);
 }
+
+int pthread_cond_init(pthread_cond_t* restrict condition, const pthread_condattr_t* restrict attribute) {
+  clockid_t clock = CLOCK_REALTIME;
+  if (attribute != NULL) pthread_condattr_getclock(attribute, &clock);
+  pthread_mutex_lock(&lock);
+  if (clock == CLOCK_MONOTONIC) {
+    if (monotonicCount == kMaxConditions) abort();
+    monotonic[monotonicCount++] = condition;
+  }
+  pthread_mutex_unlock(&lock);
+  return realInit(condition, attribute);
+}
+
+static int isMonotonic(const pthread_cond_t* condition) {
+  int found = 0;
+  pthread_mutex_lock(&lock);
+  for (size_t i = 0; i < monotonicCount; ++i) found |= monotonic[i] == condition;
+  pthread_mutex_unlock(&lock);
+  return found;
+}
+
+int pthread_cond_timedwait(pthread_cond_t* restrict condition, pthread_mutex_t* restrict mutex,
+                           const struct timespec* restrict end) {
+  if (!isMonotonic(condition)) return realWait(condition, mutex, end);
+  const struct timespec real = realEnd(end);
+  return realWait(condition, mutex, &real);
+}
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)

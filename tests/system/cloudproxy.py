@@ -7,6 +7,7 @@ import struct
 import subprocess
 import sys
 import threading
+import time
 import unittest
 
 import jxbus
@@ -148,7 +149,7 @@ class ExchangeTest(ProxyCase):
 
     def test_proxy_dies_before_it_acknowledges(self):
         proxy, driver = self.proxy(), Driver(self)
-        proxy.answer_calls = "ignore"
+        proxy.answer_calls = "hold"
         driver.tell(f"request {PATIENCE} {INFO}")
         proxy.notification()
         proxy.close()
@@ -178,6 +179,61 @@ class ExchangeTest(ProxyCase):
             proxy.notify("jxdownloader", "CloudProxyConf", SUCCESS)
         self.respond(proxy, '{"proxy":{"result":"success","n":2}}')
         self.assertEqual(driver.answer(), '0 {"proxy":{"n":2,"result":"success"}}')
+
+
+class AcknowledgementTest(ProxyCase):
+    """Proxies that do not acknowledge a request as they should; whole exchanges last their stated time all the same."""
+    RATE = 10
+
+    def setUp(self):
+        super().setUp()
+        self.speed_up(self.RATE)
+        self.unhurried = PATIENCE * self.RATE
+        self.proxy_, self.driver = self.proxy(), Driver(self)
+        self.proxy_.answer_calls = "hold"
+
+    def begin(self):
+        self.driver.tell(f"request {self.unhurried} {INFO}")
+        self.proxy_.notification()
+
+    def answer(self):
+        self.respond(self.proxy_, SUCCESS)
+        self.assertEqual(self.driver.answer(), f"0 {SUCCESS}")
+
+    def stays(self, seconds):
+        with self.assertRaises(queue.Empty):
+            self.driver.lines.get(timeout=seconds / self.RATE)
+
+    def wait_out(self, seconds):
+        """A request that nobody answers, on a clock that the machine can only make slower."""
+        begin = time.monotonic()
+        self.assertEqual(self.driver.ask(f"request {seconds} {INFO}"), "-2 null")
+        self.assertGreaterEqual(time.monotonic() - begin, seconds / self.RATE)
+
+    def test_neither_acknowledgement_nor_answer(self):
+        for seconds in (5, 10):
+            self.wait_out(seconds)
+
+    def test_answer_without_an_acknowledgement_does_not_end_the_next_request(self):
+        self.begin()
+        self.answer()
+        self.wait_out(10)
+
+    def test_late_acknowledgements(self):
+        self.begin()
+        self.answer()
+        self.begin()
+        self.stays(6)
+        self.proxy_.release()  # of both
+        self.stays(1)
+        self.answer()
+
+    def test_late_refusal_ends_the_request(self):
+        self.begin()
+        self.stays(6)
+        self.proxy_.answer_calls = "refuse"
+        self.proxy_.release()
+        self.assertEqual(self.driver.answer(), FAIL)
 
 
 class BadResponsesTest(ProxyCase):
@@ -347,6 +403,7 @@ class PagesTest(ProxyCase):
         terminal.next("mainmenu.html")
 
     def test_probe_offers_nothing_of_a_silent_proxy(self):
+        self.speed_up(10)
         proxy = self.proxy()
         self.assertEqual(Terminal(self).next("mainmenu.html"), {"show_settings": "0", "show_cloudproxy": "0"})
         commands = [json.loads(proxy.notification()[1])["proxy"]["command"] for _ in range(2)]

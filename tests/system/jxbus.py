@@ -64,7 +64,8 @@ class Peer:
 
     def __init__(self, case, address, application=None):
         self.notifications = queue.Queue()
-        self.answer_calls = "accept"  # or "refuse", or "ignore"
+        self.answer_calls = "accept"  # or "refuse"; or "hold", until release() does what it then is
+        self.held = []
         self.on_notification = None   # called on the reading thread in place of queueing
         self.serials = itertools.count(1)
         self.replies = {}
@@ -181,8 +182,17 @@ class Peer:
             self.acknowledge(serial, fields[SENDER])
             (self.on_notification or self.notifications.put)(tuple(content))
 
+    def release(self):
+        if self.answer_calls == "hold":
+            self.answer_calls = "accept"
+        for serial, sender in self.held:
+            self.acknowledge(serial, sender)
+        self.held = []
+
     def acknowledge(self, serial, sender):
-        if self.answer_calls == "accept":
+        if self.answer_calls == "hold":
+            self.held.append((serial, sender))
+        elif self.answer_calls == "accept":
             self.send(RETURN, next(self.serials), {REPLY_SERIAL: serial, DESTINATION: sender})
         elif self.answer_calls == "refuse":
             self.send(ERROR, next(self.serials),

@@ -25,6 +25,7 @@ namespace zoripc {
 namespace {
 
 constexpr std::uint64_t kUsPerMs = 1000;
+constexpr std::uint64_t kNoLimit = std::numeric_limits<std::uint64_t>::max();
 constexpr int kFlushMs = 1000;
 // Messages handled before the lock is given up for a moment.
 constexpr int kBatch = 64;
@@ -37,7 +38,7 @@ using Message = std::unique_ptr<sd_bus_message, DropMessage>;
 // Milliseconds until the bus wants to be processed again; -1: when something comes.
 int timeoutOf(sd_bus* bus) {
   std::uint64_t dueUs = 0;
-  if (sd_bus_get_timeout(bus, &dueUs) < 0 || dueUs == std::numeric_limits<std::uint64_t>::max()) return -1;
+  if (sd_bus_get_timeout(bus, &dueUs) < 0 || dueUs == kNoLimit) return -1;
   timespec now{};
   clock_gettime(CLOCK_MONOTONIC, &now);
   const std::uint64_t nowUs =
@@ -78,8 +79,10 @@ sd_bus* connectTo(const std::string& address, Recipient* recipient) {
 
 }  // namespace
 
-// A notification that has not been acknowledged yet. It lives as long as the bus may still report on it; what goes
-// without an acknowledgement has not been delivered.
+// A notification that has not been acknowledged yet. It lives as long as the bus may still report on it. What goes
+// without an acknowledgement, because it was refused, or the receiver or the bus has gone, has not been delivered.
+// There is no limit of time, since a receiver may acknowledge after its answer, or never: a report at the end of such a
+// limit would meet whatever the application waits for by then. The bus limits how many may be under way.
 struct Bus::Sent {
   Bus& bus;
   Notification notification;
@@ -146,7 +149,7 @@ int Bus::sendOnce(const Notification& notification) {
   sd_bus_message_set_auto_start(made, 0);
   auto sent = std::make_unique<Sent>(Sent{*this, notification});
   sd_bus_slot* slot = nullptr;
-  result = sd_bus_call_async(bus_, &slot, made, Sent::onReply, sent.get(), kDeliveryMs * kUsPerMs);
+  result = sd_bus_call_async(bus_, &slot, made, Sent::onReply, sent.get(), kNoLimit);
   if (result < 0) return result;
   static_cast<void>(sent.release());  // to onDestroy
   sd_bus_slot_set_destroy_callback(slot, Sent::onDestroy);

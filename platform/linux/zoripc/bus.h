@@ -19,9 +19,6 @@ namespace zoripc {
 // may call. Never destroyed while its thread may run: close() first.
 class Bus {
  public:
-  // The receiver has this long to acknowledge a notification; after it the delivery has failed. Shorter than the time
-  // in which the terminal's applications expect an answer, so that a report does not meet their next request.
-  static constexpr int kDeliveryMs = 4000;
   // A bus that is there but does not answer is given up after this long, and counts as absent for a while, so that not
   // every caller waits for it anew.
   static constexpr int kConnectMs = 5000;
@@ -38,7 +35,8 @@ class Bus {
 
   // Hands a notification to the bus; an empty sender means the id set before. 0 when that was done; a negative error
   // number without a bus, or when the notification is none that the bus carries. Failure to deliver it goes to the
-  // mailbox.
+  // mailbox: an error reply, whenever it comes, or the end of the receiver or the bus before any reply. Silence is
+  // none.
   int send(Notification notification);
 
   // Sends what is still waiting, for a bounded time, and ends the connection. Afterwards nothing can be sent.

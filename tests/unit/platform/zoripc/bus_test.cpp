@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <systemd/sd-bus.h>
 
 #include <cstdlib>
 #include <memory>
@@ -9,6 +10,7 @@
 #include <thread>
 
 #include "platform/linux/zoripc/bus_address.h"
+#include "tests/unit/platform/zoripc/driven_time.h"
 #include "tests/unit/platform/zoripc/private_bus.h"
 #include "tests/unit/platform/zoripc/recorder.h"
 
@@ -21,6 +23,7 @@ using zoripc::Mailbox;
 namespace {
 
 constexpr int kLongMs = 60000;
+constexpr long long kDayMs = 86400000;
 
 // An application on the bus that JXPLATFORM_BUS names.
 struct Application {
@@ -44,6 +47,50 @@ struct Application {
   Recorder failures;
   Mailbox mailbox;
   Bus bus{mailbox};
+};
+
+// An application that does nothing by itself, not even acknowledge.
+class Passive {
+ public:
+  Passive(const std::string& address, const char* name) {
+    EXPECT_GE(sd_bus_new(&bus_), 0);
+    EXPECT_GE(sd_bus_set_address(bus_, address.c_str()), 0);
+    EXPECT_GE(sd_bus_set_bus_client(bus_, 1), 0);
+    EXPECT_GE(sd_bus_start(bus_), 0);
+    EXPECT_GE(sd_bus_request_name(bus_, name, 0), 0);
+  }
+  Passive(const Passive&) = delete;
+  Passive& operator=(const Passive&) = delete;
+  ~Passive() { sd_bus_flush_close_unref(bus_); }
+
+  void acknowledge() {
+    sd_bus_message* const call = take();
+    EXPECT_GE(sd_bus_reply_method_return(call, ""), 0);
+    sd_bus_message_unref(call);
+  }
+
+  void refuse() {
+    sd_bus_message* const call = take();
+    EXPECT_GE(sd_bus_reply_method_errorf(call, "zoripc.Error.NotExpected", "not wanted"), 0);
+    sd_bus_message_unref(call);
+  }
+
+ private:
+  // The next notification.
+  sd_bus_message* take() {
+    int result = 0;
+    while (result >= 0) {
+      sd_bus_message* message = nullptr;
+      result = sd_bus_process(bus_, &message);
+      if (message != nullptr && sd_bus_message_is_method_call(message, nullptr, "Notify") > 0) return message;
+      sd_bus_message_unref(message);
+      if (result == 0) result = sd_bus_wait(bus_, UINT64_MAX);
+    }
+    ADD_FAILURE() << "no notification comes";
+    return nullptr;
+  }
+
+  sd_bus* bus_ = nullptr;
 };
 
 class BusTest : public testing::Test {
@@ -80,6 +127,38 @@ TEST_F(BusTest, NobodyRegistered_IsAFailedDelivery) {
   Application sender("s");
   EXPECT_EQ(sender.send("r", "Name", JSObject("x")), 0);
   EXPECT_THAT(sender.failures.wait(1), ElementsAre("s>r Name \"x\" 3"));
+}
+
+// A report of the first one would come before that of the second.
+TEST_F(BusTest, SilenceOfTheReceiver_IsNoFailedDelivery) {
+  auto silent = std::make_unique<Passive>(bus_.address(), "zoripc.App.ar");
+  Application sender("s");
+  EXPECT_EQ(sender.send("r", "Name", JSObject(1)), 0);
+  const driven::ClockAhead later(kDayMs);
+  EXPECT_EQ(sender.send("nobody", "Name", JSObject(2)), 0);
+  EXPECT_THAT(sender.failures.wait(1), ElementsAre("s>nobody Name 2 3"));
+  silent.reset();
+  EXPECT_THAT(sender.failures.wait(2), ElementsAre("s>nobody Name 2 3", "s>r Name 1 3"));
+}
+
+TEST_F(BusTest, LateAcknowledgement_IsOne) {
+  auto slow = std::make_unique<Passive>(bus_.address(), "zoripc.App.ar");
+  Application sender("s");
+  EXPECT_EQ(sender.send("r", "Name", JSObject(1)), 0);
+  const driven::ClockAhead later(kDayMs);
+  slow->acknowledge();
+  slow.reset();
+  EXPECT_EQ(sender.send("nobody", "Name", JSObject(2)), 0);
+  EXPECT_THAT(sender.failures.wait(1), ElementsAre("s>nobody Name 2 3"));
+}
+
+TEST_F(BusTest, LateRefusal_IsAFailedDelivery) {
+  Passive slow(bus_.address(), "zoripc.App.ar");
+  Application sender("s");
+  EXPECT_EQ(sender.send("r", "Name", JSObject(1)), 0);
+  const driven::ClockAhead later(kDayMs);
+  slow.refuse();
+  EXPECT_THAT(sender.failures.wait(1), ElementsAre("s>r Name 1 3"));
 }
 
 TEST_F(BusTest, LargePayload_Arrives) {
