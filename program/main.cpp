@@ -1,8 +1,7 @@
 // The program: prepares the process, reads the command line, and puts the subsystems together.
-#include <pthread.h>
-
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 
@@ -31,9 +30,6 @@ void runMenus() {
   runMainMenu(proxyProbe(), activities);
 }
 
-// An upload may be installing still: it is let finish, and none begins while the process ends.
-void finishInstallations() { pthread_mutex_lock(&installLock); }
-
 void runTerminal() {
   // A serial line may become the controlling terminal; its hang-up is the download's to report, not the program's end.
   std::signal(SIGHUP, SIG_IGN);
@@ -41,13 +37,11 @@ void runTerminal() {
     runMenus();
   } catch (const std::exception&) {
     notifyController("libmac_show_desktop");  // whatever ended the menus, the desktop has to come back
-    finishInstallations();
     throw;
   }
-  finishInstallations();
 }
 
-int run(int argc, char** argv) {
+int runMode(int argc, char** argv) {
   prepareProcess();
   limitThreadStacks();
   if (argc < 2) {
@@ -64,12 +58,20 @@ int run(int argc, char** argv) {
   return 1;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+// Returns the exit status.
+int run(int argc, char** argv) {
   try {
-    return run(argc, argv);
+    return runMode(argc, argv);
   } catch (const std::exception&) {
     return 1;
   }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const int status = run(argc, argv);
+  // An upload may be installing still: it is let finish, but not for ever.
+  if (!finishInstallations()) std::_Exit(status);
+  return status;
 }

@@ -1,17 +1,30 @@
 #include "shell/install.h"
 
 #include <jxapp.h>
+#include <pthread.h>
 #include <zorguiprt.h>
+#include <zorhtml.h>
 
+#include <atomic>
 #include <cstdarg>
 #include <cstddef>
+#include <ctime>
 #include <exception>
 
 #include "shell/controller.h"
 
+namespace {
+
+using zorhtml::TimeStamp;
+
+constexpr long kLongestFinishSeconds = 10;
+constexpr long kFinishCheckNs = 100000000;
+
+// Held for the whole of one installation and its notification.
 pthread_mutex_t installLock = PTHREAD_MUTEX_INITIALIZER;
 
-namespace {
+// Set once, when the program ends. Looked at under the lock: whoever waits for his turn then gets it and finds it set.
+std::atomic<bool> finishing{false};
 
 class InstallGuard {
  public:
@@ -50,6 +63,8 @@ std::string toHtml(const std::string& line) {
 
 void installPackages(std::string& text) {
   const InstallGuard guard;
+  if (finishing)
+    return installLogLine(&text, "Error: the program on the terminal ends: nothing was installed, send again\n");
   static_cast<void>(jxapp::jxInstall(installLogLine, &text));  // its messages are the report
   notifyController("libmac_scan_manifests");
 }
@@ -63,4 +78,17 @@ void installLogLine(void* data, const char* format, ...) {
     // A message that there is no memory for is lost; the installer, which called, must not see the exception.
   }
   va_end(args);
+}
+
+// By trial, because POSIX has no wait for a mutex that ends by the monotonic clock.
+bool finishInstallations() {
+  finishing = true;
+  constexpr timespec kPause{0, kFinishCheckNs};
+  const TimeStamp deadline = TimeStamp::Monotonic() + TimeStamp(kLongestFinishSeconds, 0);
+  while (pthread_mutex_trylock(&installLock) != 0) {
+    if (!(TimeStamp::Monotonic() < deadline)) return false;
+    nanosleep(&kPause, nullptr);
+  }
+  pthread_mutex_unlock(&installLock);
+  return true;
 }

@@ -4,6 +4,7 @@ import json
 import os
 import pathlib
 import re
+import socket
 import stat
 import subprocess
 import unittest
@@ -37,6 +38,20 @@ class CommandLineTest(jxtest.Case):
         for host in ("127.0.0.1", "::1"):
             self.assertTrue(exchange(request("GET", "/"), host=host).endswith(FORM_PAGE), host)
         self.assertFalse((self.root / "screen.url").exists())
+
+    def test_menu_that_cannot_be_shown_counts_as_left(self):
+        with socket.socket() as taken:
+            taken.bind(("127.0.0.1", 0))
+            taken.listen()
+            address = f"127.0.0.1:{taken.getsockname()[1]}"
+            for said, environment in (
+                    ("libzorguiprt: cannot read the page mainmenu.html in ", {"JXPLATFORM_PAGES": str(self.root)}),
+                    (f"libzorguiprt: cannot show pages at {address}: ", {"JXPLATFORM_SCREEN": address})):
+                self.env.update(environment)
+                run = self.run_program()
+                self.assertEqual((run.returncode, run.stdout), (0, ""))
+                self.assertRegex(run.stderr, f"^{re.escape(said)}.+\n$")
+                self.env.pop("JXPLATFORM_PAGES", None)
 
     def test_arguments_after_http_are_ignored(self):
         self.start(PROGRAM, "--http", "x", "--HTTP")

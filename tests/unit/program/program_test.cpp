@@ -7,8 +7,10 @@
 #include <zorhtml.h>
 
 #include <cerrno>
+#include <csetjmp>
 #include <csignal>
 #include <cstdlib>
+#include <ctime>
 #include <future>
 #include <map>
 #include <new>
@@ -19,6 +21,7 @@
 #include "http/listener.h"
 #include "shell/install.h"
 #include "tests/support/fake_gui.h"
+#include "tests/support/fake_installer.h"
 #include "tests/support/fake_ipc.h"
 #include "tests/support/in_child.h"
 
@@ -34,6 +37,12 @@ bool recording = false;
 void note(const std::string& event) {
   if (recording) events += event + "\n";
 }
+
+// The clock stands still, however long a pause takes, or is set forward by pauses alone, which take no time then.
+bool clockRuns = false;
+long nowMs = 0;
+
+std::jmp_buf ended;  // where _Exit leads
 
 // The first configuration directory is closed to others, the second missing, the third open.
 int statusOf(const std::string& path, mode_t& mode) {
@@ -62,6 +71,20 @@ int __real_setenv(const char* name, const char* value, int overwrite);
 // A response that was delivered is waited for however long it takes: none of the waits here ends by its time.
 int __wrap_pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec* /*end*/) {
   return pthread_cond_wait(condition, mutex);
+}
+
+int __wrap_nanosleep(const timespec* time, timespec* /*rest*/) {
+  if (clockRuns) {
+    nowMs += time->tv_sec * 1000 + time->tv_nsec / 1000000;
+  } else {
+    std::this_thread::yield();
+  }
+  return 0;
+}
+
+[[noreturn]] void __wrap__Exit(int status) {
+  note("at once");
+  std::longjmp(ended, status + 1);
 }
 
 mode_t __wrap_umask(mode_t mask) {
@@ -95,6 +118,8 @@ void htmlSetScriptProcessor(const char* name, ScriptProcessor processor, void* u
   const bool isStated = processor == js::jsProcessorExt && userData == nullptr;
   note("processor " + std::string(name) + (isStated ? "" : " of another kind"));
 }
+
+TimeStamp TimeStamp::Monotonic() { return {nowMs / 1000, nowMs % 1000 * 1000000}; }
 
 bool serve(ServerSettings& settings, const HttpThread& /*prototype*/, CopyServer /*copy*/) {
   note("serve " + std::to_string(settings.port));
@@ -131,8 +156,13 @@ int answerFrom(const Proxy& proxy, const zoripc::JSObject& message) {
   return 0;
 }
 
+int runToItsEnd(int argc, char** argv) {
+  const int status = setjmp(ended);
+  return status == 0 ? programMain(argc, argv) : status - 1;
+}
+
 // What the program does with these arguments, and its exit status; `pages` answers "mainmenu.html", one after the
-// other. In a process of its own, because the program's end leaves the installation locked.
+// other. In a process of its own, because it ends.
 std::string run(std::vector<std::string> arguments, const std::vector<FakeGui::Answer>& pages = {},
                 const Proxy& proxy = {}) {
   return inChild([&] {
@@ -142,7 +172,7 @@ std::string run(std::vector<std::string> arguments, const std::vector<FakeGui::A
     for (std::string& argument : arguments) argv.push_back(argument.data());
     argv.push_back(nullptr);
     recording = true;
-    const int status = programMain(static_cast<int>(arguments.size()), argv.data());
+    const int status = runToItsEnd(static_cast<int>(arguments.size()), argv.data());
     recording = false;
     return events + "status " + std::to_string(status) + "\n";
   });
@@ -233,27 +263,42 @@ TEST(Program, MenusWithoutMemory_EndWithTheDesktopAndStatus1) {
             kPreparation + kProbe + "menu 00\n" + kDesktop + "status 1\n");
 }
 
-// Leaves the menus while an installation runs, which ends after the desktop was asked for.
-int leaveWhileInstalling(Vars&) {
-  static std::promise<void> installing;
-  static std::promise<void> desktop;
-  FakeIpc::instance().onSend([](const zoripc::JSObject&) {
-    desktop.set_value();
+// Leaves the menus while an installation runs, which goes on until the desktop is asked for, or for ever.
+FakeGui::Answer leaveWhileInstalling(bool forEver) {
+  return [forEver](Vars&) {
+    static std::promise<void> installing;
+    static std::promise<void> desktop;
+    FakeIpc::instance().onSend([forEver](const zoripc::JSObject& message) {
+      note("ipc " + message.dump());
+      if (!forEver && message["libmac_cmd"].getString() == "libmac_show_desktop") desktop.set_value();
+      return -1;
+    });
+    FakeInstaller::instance().onInstall = [] {
+      installing.set_value();
+      desktop.get_future().wait();
+      note("installed");
+    };
+    std::thread([] {
+      std::string text;
+      installPackages(text);
+    }).detach();
+    installing.get_future().wait();
     return -1;
-  });
-  std::thread([] {
-    pthread_mutex_lock(&installLock);
-    installing.set_value();
-    desktop.get_future().wait();
-    note("installed");
-    pthread_mutex_unlock(&installLock);
-  }).detach();
-  installing.get_future().wait();
-  return -1;
+  };
 }
 
 TEST(Program, InstallationAtTheEnd_IsLetFinish) {
-  EXPECT_EQ(run({"jxdownloader"}, {leaveWhileInstalling}), kPreparation + kProbe + "installed\nstatus 0\n");
+  EXPECT_EQ(
+      run({"jxdownloader"}, {leaveWhileInstalling(false)}),
+      kPreparation + kProbe + kDesktop +
+          "installed\nipc {\"libmac_cmd\":\"libmac_scan_manifests\",\"libmac_version\":\"3.16.5-79\"}\nstatus 0\n");
+}
+
+TEST(Program, InstallationThatDoesNotEnd_IsGivenUpWithoutDestroyingWhatItUses) {
+  clockRuns = true;
+  EXPECT_EQ(run({"jxdownloader"}, {leaveWhileInstalling(true)}),
+            kPreparation + kProbe + kDesktop + "at once\nstatus 0\n");
+  clockRuns = false;
 }
 
 TEST(Program, HangUpOfALine_DoesNotEndTheMenus) {

@@ -1,12 +1,58 @@
 #include "shell/install.h"
 
-#include <atomic>
-#include <cerrno>
-#include <stdexcept>
-#include <thread>
+#include <pthread.h>
+#include <zorhtml.h>
 
+#include <atomic>
+#include <ctime>
+#include <functional>
+#include <future>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "tests/support/in_child.h"
 #include "tests/support/no_memory.h"
 #include "tests/unit/shell/fixture.h"
+
+// The clock of a program that ends, which only its own pauses set forward, and the locks that a thread takes.
+namespace watched {
+
+long long nowMs = 0;
+std::function<void()> onPause;
+
+thread_local bool watching = false;
+thread_local pthread_mutex_t* firstLock = nullptr;
+thread_local std::function<void()> beforeLock;  // runs once
+
+}  // namespace watched
+
+namespace zorhtml {
+
+TimeStamp TimeStamp::Monotonic() {
+  return {static_cast<long>(watched::nowMs / 1000), static_cast<long>(watched::nowMs % 1000) * 1000000};
+}
+
+}  // namespace zorhtml
+
+// The names are the linker's (--wrap).
+extern "C" {
+int __real_pthread_mutex_lock(pthread_mutex_t* lock);
+
+int __wrap_pthread_mutex_lock(pthread_mutex_t* lock) {
+  if (watched::watching && watched::firstLock == nullptr) watched::firstLock = lock;
+  if (watched::beforeLock) std::exchange(watched::beforeLock, nullptr)();
+  return __real_pthread_mutex_lock(lock);
+}
+
+int __wrap_nanosleep(const timespec* time, timespec* /*rest*/) {
+  watched::nowMs += time->tv_sec * 1000 + time->tv_nsec / 1000000;
+  if (watched::onPause) watched::onPause();
+  return 0;
+}
+}
 
 namespace {
 
@@ -105,43 +151,51 @@ TEST_F(InstallTest, FailedNotification_IsIgnored) {
   EXPECT_EQ(text, "done");
 }
 
-// Whether another thread could take the lock now; it is free again afterwards.
-bool isFreeForOthers() {
-  bool free = false;
-  std::thread([&free] {
-    const int result = pthread_mutex_trylock(&installLock);
-    EXPECT_TRUE(result == 0 || result == EBUSY);
-    free = result == 0;
-    if (free) pthread_mutex_unlock(&installLock);
-  }).join();
-  return free;
+// The lock of installations: the first that one takes.
+pthread_mutex_t* installLock() {
+  std::string text;
+  watched::firstLock = nullptr;
+  watched::watching = true;
+  installPackages(text);
+  watched::watching = false;
+  return watched::firstLock;
+}
+
+// Whether another thread could take `lock` now; it is free again afterwards.
+bool isFreeForOthers(pthread_mutex_t* lock) {
+  return std::async(std::launch::async,
+                    [lock] {
+                      const bool free = pthread_mutex_trylock(lock) == 0;
+                      if (free) pthread_mutex_unlock(lock);
+                      return free;
+                    })
+      .get();
 }
 
 TEST_F(InstallTest, Lock_IsHeldFromTheInstallationToTheNotification) {
-  bool freeInInstallation = true;
-  bool freeInNotification = true;
-  installer.onInstall = [&] { freeInInstallation = isFreeForOthers(); };
-  controller.onNotify([&] { freeInNotification = isFreeForOthers(); });
+  pthread_mutex_t* const lock = installLock();
+  std::string held;
+  installer.onInstall = [&] { held += isFreeForOthers(lock) ? "free " : "held "; };
+  controller.onNotify([&] { held += isFreeForOthers(lock) ? "free" : "held"; });
   std::string text;
   installPackages(text);
-  EXPECT_EQ(installer.installations, 1);
-  EXPECT_FALSE(freeInInstallation);
-  EXPECT_FALSE(freeInNotification);
-  EXPECT_TRUE(isFreeForOthers());
+  EXPECT_EQ(held, "held held");
+  EXPECT_TRUE(isFreeForOthers(lock));
 }
 
 TEST_F(InstallTest, Exception_ReleasesTheLock) {
+  pthread_mutex_t* const lock = installLock();
   installer.onInstall = [] { throw std::runtime_error("broken"); };
   std::string text;
   EXPECT_THROW(installPackages(text), std::runtime_error);
-  EXPECT_TRUE(isFreeForOthers());
+  EXPECT_TRUE(isFreeForOthers(lock));
 }
 
 // Each entry of the trace is made under the installer's or the controller's turn; an overlap would break the pattern.
 TEST_F(InstallTest, InstallationsAtOnce_RunOneAfterTheOtherEachWithItsNotification) {
   constexpr int kThreads = 8;
   constexpr int kEach = 25;
-  std::vector<char> trace;  // guarded by installLock alone: a race here is a failure of the lock
+  std::vector<char> trace;  // guarded by the lock alone: a race here is a failure of the lock
   installer.messages = {"one\n", "two\n"};
   installer.onInstall = [&trace] { trace.push_back('i'); };
   controller.onNotify([&trace] { trace.push_back('n'); });
@@ -161,6 +215,78 @@ TEST_F(InstallTest, InstallationsAtOnce_RunOneAfterTheOtherEachWithItsNotificati
   EXPECT_EQ(whole, kThreads * kEach);
   ASSERT_EQ(trace.size(), std::size_t{2} * kThreads * kEach);
   for (std::size_t i = 0; i < trace.size(); ++i) EXPECT_EQ(trace[i], i % 2 == 0 ? 'i' : 'n') << i;
+}
+
+// The end of a program, in a process of its own each: it cannot be taken back.
+class FinishTest : public ShellTest {
+ protected:
+  // Runs an installation on another thread until `letGo` is called; returns when it has begun.
+  std::thread beginInstallation() {
+    installer.onInstall = [this] {
+      began.set_value();
+      released.get_future().wait();
+    };
+    std::thread thread([this] { installPackages(running); });
+    began.get_future().wait();
+    installer.onInstall = nullptr;
+    return thread;
+  }
+
+  std::promise<void> began;
+  std::promise<void> released;
+  std::string running;
+};
+
+constexpr const char* kEnding =
+    "<span style='color:#f00'>Error: the program on the terminal ends: nothing was installed, send again<br></span>";
+
+TEST_F(FinishTest, NoInstallation_IsNotWaitedForAndNoneBeginsAnyMore) {
+  EXPECT_EQ(inChild([this] {
+              EXPECT_TRUE(finishInstallations());
+              EXPECT_EQ(watched::nowMs, 0);
+              std::string text = "Upload successful<br>";
+              installPackages(text);
+              EXPECT_EQ(installer.installations, 0);
+              EXPECT_EQ(controller.commands(), Names());
+              return text;
+            }),
+            "Upload successful<br>" + std::string(kEnding));
+}
+
+TEST_F(FinishTest, RunningInstallation_IsWaitedForWithItsNotificationAndTheNextDoesNotBegin) {
+  EXPECT_EQ(inChild([this] {
+              std::thread first = beginInstallation();
+              std::promise<void> queued;
+              std::string text;
+              std::thread second([&] {
+                watched::beforeLock = [&] { queued.set_value(); };
+                installPackages(text);
+              });
+              queued.get_future().wait();
+              watched::onPause = [&] {
+                if (watched::nowMs != 9900) return;
+                released.set_value();
+                first.join();
+                second.join();
+              };
+              EXPECT_TRUE(finishInstallations());
+              EXPECT_EQ(controller.commands(), (Names{"libmac_scan_manifests"}));
+              EXPECT_EQ(running, "");
+              EXPECT_EQ(text, kEnding);
+              return std::to_string(watched::nowMs);
+            }),
+            "9900");
+}
+
+TEST_F(FinishTest, InstallationThatGoesOn_IsWaitedForTenSecondsAndNoLonger) {
+  EXPECT_EQ(inChild([this] {
+              std::thread thread = beginInstallation();
+              EXPECT_FALSE(finishInstallations());
+              released.set_value();
+              thread.join();
+              return std::to_string(watched::nowMs);
+            }),
+            "10000");
 }
 
 }  // namespace

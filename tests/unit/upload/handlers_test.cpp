@@ -1,17 +1,11 @@
 #include <gtest/gtest-death-test.h>
-#include <pthread.h>
 
 #include <csignal>
 #include <cstring>
-#include <functional>
-#include <memory>
 #include <new>
-#include <thread>
 #include <type_traits>
-#include <utility>
 #include <vector>
 
-#include "shell/install.h"
 #include "shell/source_directory.h"
 #include "tests/unit/upload/server.h"
 
@@ -130,60 +124,11 @@ TEST_F(HandlersTest, Reply_GoesOutOnlyAfterTheInstallation) {
   EXPECT_EQ(writes, 0);
 }
 
-bool lockIsFree() {
-  bool free = false;
-  std::thread([&free] {
-    free = pthread_mutex_trylock(&installLock) == 0;
-    if (free) pthread_mutex_unlock(&installLock);
-  }).join();
-  return free;
-}
-
-TEST_F(HandlersTest, Lock_IsHeldWhileInstallingAlone) {
-  bool freeWhileInstalling = true;
-  installer.onInstall = [&] { freeWhileInstalling = lockIsFree(); };
-  serve(postForm(filePart("one") + "\r\n--b--\r\n"));
-  EXPECT_FALSE(freeWhileInstalling);
-  EXPECT_TRUE(lockIsFree());
-}
-
-// A stream on which a test looks around at each write.
-class WatchedStream : public zoripc::IPC {
- public:
-  WatchedStream(zoripc::IPC* stream, std::function<void()> onWrite) : stream_(stream), onWrite_(std::move(onWrite)) {}
-  int getFD() const override { return stream_->getFD(); }
-  bool readExact(void* data, std::size_t size, int timeoutMs, int gapTimeoutMs) override {
-    return stream_->readExact(data, size, timeoutMs, gapTimeoutMs);
-  }
-  std::size_t read(void* data, std::size_t size, int timeoutMs) override {
-    return stream_->read(data, size, timeoutMs);
-  }
-  bool write(const void* data, std::size_t size) override {
-    onWrite_();
-    return stream_->write(data, size);
-  }
-  bool closed() const override { return stream_->closed(); }
-  bool failed() const override { return stream_->failed(); }
-
- private:
-  std::unique_ptr<zoripc::IPC> stream_;
-  std::function<void()> onWrite_;
-};
-
-TEST_F(HandlersTest, Lock_IsFreeInEveryWriteOfTheAnswer) {
-  const ScriptedPeer peer(postForm(filePart("one") + "\r\n--b--\r\n"));
-  std::vector<bool> freeInWrites;
-  TestServer server;
-  server.setConnection(new WatchedStream(peer.stream(), [&] { freeInWrites.push_back(lockIsFree()); }));
-  EXPECT_EQ(server.run(), 0);
-  EXPECT_EQ(installer.installations, 1);
-  EXPECT_EQ(freeInWrites, std::vector<bool>(6, true));  // five lines and the page
-}
-
-TEST_F(HandlersTest, ExceptionInTheInstallation_DropsTheConnectionAndReleasesTheLock) {
+TEST_F(HandlersTest, ExceptionInTheInstallation_DropsTheConnectionAlone) {
   installer.onInstall = [] { throw std::bad_alloc(); };
   EXPECT_EQ(serve(postForm(filePart("one") + "\r\n--b--\r\n")), "");
-  EXPECT_TRUE(lockIsFree());
+  installer.onInstall = nullptr;
+  EXPECT_EQ(serve(postForm(filePart("one") + "\r\n--b--\r\n")), resultPage("Upload successful<br>\n"));
 }
 
 TEST_F(HandlersTest, ReplyThatCannotBeWritten_EndsTheConnection) {
