@@ -1,0 +1,231 @@
+"""One run: prepares the folders, tries the mutants, counts and prints."""
+
+import collections
+import json
+import random
+import sys
+import threading
+import time
+
+from baseline import Baseline
+from pool import Failure, work
+from project import COMPILED_AS
+
+FIRST = 6  # so many of the most specific tests run before all others
+CHUNK = 25  # so many mutants of one file go to a worker at a time
+PRECOMPILED_FROM = 6  # mutants of a file, for which it pays to compile its inclusions once
+KILLED = ("killed", "timeout")
+
+
+def leading_inclusions(text):
+    """The part of a source file up to its last #include, as long as nothing but inclusions and comments stands before it."""
+    end = at = 0
+    for line in text.splitlines(keepends=True):
+        at += len(line)
+        if line.startswith("#include"):
+            end = at
+        elif line.strip() and not line.startswith("//"):
+            break
+    return text[:end]
+
+
+class Campaign:
+    def __init__(self, project, place, entries, chosen):
+        self.project, self.place, self.entries, self.chosen = project, place, entries, chosen
+        place.mkdir(parents=True, exist_ok=True)
+        self.lock = threading.Lock()
+        self.memory = place / "last.json"  # of each mutant tried: what came of it, and which test killed it
+        self.last = json.loads(self.memory.read_text()) if self.memory.exists() else {}
+        self.outcomes = {}
+        self.baselines = {}
+        self.models = {}
+        self.sound = {}  # file -> whether it passes unchanged, as a mutant is made and run
+
+    def choose(self, found):
+        """The mutants to try, in their order."""
+        listed = [one for one in found if one.key in self.entries]
+        if self.chosen.equivalents:
+            return listed
+        found = [one for one in found if one.key not in self.entries]
+        if self.chosen.again:
+            found = [one for one in found if self.last.get(one.key, {}).get("outcome") == "survived"]
+        if self.chosen.seconds:
+            random.Random(self.chosen.seed).shuffle(found)
+        return found
+
+    def run(self, files, found):
+        self.prepare(dict.fromkeys(files.values()))
+        self.begun = time.monotonic()
+        self.total = len(found)
+        rounds = [found]
+        if self.chosen.seconds:  # rounds, so that the order among files stays the seed's
+            rounds = [found[at : at + 240] for at in range(0, len(found), 240)]
+        for mutants in rounds:
+            if not self.late():
+                work(self.chunks(mutants), self.chosen.jobs, lambda worker, chunk: self.chunk(worker, files, chunk))
+        self.memory.write_text(json.dumps(self.last, indent=0))
+        return self.report(files)
+
+    def late(self):
+        return self.chosen.seconds and time.monotonic() - self.begun > self.chosen.seconds
+
+    def prepare(self, folders):
+        programs = {}
+        for folder in folders:
+            self.baselines[folder] = Baseline(self.project, folder, self.place / "baseline", self.chosen.jobs)
+            for program in self.baselines[folder].programs:
+                programs[program.target] = program
+            model = self.project.model(folder)
+            if model:
+                programs[model.target] = self.models[folder] = model
+        self.say(f"building {', '.join(sorted(program.name for program in programs.values()))}")
+        self.project.make(sorted(programs))
+        for folder in folders:
+            self.say(f"running the tests of {folder} as they are")
+            self.baselines[folder].make()
+        self.model_seconds = {}
+        work([folder for folder in self.models], 1, self.time_model)
+
+    def time_model(self, worker, folder):
+        found = worker.ask({"do": "timed", "run": self.model_words(str(self.models[folder].path)),
+                            "libraries": self.baselines[folder].libraries("")})
+        if not found["passed"]:
+            raise Failure("the comparison with the model fails without any change")
+        self.model_seconds[folder] = found["seconds"]
+
+    def model_words(self, driver):
+        command = list(self.project.model_command())
+        return [driver if word.endswith("/model_driver") else word for word in command]
+
+    def chunks(self, mutants):
+        by_file = collections.OrderedDict()
+        for one in mutants:
+            by_file.setdefault(one.file, []).append(one)
+        size = CHUNK if len(by_file) < 20 else 4 * CHUNK
+        return [found[at : at + size] for found in by_file.values() for at in range(0, len(found), size)]
+
+    def chunk(self, worker, files, mutants):
+        """Tries some mutants of one file."""
+        if self.late():
+            return
+        file = mutants[0].file
+        baseline = self.baselines[files[file]]
+        job = self.file_job(file, baseline, len(mutants))
+        if not job["programs"]:
+            for one in mutants:
+                self.note(one, {"outcome": "survived", "by": "", "why": "no unit test links the file"})
+            return
+        worker.ask(job)
+        source = (self.project.source / file).read_bytes()
+        self.check_unchanged(worker, file, baseline, source, job)
+        for one in mutants:
+            if self.late():
+                return
+            stages = self.stages(one, baseline, job)
+            answer = worker.ask({"do": "mutant", "text": one.apply(source).decode(), "stages": stages, "compare": True})
+            self.note(one, answer)
+
+    def file_job(self, file, baseline, count):
+        text = (self.project.source / file).read_text()
+        head = leading_inclusions(text)
+        names, programs = [], []
+        compiled = None
+        models = [self.models[baseline.folder]] if baseline.folder in self.models else []
+        for program in [*baseline.programs, *models]:
+            found = program.place_of(file)
+            if not found:
+                continue
+            compiled = compiled or found[1]
+            if found[1] != compiled:
+                continue
+            out = f"/tmp/jxmutation/{program.name}"
+            library = found[2]
+            own = ""
+            if library:
+                own, out = "/tmp/jxmutation", f"/tmp/jxmutation/{library.rsplit('/', 1)[-1]}"
+            words = program.linking(file, "/tmp/jxmutation/changed.o", out)
+            run = [str(program.path)] if library else [out]
+            original, libraries = baseline.original(program) if program not in models else (str(program.path), "")
+            original = [original]
+            if program in models:
+                run, original = self.model_words(run[0]), self.model_words(original[0])
+            names.append(program.name)
+            programs.append({"link": words, "run": run, "libraries": baseline.libraries(own), "original": original,
+                             "original_libraries": baseline.libraries(libraries)})
+        return {"do": "file", "stem": file.rsplit("/", 1)[-1], "names": names, "programs": programs,
+                "compile": [*(compiled or []), "-iquote", str((self.project.source / file).parent)],
+                "flags": COMPILED_AS, "directory": str(self.project.build), "inclusions": head, "rest": text[len(head):],
+                "precompile": bool(head) and count >= PRECOMPILED_FROM}
+
+    def stages(self, mutant, baseline, job):
+        """Which tests to run one after another: the one that killed it the last time, the most specific, all others."""
+        tests = [entry for entry in baseline.reaching(mutant) if entry[0] in job["names"]]
+        before = self.last.get(mutant.key, {}).get("by")
+        tests.sort(key=lambda entry: entry[1] != before)
+        stages = []
+        for part in (tests[:FIRST], tests[FIRST:]):
+            for index, program in enumerate(job["names"]):
+                chosen = [[name, seconds] for owner, name, seconds in part if owner == program]
+                if chosen:
+                    stages.append({"program": index, "tests": chosen})
+        if baseline.folder in self.models and self.models[baseline.folder].name in job["names"]:
+            stages.append({"program": job["names"].index(self.models[baseline.folder].name),
+                           "tests": self.model_seconds[baseline.folder]})
+        return stages
+
+    def check_unchanged(self, worker, file, baseline, source, job):
+        """Makes and runs the file unchanged, as a mutant is made and run: nothing of it counts unless that passes."""
+        with self.lock:
+            if self.sound.get(file):
+                return
+        stages = [{"program": job["names"].index(program), "tests": [[name, test["seconds"]] for name, test in tests.items()
+                                                                     if file in test["lines"]]}
+                  for program, tests in baseline.tests.items() if program in job["names"]]
+        answer = worker.ask({"do": "mutant", "text": source.decode(), "stages": [stage for stage in stages if stage["tests"]],
+                             "compare": False})
+        if answer["outcome"] != "survived":
+            raise Failure(f"{file} unchanged is {answer['outcome']} by {answer['by']}")
+        with self.lock:
+            self.sound[file] = True
+
+    def note(self, mutant, answer):
+        with self.lock:
+            self.outcomes[mutant.key] = (mutant, answer)
+            self.last[mutant.key] = {"outcome": answer["outcome"], "by": answer["by"] if answer["outcome"] in KILLED else ""}
+            wanted = KILLED if self.chosen.equivalents else ("survived",)
+            if answer["outcome"] in wanted:
+                print(f"{mutant}{' (' + answer['why'] + ')' if 'why' in answer else ''}", flush=True)
+            elif answer["outcome"] == "unknown":
+                print(f"{mutant} (too late at {answer['by']}, but so is the original: does not count)", file=sys.stderr)
+            done = len(self.outcomes)
+            if done % 100 == 0:
+                self.say(f"{done} of {self.total} after {time.monotonic() - self.begun:.0f} s")
+                self.memory.write_text(json.dumps(self.last, indent=0))
+
+    def report(self, files):
+        """Prints the figures for each folder; the command's code."""
+        table = collections.defaultdict(collections.Counter)
+        for mutant, answer in self.outcomes.values():
+            for name in (files[mutant.file], "together"):
+                table[name][answer["outcome"]] += 1
+        self.say(f"\n{'':<24}{'killed':>8}{'late':>6}{'survived':>10}{'share':>9}{'same code':>11}{'not compiled':>14}{'listed':>8}")
+        for name in [*dict.fromkeys(files.values()), "together"]:
+            self.row(name, table[name], sum(name in ("together", files.get(entry.file)) for entry in self.entries.values()))
+        if self.chosen.equivalents:
+            return 1 if any(table["together"][outcome] for outcome in KILLED) else 0
+        return 1 if self.chosen.at_least and self.share(table["together"]) < self.chosen.at_least else 0
+
+    def row(self, name, count, listed):
+        killed = sum(count[outcome] for outcome in KILLED)
+        self.say(f"{name:<24}{killed:>8}{count['timeout']:>6}{count['survived']:>10}{self.share(count):>8.1f}%"
+                 f"{count['equivalent']:>11}{count['stillborn']:>14}{listed:>8}")
+
+    @staticmethod
+    def share(count):
+        killed = sum(count[outcome] for outcome in KILLED)
+        counted = killed + count["survived"]
+        return 100.0 * killed / counted if counted else 0.0
+
+    @staticmethod
+    def say(text):
+        print(text, file=sys.stderr, flush=True)
