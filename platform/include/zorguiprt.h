@@ -23,7 +23,8 @@ using UICallback = bool (*)(void* data);
 using UIAsyncCallback = void (*)(void* data, int type, const UICallbackData* info);
 
 // Shows `page` with `vars` and blocks until it returns. `vars` then holds what the page handed back. The two numbers
-// are 0. Returns the page's result; -1 also when the page cannot be shown.
+// are 0. Returns the page's result; -1 also when the page cannot be shown. A page that returns by itself does so soon
+// whether or not anybody sees it.
 int uiInvokeURL(int region, int flags, std::map<std::string, std::string>& vars, const std::string& page,
                 UICallback callback, void* data);
 

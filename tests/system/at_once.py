@@ -58,7 +58,7 @@ class AtOnceTest(SerialCase):
     def end_serial_download(self, sender):
         """The text that the operator sees at its end."""
         self.operator.see_past([PROGRESS], "install-ddl.html")
-        self.operator.answer(0)
+        self.operator.press_if_open(0)
         text = self.operator.see_past([PROGRESS, "install-ddl.html"], "result.html")["vars"]["text"]
         output, errors = sender.communicate(timeout=120)
         self.assertEqual(sender.returncode, 0, output + errors)

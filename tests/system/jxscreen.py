@@ -68,6 +68,7 @@ class ScreenCase(Case):
         "b.html": "<html><body>B</body></html>",
         "text.html": "<body><?html text?>|<?var text?>|<?html name?></body>",
         "script.html": "<body><?js vars.made = 'by script'; delete vars.gone; print(escape(vars.name)) ?></body>",
+        "auto.html": "<html><body data-auto-result=\"5\">Auto</body></html>",
         "broken.html": "<body>1<?js nonsense() ?>2<?unknown x?>3\n<?var name</body>",
         "style.css": "body { color: black }",
         "screen.js": "'use strict';",

@@ -211,6 +211,12 @@ class Results(ScreenCase):
         self.assertEqual(self.post(page_id, {"result": -1}).status, 204)
         self.assertEqual(self.driver.next(), {"returned": "a.html", "result": -1, "vars": {"name": "v"}})
 
+    def test_page_that_returns_by_itself_does_so_without_a_browser(self):
+        self.drive()
+        self.driver.tell(sync="auto.html", vars={"name": "v"})
+        self.assertEqual(self.driver.next(), {"returned": "auto.html", "result": 5, "vars": {"name": "v"}})
+        self.assertEqual(self.screen()["page"], "auto.html", "it stays on screen")
+
     def test_replaced_page_takes_no_result(self):
         self.drive()
         self.driver.tell(sync="a.html", thread=True)

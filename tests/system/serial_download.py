@@ -40,13 +40,14 @@ class SerialDownloadTest(SerialCase):
         return text
 
     def leave_installation_page(self):
+        """As a browser does, which may be slower than the page returns by itself."""
         self.operator.see_past([PROGRESS], "install-ddl.html")
-        self.operator.answer(0)
+        self.operator.press_if_open(0)
 
     def press_abort(self):
         """Presses the button of the progress page, which a message may replace in the meantime."""
         self.operator.see(PROGRESS)
-        while self.operator.request("POST", f"/api/screen/{self.operator.last['id']}/result", '{"result":1}')[0] != 204:
+        while not self.operator.press_if_open(1):
             self.operator.see(PROGRESS)
 
     def wait_for_bytes(self, count=20000):
@@ -68,6 +69,11 @@ class SerialDownloadTest(SerialCase):
         self.assertIn(f"sha256 {digest}<br>", text)
         self.assertIn("Installed hello 1.0.0<br>", text)
         self.assertIn("List of installed applications:", text)
+
+    def test_finished_download_is_installed_without_a_browser(self):
+        line = self.begin()
+        self.pushed(line, self.package)
+        self.assertIn("Installed hello 1.0.0<br>", self.outcome())
 
     def test_usb_brings_a_package_to_its_application(self):
         self.check_line(2, "USB")
@@ -191,7 +197,7 @@ class SerialDownloadTest(SerialCase):
         """Brings the terminal back to its menu after a sending that failed."""
         while self.operator.next()["page"] != "result.html":
             if self.operator.last["page"] == "install-ddl.html":
-                self.operator.answer(0)
+                self.operator.press_if_open(0)
         self.operator.answer(-1)
         self.operator.see("download.html")
 

@@ -25,6 +25,8 @@ struct Screen::Page {
   std::uint64_t id = 0;
   Text json;
   bool synchronous = false;
+  std::optional<int> autoResult;
+  std::chrono::steady_clock::time_point autoResultTime;
   State state = State::kOpen;
   std::optional<PageResult> result;
   zorgui::UIAsyncCallback callback = nullptr;
@@ -39,7 +41,8 @@ struct Screen::Report {
   bool dropped = false;
 };
 
-Screen::Screen(NextId nextId) : nextId_(std::move(nextId)) {}
+Screen::Screen(NextId nextId, std::chrono::milliseconds autoResultWait)
+    : nextId_(std::move(nextId)), autoResultWait_(autoResultWait) {}
 
 Screen::~Screen() { close(); }
 
@@ -76,8 +79,10 @@ void Screen::put(Lock& lock, const PagePointer& page, const PageContent& content
 Screen::PagePointer Screen::showSynchronous(const PageContent& content) {
   auto page = std::make_shared<Page>();
   page->synchronous = true;
+  page->autoResult = content.autoResult;
   Lock lock(mutex_);
   put(lock, page, content);
+  page->autoResultTime = std::chrono::steady_clock::now() + autoResultWait_;
   return page;
 }
 
@@ -90,14 +95,29 @@ void Screen::showAsynchronous(const PageContent& content, zorgui::UIAsyncCallbac
   put(lock, page, content);
 }
 
+bool Screen::isDueByItself(const Page& page) {
+  return page.autoResult && std::chrono::steady_clock::now() >= page.autoResultTime;
+}
+
+void Screen::waitForChange(Lock& lock, const Page& page, bool hasCallback) {
+  if (hasCallback) {
+    changed_.wait_for(lock, kCallbackInterval);
+  } else if (page.autoResult) {
+    changed_.wait_until(lock, page.autoResultTime);
+  } else {
+    changed_.wait(lock);
+  }
+}
+
 std::optional<PageResult> Screen::waitForResult(const PagePointer& page, zorgui::UICallback callback, void* data) {
   Lock lock(mutex_);
   while (page->state == Page::State::kOpen && !closed_) {
-    if (callback == nullptr) {
-      changed_.wait(lock);
-      continue;
+    if (isDueByItself(*page)) {
+      page->result = PageResult{*page->autoResult, {}};
+      break;
     }
-    changed_.wait_for(lock, kCallbackInterval);
+    waitForChange(lock, *page, callback != nullptr);
+    if (callback == nullptr) continue;
     lock.unlock();
     const bool goesOn = callback(data);
     lock.lock();

@@ -28,7 +28,8 @@ struct PageResult {
 struct PageContent {
   std::string page;  // its file name
   std::map<std::string, std::string> vars;
-  std::string html;  // processed
+  std::string html;                    // processed
+  std::optional<int> autoResult = {};  // of a synchronous page that returns by itself
 };
 
 // Tells `callback` (may be null) that its page was left, on the calling thread.
@@ -49,7 +50,11 @@ class Screen {
   // cannot all be waiting ones.
   static constexpr std::size_t kMostWaiting = 48;
 
-  explicit Screen(NextId nextId);
+  // So long a page that returns by itself is left for a browser to show: longer than one needs for it, be it that the
+  // connection has to be made again, and short for whoever waits without one.
+  static constexpr std::chrono::milliseconds kAutoResultWait{3000};
+
+  explicit Screen(NextId nextId, std::chrono::milliseconds autoResultWait = kAutoResultWait);
   ~Screen();
   Screen(const Screen&) = delete;
   Screen& operator=(const Screen&) = delete;
@@ -69,8 +74,9 @@ class Screen {
   // shown; endPage ends that too. Without the memory or the thread for it, calls it before it returns. Throws nothing.
   void reportUnshown(zorgui::UIAsyncCallback callback, void* data);
 
-  // Blocks until `page` has its result; without one it was replaced, `callback` (may be null; asked every tenth of a
-  // second, on this thread) returned false, or the program ends. The page stays on screen but takes no result any more.
+  // Blocks until `page` has its result, which one that returns by itself has at the latest when it has been up for the
+  // wait given above. Without one it was replaced, `callback` (may be null; asked every tenth of a second, on this
+  // thread) returned false, or the program ends. The page stays on screen but takes no result any more.
   std::optional<PageResult> waitForResult(const PagePointer& page, zorgui::UICallback callback, void* data);
 
   // The JSON text of the page on screen when its id is above `after`; waits for one for at most `wait`. Null when none
@@ -89,6 +95,8 @@ class Screen {
   struct Report;
   using Lock = std::unique_lock<std::mutex>;
 
+  static bool isDueByItself(const Page& page);
+  void waitForChange(Lock& lock, const Page& page, bool hasCallback);
   void endPageLocked(Lock& lock);
   void put(Lock& lock, const PagePointer& page, const PageContent& content);
   void startDispatcher();
@@ -98,6 +106,7 @@ class Screen {
   bool onDispatcher() const;
 
   const NextId nextId_;
+  const std::chrono::milliseconds autoResultWait_;
   std::mutex mutex_;
   std::condition_variable changed_;
   PagePointer page_;

@@ -12,6 +12,7 @@
 
 #include "base/atomic_file.h"
 #include "platform/linux/support/root.h"
+#include "platform/linux/zorguiprt/auto_result.h"
 #include "platform/linux/zorhtml/page_processor.h"
 
 namespace jxplatform {
@@ -66,6 +67,7 @@ bool TerminalScreen::prepare(PageContent& content) {
   ProcessedPage processed = processPage(text, content.vars);
   for (const std::string& problem : processed.problems) complain(content.page + ": " + problem);
   content.html = std::move(processed.html);
+  content.autoResult = autoResult(text);
   return serve();
 }
 

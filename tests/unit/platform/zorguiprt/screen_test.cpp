@@ -33,7 +33,8 @@ class ScreenTest : public testing::Test {
   }
 
   std::atomic<std::uint64_t> lastId{100};
-  Screen screen{[this] { return ++lastId; }};
+  // One that returns by itself does so at once.
+  Screen screen{[this] { return ++lastId; }, milliseconds(0)};
 };
 
 }  // namespace
@@ -71,6 +72,27 @@ TEST_F(ScreenTest, SynchronousPage_ReturnsThePostedResultOnce) {
   EXPECT_EQ(result->vars.size(), 2U);
   EXPECT_NE(screen.newest(0, milliseconds(0)), nullptr) << "a page that is done stays on screen";
   EXPECT_FALSE(screen.post(101, resultOf(5)));
+}
+
+TEST_F(ScreenTest, PageThatReturnsByItself_DoesSoWithoutABrowser) {
+  const auto page = screen.showSynchronous({"auto.html", {}, "", 7});
+  const auto result = screen.waitForResult(page, nullptr, nullptr);
+  ASSERT_TRUE(result);
+  EXPECT_EQ(result->result, 7);
+  EXPECT_TRUE(result->vars.empty());
+  EXPECT_FALSE(screen.post(101, resultOf(1)));
+  EXPECT_NE(screen.newest(0, milliseconds(0)), nullptr) << "it stays on screen";
+  const zorgui::UICallback always = [](void*) { return true; };
+  const auto asked = screen.waitForResult(screen.showSynchronous({"auto.html", {}, "", -1}), always, nullptr);
+  ASSERT_TRUE(asked);
+  EXPECT_EQ(asked->result, -1);
+}
+
+TEST_F(ScreenTest, PageThatReturnsByItself_TakesABrowsersResultBefore) {
+  Screen patient{[this] { return ++lastId; }, kLong};
+  const auto page = patient.showSynchronous({"auto.html", {}, "", 7});
+  EXPECT_TRUE(patient.post(101, resultOf(2)));
+  EXPECT_EQ(patient.waitForResult(page, nullptr, nullptr)->result, 2);
 }
 
 TEST_F(ScreenTest, ManyPostsAtOnce_OneIsTaken) {
