@@ -7,10 +7,11 @@
 
 namespace zoripc {
 
-// A connected byte stream, or an endpoint that accepts them. Deleting it delivers what was written, even when the peer
-// has sent more than was read, then closes it: it blocks until the peer closes in its turn, but no longer than 10
-// seconds, nor 2 seconds after the peer's last byte. One thread at a time uses an object; no operation throws; none
-// raises SIGPIPE.
+// A connected byte stream, or an endpoint that accepts them. Deleting it delivers what was written, if anything, and
+// ends the connection in order, even when the peer has sent more than was read: what comes is discarded. It blocks
+// until the peer closes in its turn, but no longer than 10 seconds, nor 2 seconds after the peer's last byte, nor for
+// more than 64 MiB; a peer that goes on then is reset. A stream that was neither read nor written does not block. One
+// thread at a time uses an object; no operation throws; none raises SIGPIPE.
 //
 // A time-out is in milliseconds, a deadline for the whole call on the monotonic clock: -1 waits without limit,
 // 0 takes only what is there already.

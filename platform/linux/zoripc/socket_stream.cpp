@@ -51,6 +51,7 @@ std::size_t SocketStream::read(void* data, std::size_t size, int timeoutMs) {
 
 // At least one byte, or 0 at the end of the stream, on failure or when the time is over.
 std::size_t SocketStream::readSome(void* data, std::size_t size, const base::Deadline& deadline) {
+  used_ = true;
   bool look = out_.empty();  // what answers the bytes that are sent first cannot be there yet
   while (!ended_ && !readFailed_) {
     const std::size_t count = look ? receive(data, size) : 0;
@@ -123,7 +124,7 @@ bool SocketStream::write(const void* data, std::size_t size) {
   if (fd_ < 0) writeFailed_ = true;
   if (failed()) return false;
   if (size == 0) return true;
-  wrote_ = true;
+  used_ = true;
   return out_.append(data, size) || sendAll(data, size, writeStallMs_, base::Deadline(-1));
 }
 
@@ -179,24 +180,26 @@ void SocketStream::close() {
   const base::Deadline deadline(kCloseMs);
   closing_ = true;
   if (!out_.empty() && !writeFailed_) sendAll(nullptr, 0, kCloseMs, deadline);
-  if (wrote_ && !ended_ && !failed() && shutdown(fd_, SHUT_WR) == 0) drain(deadline);
+  if (!ended_ && !failed() && shutdown(fd_, SHUT_WR) == 0) drain(deadline, used_ ? kCloseSilenceMs : 0);
   ::close(fd_);
   fd_ = -1;
 }
 
-void SocketStream::drain(const base::Deadline& deadline) {
+void SocketStream::drain(const base::Deadline& deadline, int silenceMs) {
   std::array<unsigned char, 4096> discarded;
   std::size_t total = 0;
-  base::Deadline silence(kCloseSilenceMs);
-  while (total < kCloseDrainBytes) {
+  base::Deadline silence(silenceMs);
+  while (total < kCloseDrainBytes && !deadline.passed()) {
     const std::size_t count = receiveInto(discarded.data(), discarded.size());
-    total += count;
     if (ended_ || readFailed_) return;
-    if (count > 0) silence = base::Deadline(kCloseSilenceMs);
+    total += count;
+    if (count > 0) {
+      silence = base::Deadline(silenceMs);
+      continue;
+    }
     const int timeoutMs = deadline.remainingMs(silence.remainingMs());
-    if (timeoutMs == 0) return;
     short happened = 0;
-    if (count == 0 && !pollOnce(POLLIN, timeoutMs, happened)) return;
+    if (timeoutMs == 0 || !pollOnce(POLLIN, timeoutMs, happened)) return;
   }
 }
 
@@ -204,7 +207,7 @@ void SocketStream::reset(int fd) {
   close();
   ahead_.release();
   out_.release();
-  ended_ = readFailed_ = writeFailed_ = wrote_ = closing_ = false;
+  ended_ = readFailed_ = writeFailed_ = used_ = closing_ = false;
   fd_ = fd;
 }
 

@@ -18,7 +18,8 @@ class SocketStream {
 
   // Closing waits for the peer to take what was written and to close in its turn, reading on and discarding, because a
   // close with bytes unread resets the connection and takes the last answer with it. It ends by force after
-  // kCloseMs altogether, kCloseSilenceMs without a byte from the peer, or kCloseDrainBytes discarded.
+  // kCloseMs altogether, kCloseSilenceMs without a byte from the peer, or kCloseDrainBytes discarded. A stream that
+  // nobody has used discards what is there, without a wait: a listener may have to turn many away.
   static constexpr int kCloseMs = 10000;
   static constexpr int kCloseSilenceMs = 2000;
   static constexpr std::size_t kCloseDrainBytes = std::size_t{64} * 1024 * 1024;
@@ -50,14 +51,14 @@ class SocketStream {
   std::size_t sendOnce(const void* data, std::size_t size);
   bool sendAll(const void* data, std::size_t size, int stallMs, const base::Deadline& deadline);
   void close();
-  void drain(const base::Deadline& deadline);
+  void drain(const base::Deadline& deadline, int silenceMs);
 
   int fd_;
   int writeStallMs_;
   bool ended_ = false;
   bool readFailed_ = false;
   bool writeFailed_ = false;
-  bool wrote_ = false;
+  bool used_ = false;     // read or written
   bool closing_ = false;  // what is sent waits for the end of the stream, which goes out with it
   ReadAhead ahead_;
   SendGather out_;

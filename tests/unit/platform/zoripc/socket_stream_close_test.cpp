@@ -4,13 +4,22 @@
 #include <string>
 #include <thread>
 
+#include "tests/unit/platform/zoripc/driven_time.h"
 #include "tests/unit/platform/zoripc/sockets.h"
 
 using zoripc::SocketStream;
 
 namespace {
 
+constexpr std::size_t kDrained = std::size_t{64} * 1024 * 1024;
+
 std::unique_ptr<SocketStream> makeStream(RawPair& pair) { return std::make_unique<SocketStream>(pair.near.release()); }
+
+void expectEnd(const RawSocket& far, const std::string& before) {
+  bool reset = true;
+  EXPECT_EQ(far.receiveAll(&reset), before);
+  EXPECT_FALSE(reset);
+}
 
 }  // namespace
 
@@ -19,82 +28,114 @@ TEST(Close, SendsWhatWasGathered) {
   auto stream = makeStream(pair);
   EXPECT_TRUE(stream->write("bye", 3));
   std::thread closing([&] { stream.reset(); });
-  EXPECT_EQ(pair.far.receiveAll(), "bye");
+  expectEnd(pair.far, "bye");
   pair.far.close();
   closing.join();
 }
 
-TEST(Close, PeerThatSentMoreThanWasRead_GetsTheAnswerWhole) {
-  RawPair pair = tcpPair();
-  auto stream = makeStream(pair);
+// The peer is sending still when the connection ends, whether it gets an answer or none.
+TEST(Close, PeerThatSentMoreThanWasRead_GetsTheAnswerWholeAndAnEnd) {
   const std::string request = pattern(3000000);
-  const std::string answer = pattern(300000);
-  std::thread sender([&] { pair.far.send(request); });
-  char byte = 0;
-  EXPECT_TRUE(stream->readExact(&byte, 1, -1, -1));
-  std::thread closing([&] {
-    EXPECT_TRUE(stream->write(answer.data(), answer.size()));
-    stream.reset();
-  });
-  bool reset = true;
-  EXPECT_EQ(pair.far.receiveAll(&reset), answer);
-  EXPECT_FALSE(reset);
-  sender.join();
-  pair.far.close();
-  closing.join();
+  for (const std::string& answer : {pattern(300000), std::string()}) {
+    RawPair pair = tcpPair();
+    auto stream = makeStream(pair);
+    std::thread sender([&] { EXPECT_TRUE(pair.far.send(request)); });
+    char byte = 0;
+    EXPECT_TRUE(stream->readExact(&byte, 1, -1, -1));
+    std::thread closing([&] {
+      EXPECT_TRUE(stream->write(answer.data(), answer.size()));
+      stream.reset();
+    });
+    expectEnd(pair.far, answer);
+    sender.join();
+    pair.far.close();
+    closing.join();
+  }
 }
 
-TEST(Close, PeerThatGoesOnSending_GetsTheAnswerWhole) {
+TEST(Close, PeerThatGoesOnSending_GetsTheAnswerWholeAndAnEnd) {
   RawPair pair = tcpPair();
   auto stream = makeStream(pair);
   EXPECT_TRUE(stream->write("no", 2));
   std::thread closing([&] { stream.reset(); });
   EXPECT_EQ(pair.far.receive(2), "no");
   for (int i = 0; i < 100; ++i) EXPECT_TRUE(pair.far.send(pattern(10000)));
-  bool reset = true;
-  EXPECT_EQ(pair.far.receiveAll(&reset), "");
-  EXPECT_FALSE(reset);
+  expectEnd(pair.far, "");
   pair.far.close();
   closing.join();
 }
 
-TEST(Close, PeerThatStaysSilent_HoldsNobodyForever) {
-  RawPair pair = tcpPair();
-  auto stream = makeStream(pair);
-  EXPECT_TRUE(stream->write("bye", 3));
-  stream.reset();
-  EXPECT_EQ(pair.far.receiveAll(), "bye");
+TEST(Close, NeitherReadNorWritten_EndsAtOnceThoughBytesHaveCome) {
+  for (const std::string& sent : {std::string(), pattern(20000)}) {
+    RawPair pair = tcpPair();
+    auto stream = makeStream(pair);
+    EXPECT_TRUE(pair.far.send(sent));
+    const driven::Time time;
+    stream.reset();
+    EXPECT_EQ(time.now(), 0);
+    expectEnd(pair.far, "");
+  }
 }
 
-TEST(Close, PeerThatFloods_HoldsNobodyForever) {
+TEST(Close, ReadWithoutSuccess_WaitsForThePeerAsWell) {
+  RawPair pair = tcpPair();
+  auto stream = makeStream(pair);
+  driven::Time time;
+  char byte = 0;
+  EXPECT_EQ(stream->read(&byte, 1, 0), 0U);
+  time.at(1500, [&] { pair.far.close(); });
+  stream.reset();
+  EXPECT_EQ(time.now(), 1500);
+}
+
+TEST(Close, PeerThatStaysSilent_IsWaitedForTwoSeconds) {
   RawPair pair = tcpPair();
   auto stream = makeStream(pair);
   EXPECT_TRUE(stream->write("bye", 3));
+  const driven::Time time;
+  stream.reset();
+  EXPECT_EQ(time.now(), 2000);
+  expectEnd(pair.far, "bye");
+}
+
+TEST(Close, PeerThatGoesOnForEver_IsWaitedForTenSeconds) {
+  RawPair pair = tcpPair();
+  auto stream = makeStream(pair);
+  EXPECT_TRUE(stream->write("bye", 3));
+  driven::Time time;
+  time.every(1999, [&] { return pair.far.send("x"); });
+  stream.reset();
+  EXPECT_EQ(time.now(), 10000);
+}
+
+TEST(Close, PeerThatFloods_IsReadFor64MiB) {
+  RawPair pair = localPair();
+  auto stream = makeStream(pair);
+  EXPECT_TRUE(stream->write("bye", 3));
+  const std::string block = pattern(1 << 16);
   std::size_t sent = 0;
-  std::thread flood([&] {
-    const std::string block = pattern(1 << 20);
-    while (pair.far.send(block)) sent += block.size();
+  driven::Time time;
+  time.every(1, [&] {
+    const ssize_t count = send(pair.far.fd(), block.data(), block.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    sent += count > 0 ? static_cast<std::size_t>(count) : 0;
+    return count > 0;
   });
   stream.reset();
-  flood.join();
-  EXPECT_GE(sent, SocketStream::kCloseDrainBytes / 2);
+  EXPECT_GE(sent, kDrained);
+  EXPECT_LE(sent, kDrained + block.size());
+  EXPECT_LT(time.now(), 10000);
 }
 
-TEST(Close, PeerThatTakesNothing_HoldsNobodyForever) {
-  RawPair pair = tcpPair(4096);
+TEST(Close, PeerThatTakesNothing_IsWaitedForTenSeconds) {
+  RawPair pair = localPair();
   const int small = 4096;
   setsockopt(pair.near.fd(), SOL_SOCKET, SO_SNDBUF, &small, sizeof small);
-  auto stream = std::make_unique<SocketStream>(pair.near.release(), 100);
-  const std::string large = pattern(5000000);
-  EXPECT_FALSE(stream->write(large.data(), large.size()));
-  stream.reset();
-}
-
-TEST(Close, NothingWritten_ClosesAtOnceThoughThePeerStays) {
-  RawPair pair = tcpPair();
   auto stream = makeStream(pair);
+  const std::string gathered = pattern(16384);
+  EXPECT_TRUE(stream->write(gathered.data(), gathered.size()));
+  const driven::Time time;
   stream.reset();
-  EXPECT_EQ(pair.far.receiveAll(), "");
+  EXPECT_EQ(time.now(), 10000);
 }
 
 TEST(Close, PeerThatClosedFirst_GetsTheRest) {
@@ -105,6 +146,8 @@ TEST(Close, PeerThatClosedFirst_GetsTheRest) {
   EXPECT_EQ(stream->read(&byte, 1, -1), 0U);
   const std::string answer = pattern(15000);
   EXPECT_TRUE(stream->write(answer.data(), answer.size()));
+  const driven::Time time;
   stream.reset();
-  EXPECT_EQ(pair.far.receiveAll(), answer);
+  EXPECT_EQ(time.now(), 0);
+  expectEnd(pair.far, answer);
 }
