@@ -7,6 +7,7 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <zoripc.h>
 
 #include <string>
 #include <utility>
@@ -117,6 +118,12 @@ inline RawPair tcpPair(int receiveBuffer = 0) {
   RawSocket near(accept4(listener.fd(), nullptr, nullptr, SOCK_CLOEXEC));
   EXPECT_GE(near.fd(), 0);
   return {std::move(near), std::move(far)};
+}
+
+// The port of what listens.
+inline unsigned short portOf(const zoripc::TCP& listener) {
+  const std::string address = listener.localAddress();
+  return static_cast<unsigned short>(std::stoi(address.substr(address.rfind(':') + 1)));
 }
 
 // Text in which every position can be told from its neighbours.
