@@ -33,11 +33,27 @@ class CommandLineTest(jxtest.Case):
         self.run_program("x")
         self.assertFalse((self.root / "screen.url").exists())
 
+    def set(self, setting, value):
+        """Changes a setting of the test's own network."""
+        path = pathlib.Path("/proc/sys/net/ipv6") / setting
+        before = path.read_text()
+        self.addCleanup(path.write_text, before)
+        path.write_text(value)
+
     def test_http_serves_both_protocols_without_a_page(self):
+        for taken_by_default in ("0", "1"):
+            self.set("bindv6only", taken_by_default)
+            server = self.start_http_server()
+            for host in ("127.0.0.1", "::1"):
+                self.assertTrue(exchange(request("GET", "/"), host=host).endswith(FORM_PAGE), host)
+            self.assertFalse((self.root / "screen.url").exists())
+            self.stop(server)
+
+    def test_http_serves_ipv4_where_ipv6_is_off(self):
+        self.set("conf/all/disable_ipv6", "1")
         self.start_http_server()
-        for host in ("127.0.0.1", "::1"):
-            self.assertTrue(exchange(request("GET", "/"), host=host).endswith(FORM_PAGE), host)
-        self.assertFalse((self.root / "screen.url").exists())
+        self.assertTrue(exchange(request("GET", "/")).endswith(FORM_PAGE))
+        self.assertFalse(jxtest.can_connect(jxtest.HTTP_PORT, "::1"))
 
     def test_menu_that_cannot_be_shown_counts_as_left(self):
         with socket.socket() as taken:

@@ -81,16 +81,17 @@ bool isPassing(int error) {
   }
 }
 
-// A connected descriptor, or -1 with errno set.
-int acceptWithin(int listening, const base::Deadline& deadline) {
+// A connected descriptor, or -1 with errno set. Without time everything that is there already gets its turn.
+int acceptWithin(int listening, int timeoutMs) {
+  const base::Deadline deadline(timeoutMs);
   for (;;) {
     const int fd = accept4(listening, nullptr, nullptr, SOCK_CLOEXEC);
     if (fd >= 0 || !isPassing(errno)) return fd;
-    if (errno != EAGAIN) continue;
-    const int timeoutMs = deadline.remainingMs();
+    const bool nothingThere = errno == EAGAIN;
+    const int leftMs = deadline.remainingMs();
+    if (leftMs == 0 && (nothingThere || timeoutMs > 0)) return -1;
     pollfd entry{listening, POLLIN, 0};
-    if (timeoutMs == 0) return -1;
-    poll(&entry, 1, timeoutMs);
+    if (nothingThere) poll(&entry, 1, leftMs);
   }
 }
 
@@ -106,7 +107,7 @@ int TCP::listen(unsigned short port, const char* address) {
 }
 
 IPC* TCP::accept(int timeoutMs) {
-  const int fd = acceptWithin(impl_->listening, base::Deadline(timeoutMs));
+  const int fd = acceptWithin(impl_->listening, timeoutMs);
   if (fd < 0) {
     if (isShortage(errno)) waitOutShortage();
     return nullptr;

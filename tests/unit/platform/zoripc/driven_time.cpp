@@ -7,12 +7,15 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <map>
 #include <memory>
 #include <utility>
+
+#include "tests/unit/platform/zoripc/failing_calls.h"
 
 namespace driven {
 
@@ -91,6 +94,7 @@ Time::~Time() { script.reset(); }
 
 void Time::at(long long ms, std::function<void()> action) { script->due.emplace(ms, std::move(action)); }
 void Time::every(long long ms, std::function<bool()> action) { repeat(script->nowMs + ms, ms, action); }
+void Time::pass(long long ms) { script->nowMs += ms; }
 long long Time::now() const { return script->nowMs; }
 
 }  // namespace driven
@@ -106,6 +110,10 @@ int clock_gettime(clockid_t clock, timespec* now) {
 }
 
 int poll(pollfd* entries, nfds_t count, int timeoutMs) {
+  if (const int error = failing::next("poll"); error != 0) {
+    errno = error;
+    return -1;
+  }
   return driven::script != nullptr ? driven::drivenPoll(entries, count, timeoutMs)
                                    : driven::realPoll(entries, count, timeoutMs);
 }

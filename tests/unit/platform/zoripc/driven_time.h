@@ -33,6 +33,9 @@ class Time {
   // Has it done every `ms` milliseconds, for as long as it returns true.
   void every(long long ms, std::function<bool()> action);
 
+  // Lets time pass.
+  void pass(long long ms);
+
   // Milliseconds since the beginning.
   long long now() const;
 };

@@ -1,15 +1,14 @@
-#include <sys/resource.h>
 #include <zoripc.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
-#include <cstdlib>
 #include <fstream>
 #include <memory>
 #include <string>
 #include <thread>
 
+#include "tests/unit/platform/zoripc/driven_time.h"
+#include "tests/unit/platform/zoripc/failing_calls.h"
 #include "tests/unit/platform/zoripc/sockets.h"
 
 using zoripc::IPC;
@@ -18,35 +17,12 @@ using zoripc::TCP;
 namespace {
 
 constexpr int kLongMs = 60000;
-constexpr std::chrono::milliseconds kLeastPause{50};
 
 // How many connections the system keeps for a listener at most.
 int largestBacklog() {
   int most = 0;
   std::ifstream("/proc/sys/net/core/somaxconn") >> most;
   return std::min(most, SOMAXCONN);
-}
-
-// Accepts that have no descriptor left, each of which pauses, then one that has. Ends the process: 0 when all was as it
-// must be.
-void acceptWithoutDescriptors() {
-  TCP listener;
-  if (listener.listen(0, "127.0.0.1") == 0) std::_Exit(2);
-  const RawSocket client = rawConnect(portOf(listener));
-  rlimit limit{};
-  getrlimit(RLIMIT_NOFILE, &limit);
-  const rlimit none{0, limit.rlim_max};
-  setrlimit(RLIMIT_NOFILE, &none);
-  const auto begin = std::chrono::steady_clock::now();
-  if (listener.accept(-1) != nullptr) std::_Exit(3);
-  for (int i = 0; i < 3; ++i) {
-    if (listener.accept(kLongMs) != nullptr) std::_Exit(4);
-  }
-  // At least so long: a busy machine makes it longer alone.
-  if (std::chrono::steady_clock::now() - begin < 4 * kLeastPause) std::_Exit(6);
-  setrlimit(RLIMIT_NOFILE, &limit);
-  const std::unique_ptr<IPC> stream(listener.accept(kLongMs));
-  std::_Exit(stream != nullptr ? 0 : 5);
 }
 
 }  // namespace
@@ -58,14 +34,33 @@ TEST(TcpListener, NullAddress_TakesIpv4AndIpv6) {
     TCP client;
     ASSERT_TRUE(client.connect(host, portOf(listener), kLongMs)) << host;
     const std::unique_ptr<IPC> server(listener.accept(kLongMs));
-    ASSERT_NE(server, nullptr);
-    EXPECT_TRUE(client.write("ping", 4));
-    char byte = 0;
-    EXPECT_FALSE(client.readExact(&byte, 1, 0));
-    std::string text(4, '\0');
-    EXPECT_TRUE(server->readExact(text.data(), 4, kLongMs));
-    EXPECT_EQ(text, "ping");
+    EXPECT_NE(server, nullptr) << host;
   }
+}
+
+TEST(TcpListener, NullAddress_TakesIpv4WhereSocketsTakeIpv6AloneByDefault) {
+  const failing::Ipv6Alone setting;
+  TCP listener;
+  ASSERT_NE(listener.listen(0, nullptr), 0) << errno;
+  EXPECT_EQ(listener.localAddress().substr(0, 4), "[::]");
+  rawConnect(portOf(listener));
+}
+
+TEST(TcpListener, NullAddress_TakesIpv4WhereThereIsNoIpv6) {
+  for (const int error : {EAFNOSUPPORT, EADDRNOTAVAIL}) {
+    const failing::Calls calls("socket", {error});
+    TCP listener;
+    ASSERT_NE(listener.listen(0, nullptr), 0) << errno;
+    EXPECT_EQ(listener.localAddress(), "0.0.0.0:" + std::to_string(portOf(listener)));
+    rawConnect(portOf(listener));
+  }
+}
+
+TEST(TcpListener, NoSocket_FailsWithTheReason) {
+  const failing::Calls calls("socket", {EMFILE});
+  TCP listener;
+  EXPECT_EQ(listener.listen(0, nullptr), 0);
+  EXPECT_EQ(errno, EMFILE);
 }
 
 TEST(TcpListener, GivenAddress_IsTheOnlyOne) {
@@ -142,22 +137,88 @@ TEST(TcpListener, Queue_TakesAsManyAsTheSystemKeeps) {
 TEST(TcpListener, AcceptWithoutAConnection_TimesOut) {
   TCP listener;
   ASSERT_NE(listener.listen(0, nullptr), 0);
+  const driven::Time time;
   EXPECT_EQ(listener.accept(0), nullptr);
-  EXPECT_EQ(listener.accept(5), nullptr);
+  EXPECT_EQ(time.now(), 0);
+  EXPECT_EQ(listener.accept(500), nullptr);
+  EXPECT_EQ(time.now(), 500);
 }
 
-TEST(TcpListener, AcceptWithoutLimit_WaitsForAConnection) {
+TEST(TcpListener, Accept_WaitsForAConnection) {
   TCP listener;
   ASSERT_NE(listener.listen(0, nullptr), 0);
-  std::thread client([port = portOf(listener)] { rawConnect(port); });
-  const std::unique_ptr<IPC> server(listener.accept(-1));
-  EXPECT_NE(server, nullptr);
-  client.join();
+  for (const int timeoutMs : {kLongMs, -1}) {
+    driven::Time time;
+    std::unique_ptr<RawSocket> client;
+    time.at(kLongMs - 1, [&] { client = std::make_unique<RawSocket>(rawConnect(portOf(listener))); });
+    const std::unique_ptr<IPC> server(listener.accept(timeoutMs));
+    EXPECT_NE(server, nullptr);
+    EXPECT_EQ(time.now(), kLongMs - 1);
+  }
 }
 
-TEST(TcpListener, AcceptOnWhatDoesNotListen_Fails) {
+TEST(TcpListener, AcceptForWantOfSomething_PausesAndLosesNothing) {
+  TCP listener;
+  ASSERT_NE(listener.listen(0, nullptr), 0);
+  const RawSocket client = rawConnect(portOf(listener));
+  for (const int error : {EMFILE, ENFILE, ENOBUFS, ENOMEM}) {
+    const driven::Time time;
+    const failing::Calls calls("accept4", {error});
+    EXPECT_EQ(listener.accept(kLongMs), nullptr);
+    EXPECT_EQ(time.now(), 100) << error;
+  }
+  const std::unique_ptr<IPC> server(listener.accept(kLongMs));
+  EXPECT_NE(server, nullptr);
+}
+
+TEST(TcpListener, AcceptOfAConnectionThatFailed_TakesTheNextAtOnce) {
+  TCP listener;
+  ASSERT_NE(listener.listen(0, nullptr), 0);
+  for (const int error : {EINTR, ECONNABORTED, EPROTO, EPERM, ENETDOWN, ENETUNREACH, ENOPROTOOPT, EHOSTDOWN, ENONET,
+                          EHOSTUNREACH, EOPNOTSUPP}) {
+    const RawSocket client = rawConnect(portOf(listener));
+    const driven::Time time;
+    for (const int timeoutMs : {0, kLongMs}) {
+      const failing::Calls calls("accept4", {error, error});
+      const std::unique_ptr<IPC> server(listener.accept(timeoutMs));
+      EXPECT_EQ(server != nullptr, timeoutMs == 0) << error;
+    }
+    EXPECT_EQ(time.now(), kLongMs);
+  }
+}
+
+TEST(TcpListener, ConnectionsThatFailForEver_DoNotOutlastTheTime) {
+  TCP listener;
+  ASSERT_NE(listener.listen(0, nullptr), 0);
+  driven::Time time;
+  const failing::Calls calls("accept4", std::vector<int>(100, ECONNABORTED), [&] { time.pass(100); });
+  EXPECT_EQ(listener.accept(500), nullptr);
+  EXPECT_EQ(time.now(), 500);
+}
+
+TEST(TcpListener, AcceptThatCannotSucceed_FailsAtOnce) {
+  TCP listener;
+  ASSERT_NE(listener.listen(0, nullptr), 0);
+  const RawSocket client = rawConnect(portOf(listener));
+  const driven::Time time;
+  for (const int error : {EBADF, EINVAL, ENOTSOCK}) {
+    const failing::Calls calls("accept4", {error});
+    EXPECT_EQ(listener.accept(-1), nullptr);
+    EXPECT_EQ(errno, error);
+  }
   TCP nothing;
   EXPECT_EQ(nothing.accept(-1), nullptr);
+  EXPECT_EQ(time.now(), 0);
+}
+
+TEST(TcpListener, AcceptInterrupted_WaitsOn) {
+  TCP listener;
+  ASSERT_NE(listener.listen(0, nullptr), 0);
+  const driven::Time time;
+  const failing::Calls calls("poll", {EINTR, EINTR});
+  EXPECT_EQ(listener.accept(500), nullptr);
+  EXPECT_EQ(calls.left(), 0U);
+  EXPECT_EQ(time.now(), 500);
 }
 
 TEST(TcpListener, ConnectionResetInTheQueue_DoesNotHurtTheNext) {
@@ -167,8 +228,9 @@ TEST(TcpListener, ConnectionResetInTheQueue_DoesNotHurtTheNext) {
     const RawSocket hasty = rawConnect(portOf(listener));
     hasty.resetOnClose();
   }
-  const RawSocket client = rawConnect(portOf(listener));
+  RawSocket client = rawConnect(portOf(listener));
   client.send("x");
+  client.close();
   char byte = 0;
   std::unique_ptr<IPC> server(listener.accept(kLongMs));
   ASSERT_NE(server, nullptr);
@@ -179,9 +241,4 @@ TEST(TcpListener, ConnectionResetInTheQueue_DoesNotHurtTheNext) {
     EXPECT_TRUE(server->readExact(&byte, 1, kLongMs));
   }
   EXPECT_EQ(byte, 'x');
-}
-
-TEST(TcpListenerDeathTest, NoDescriptorLeft_GivesNullAfterAPauseAndLosesNothing) {
-  testing::FLAGS_gtest_death_test_style = "threadsafe";
-  EXPECT_EXIT(acceptWithoutDescriptors(), testing::ExitedWithCode(0), "");
 }
