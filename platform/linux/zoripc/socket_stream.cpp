@@ -125,7 +125,7 @@ bool SocketStream::write(const void* data, std::size_t size) {
   if (failed()) return false;
   if (size == 0) return true;
   used_ = true;
-  return out_.append(data, size) || sendAll(data, size, writeStallMs_, base::Deadline(-1));
+  return out_.append(data, size) || sendAll(data, size, kWriteStallMs, base::Deadline(-1));
 }
 
 // Sends what was gathered and then `data`, as far as the peer takes it at once. Returns how many bytes of `data` went.

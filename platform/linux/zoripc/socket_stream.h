@@ -25,7 +25,7 @@ class SocketStream {
   static constexpr std::size_t kCloseDrainBytes = std::size_t{64} * 1024 * 1024;
 
   // Takes over `fd`, a connected socket, blocking or not; -1 makes a stream that is not connected.
-  explicit SocketStream(int fd = -1, int writeStallMs = kWriteStallMs) : fd_(fd), writeStallMs_(writeStallMs) {}
+  explicit SocketStream(int fd = -1) : fd_(fd) {}
   SocketStream(const SocketStream&) = delete;
   SocketStream& operator=(const SocketStream&) = delete;
   ~SocketStream() { close(); }
@@ -54,7 +54,6 @@ class SocketStream {
   void drain(const base::Deadline& deadline, int silenceMs);
 
   int fd_;
-  int writeStallMs_;
   bool ended_ = false;
   bool readFailed_ = false;
   bool writeFailed_ = false;

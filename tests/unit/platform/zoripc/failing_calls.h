@@ -7,9 +7,8 @@
 
 namespace failing {
 
-// While it lives, the calling thread's next calls of `name` (accept4, poll, recv, sendmsg, or
-// socket for IPv6) fail with `errors`,
-// one after the other; then they go ahead. Before each failure `before` is run.
+// While it lives, the calling thread's next calls of `name` (accept4, poll, recv, sendmsg, or socket for IPv6) meet
+// `errors`, one after the other: they fail with it, or go ahead where it is 0. Before each `before` is run.
 class Calls {
  public:
   Calls(const std::string& name, std::vector<int> errors, std::function<void()> before = nullptr);
@@ -17,7 +16,7 @@ class Calls {
   Calls& operator=(const Calls&) = delete;
   ~Calls();
 
-  // How many have not failed yet.
+  // How many have not been met yet.
   std::size_t left() const;
 };
 

@@ -1,22 +1,20 @@
-#include <pthread.h>
 #include <sys/socket.h>
 
-#include <atomic>
-#include <csignal>
+#include <cerrno>
 #include <fstream>
 #include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "tests/unit/platform/zoripc/driven_time.h"
+#include "tests/unit/platform/zoripc/failing_calls.h"
 #include "tests/unit/platform/zoripc/sockets.h"
 
 using zoripc::ReadAhead;
 using zoripc::SocketStream;
 
 namespace {
-
-constexpr int kLongMs = 60000;
 
 // Pages of this process that are in memory.
 long residentPages() {
@@ -27,8 +25,12 @@ long residentPages() {
   return resident;
 }
 
+// On a clock that only the reads set forward.
 class ReadTest : public testing::Test {
  protected:
+  explicit ReadTest(int type = SOCK_STREAM) : pair_(localPair(type)) {}
+  void TearDown() override { far_.close(); }  // the stream's end waits for its peer's
+
   std::string read(std::size_t size, int timeoutMs) {
     std::string text(size, '\0');
     text.resize(stream_.read(text.data(), size, timeoutMs));
@@ -40,16 +42,37 @@ class ReadTest : public testing::Test {
     return stream_.readExact(text.data(), size, timeoutMs, gapMs) ? text : "failed";
   }
 
-  RawPair pair_ = localPair();
+  void sendAt(long long ms, const std::string& bytes) {
+    time_.at(ms, [this, bytes] { EXPECT_TRUE(far_.send(bytes)); });
+  }
+
+  // A time-out is none of both ends.
+  void expectOpen() const {
+    EXPECT_FALSE(stream_.closed());
+    EXPECT_FALSE(stream_.failed());
+  }
+
+  driven::Time time_;
+  RawPair pair_;
   RawSocket& far_ = pair_.far;
   SocketStream stream_{pair_.near.release()};
+};
+
+// Each receive gets a byte and takes 100 milliseconds, though more is there: what a peer does that is always ahead.
+class DripTest : public ReadTest {
+ protected:
+  DripTest() : ReadTest(SOCK_SEQPACKET) {
+    for (int i = 0; i < 10; ++i) far_.send("x");
+  }
+
+  failing::Calls calls_{"recv", std::vector<int>(10, 0), [this] { time_.pass(100); }};
 };
 
 }  // namespace
 
 TEST_F(ReadTest, OneByteRead_TakesAllThatIsThereAhead) {
   far_.send("hello");
-  EXPECT_EQ(readExact(1, kLongMs), "h");
+  EXPECT_EQ(readExact(1, 0), "h");
   int waiting = -1;
   ioctl(stream_.fd(), FIONREAD, &waiting);
   EXPECT_EQ(waiting, 0);
@@ -59,15 +82,13 @@ TEST_F(ReadTest, OneByteRead_TakesAllThatIsThereAhead) {
 TEST_F(ReadTest, EverySize_GivesTheSameBytes) {
   const std::string sent = pattern(300000);
   for (const std::size_t step : {1U, 7U, 2047U, 2048U, 2049U, 4096U, 131071U, 131072U, 200000U}) {
-    std::thread sender([&] { far_.send(sent); });
+    std::size_t at = 0;
     std::string got;
     while (got.size() < sent.size()) {
+      at += far_.sendSome(sent.substr(at));
       const std::size_t size = std::min<std::size_t>(step, sent.size() - got.size());
-      const std::string piece = read(size, kLongMs);
-      ASSERT_EQ(piece.size(), size) << step;
-      got += piece;
+      got += read(size, 0);
     }
-    sender.join();
     EXPECT_EQ(got, sent) << step;
   }
 }
@@ -82,62 +103,79 @@ TEST_F(ReadTest, TimeoutZero_TakesOnlyWhatIsThere) {
   far_.send("ab");
   EXPECT_EQ(read(4, 0), "ab");
   EXPECT_EQ(readExact(1, 0, 0), "failed");
-  EXPECT_FALSE(stream_.closed());
-  EXPECT_FALSE(stream_.failed());
-}
-
-TEST_F(ReadTest, TimeoutZero_TakesMoreThanOneBuffer) {
-  const std::string sent = pattern(50000);
-  far_.send(sent);
-  EXPECT_EQ(read(60000, 0), sent);
+  const std::string large = pattern(50000);
+  far_.send(large);
+  EXPECT_EQ(read(60000, 0), large);
+  EXPECT_EQ(time_.now(), 0);
+  expectOpen();
 }
 
 TEST_F(ReadTest, Timeout_LosesTheBytesOfAnExactReadAndIsNoEnd) {
   far_.send("ab");
-  EXPECT_EQ(readExact(3, 10), "failed");
-  EXPECT_FALSE(stream_.closed());
-  EXPECT_FALSE(stream_.failed());
+  sendAt(999, "c");
+  EXPECT_EQ(readExact(4, 1000), "failed");
+  EXPECT_EQ(time_.now(), 1000);
+  expectOpen();
   far_.send("xyz");
-  EXPECT_EQ(readExact(3, kLongMs), "xyz");
+  EXPECT_EQ(readExact(3, 0), "xyz");
 }
 
 TEST_F(ReadTest, Timeout_KeepsTheBytesOfARead) {
   far_.send("ab");
-  EXPECT_EQ(read(3, 10), "ab");
-  EXPECT_FALSE(stream_.closed());
+  sendAt(999, "c");
+  EXPECT_EQ(read(4, 1000), "abc");
+  EXPECT_EQ(time_.now(), 1000);
+  expectOpen();
 }
 
-TEST_F(ReadTest, DripThatOutlastsTheTime_EndsTheCall) {
-  std::atomic<bool> stop{false};
-  std::thread drip([&] {
-    while (!stop && far_.send("x")) std::this_thread::yield();
-  });
-  std::string text(1U << 26, '\0');
-  const std::size_t got = stream_.read(text.data(), text.size(), 50);
-  stop = true;
-  EXPECT_LT(got, text.size());
-  std::thread reader([&] { read(1 << 20, 0); });
-  drip.join();
-  reader.join();
+TEST_F(ReadTest, TimeoutWithTheLastByte_IsInTime) {
+  sendAt(1000, "ab");
+  EXPECT_EQ(readExact(2, 1000), "ab");
+  sendAt(3000, "cd");
+  EXPECT_EQ(read(2, -1), "cd");
+  EXPECT_EQ(time_.now(), 3000);
 }
 
-TEST_F(ReadTest, GapOver_EndsAnExactReadWithoutATimeout) {
-  far_.send("ab");
-  EXPECT_EQ(readExact(3, -1, 5), "failed");
-  EXPECT_FALSE(stream_.closed());
+TEST_F(DripTest, BytesAlwaysThere_DoNotOutlastTheTimeOfARead) {
+  EXPECT_EQ(read(10, 500), "xxxxx");
+  EXPECT_EQ(time_.now(), 500);
 }
 
-TEST_F(ReadTest, Gap_DoesNotLimitTheFirstByte) {
-  std::thread sender([&] {
-    // The reader is in poll by then or comes to it later; both must end the same way.
-    std::this_thread::yield();
-    far_.send("ab");
-  });
-  EXPECT_EQ(readExact(2, kLongMs, kLongMs), "ab");
-  sender.join();
+TEST_F(DripTest, BytesAlwaysThere_DoNotOutlastTheTimeOfAnExactRead) {
+  EXPECT_EQ(readExact(10, 500), "failed");
+  EXPECT_EQ(time_.now(), 500);
 }
 
-TEST_F(ReadTest, Gap_DoesNotOutlastTheTimeout) { EXPECT_EQ(readExact(3, 5, -1), "failed"); }
+TEST_F(DripTest, BytesAlwaysThere_AreAllTakenWithoutTime) {
+  EXPECT_EQ(readExact(5, 0), "xxxxx");
+  EXPECT_EQ(read(10, 0), "xxxxx");
+}
+
+TEST_F(ReadTest, Gap_EndsAnExactReadAfterTheLastByte) {
+  sendAt(500, "a");
+  sendAt(600, "b");
+  EXPECT_EQ(readExact(3, -1, 100), "failed");
+  EXPECT_EQ(time_.now(), 700);
+  expectOpen();
+}
+
+TEST_F(ReadTest, GapZero_TakesWhatIsThereAfterTheFirstByte) {
+  sendAt(500, "ab");
+  EXPECT_EQ(readExact(3, -1, 0), "failed");
+  EXPECT_EQ(time_.now(), 500);
+}
+
+TEST_F(ReadTest, Gap_DoesNotOutlastTheTimeout) {
+  sendAt(900, "a");
+  EXPECT_EQ(readExact(2, 1000, 500), "failed");
+  EXPECT_EQ(time_.now(), 1000);
+}
+
+TEST_F(ReadTest, NoGap_WaitsForTheTimeout) {
+  far_.send("a");
+  EXPECT_EQ(readExact(2, 1000, -1), "failed");
+  EXPECT_EQ(time_.now(), 1000);
+}
 
 TEST_F(ReadTest, End_GivesWhatCameBefore) {
   far_.send("abc");
@@ -151,26 +189,31 @@ TEST_F(ReadTest, End_GivesWhatCameBefore) {
 TEST_F(ReadTest, End_FailsAnExactRead) {
   far_.send("abc");
   far_.close();
-  EXPECT_FALSE(stream_.closed());
   EXPECT_EQ(readExact(3, -1), "abc");
   EXPECT_FALSE(stream_.closed());
   EXPECT_EQ(readExact(1, -1), "failed");
   EXPECT_TRUE(stream_.closed());
+  EXPECT_FALSE(stream_.failed());
 }
 
 TEST_F(ReadTest, Signals_DoNotEndARead) {
-  struct sigaction action = {};
-  action.sa_handler = [](int) {};
-  struct sigaction before = {};
-  sigaction(SIGUSR1, &action, &before);
-  const pthread_t reader = pthread_self();
-  std::thread sender([&] {
-    for (int i = 0; i < 1000; ++i) pthread_kill(reader, SIGUSR1);
-    far_.send("x");
-  });
-  EXPECT_EQ(readExact(1, kLongMs), "x");
-  sender.join();
-  sigaction(SIGUSR1, &before, nullptr);
+  sendAt(500, "x");
+  {
+    const failing::Calls calls("poll", {EINTR, EINTR});
+    EXPECT_EQ(readExact(1, 1000), "x");
+    EXPECT_EQ(calls.left(), 0U);
+  }
+  const failing::Calls calls("recv", {EINTR, EINTR});
+  EXPECT_EQ(read(1, 1000), "");
+  EXPECT_EQ(calls.left(), 0U);
+  EXPECT_EQ(time_.now(), 1500);
+}
+
+TEST_F(ReadTest, FailedPoll_IsAFailure) {
+  const failing::Calls calls("poll", {ENOMEM});
+  EXPECT_EQ(readExact(1, 1000), "failed");
+  EXPECT_TRUE(stream_.failed());
+  EXPECT_EQ(time_.now(), 0);
 }
 
 TEST(Read, Reset_IsAFailureAndNoEnd) {
@@ -200,17 +243,15 @@ TEST(Read, NotConnected_Fails) {
 TEST(Read, Silence_GivesTheReadAheadBack) {
   constexpr int kStreams = 60;
   const std::string bulk = pattern(100000);
-  std::vector<RawSocket> fars;
   std::vector<std::unique_ptr<SocketStream>> streams;
+  std::vector<RawSocket> fars;
   std::string text(bulk.size(), '\0');
-  const auto each = [&](int timeoutMs) {
-    for (auto& stream : streams) stream->read(text.data(), 1, timeoutMs);
-  };
   for (int i = 0; i < kStreams; ++i) {
     RawPair pair = localPair();
     streams.push_back(std::make_unique<SocketStream>(pair.near.release()));
     fars.push_back(std::move(pair.far));
   }
+  const driven::Time time;
   const long before = residentPages();
   for (int i = 0; i < kStreams; ++i) {
     fars[static_cast<std::size_t>(i)].send(bulk);
@@ -218,11 +259,13 @@ TEST(Read, Silence_GivesTheReadAheadBack) {
     while (got < bulk.size()) got += streams[static_cast<std::size_t>(i)]->read(&text[got], 4096, 0);
   }
   const long used = residentPages() - before;
-  each(40);
+  for (auto& stream : streams) EXPECT_EQ(stream->read(text.data(), 1, 40), 0U);
   const long kept = residentPages() - before;
   const long bulkPages = kStreams * static_cast<long>(bulk.size()) / sysconf(_SC_PAGESIZE);
+  EXPECT_EQ(time.now(), 40 * kStreams);
   EXPECT_GT(used, bulkPages / 2);
   EXPECT_LT(kept, bulkPages / 10);
+  fars.clear();
 }
 
 TEST(ReadAheadBuffer, FullSmallRoom_IsFollowedByALargeOne) {

@@ -40,10 +40,24 @@ class RawSocket {
     return true;
   }
 
+  // Sends what the other end takes at once; returns how many bytes.
+  std::size_t sendSome(const std::string& bytes) const {
+    const ssize_t count = ::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    return count > 0 ? static_cast<std::size_t>(count) : 0;
+  }
+
   // Receives exactly `size` bytes, or what came before the end.
   std::string receive(std::size_t size) const {
     std::string bytes(size, '\0');
     const ssize_t count = size == 0 ? 0 : recv(fd_, bytes.data(), size, MSG_WAITALL);
+    bytes.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
+    return bytes;
+  }
+
+  // Receives up to `size` bytes of those that are there.
+  std::string receiveSome(std::size_t size) const {
+    std::string bytes(size, '\0');
+    const ssize_t count = recv(fd_, bytes.data(), size, MSG_DONTWAIT);
     bytes.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
     return bytes;
   }
@@ -80,9 +94,9 @@ struct RawPair {
   RawSocket far;
 };
 
-inline RawPair localPair() {
+inline RawPair localPair(int type = SOCK_STREAM) {
   int fds[2] = {-1, -1};
-  EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds), 0);
+  EXPECT_EQ(socketpair(AF_UNIX, type | SOCK_CLOEXEC, 0, fds), 0);
   return {RawSocket(fds[0]), RawSocket(fds[1])};
 }
 
