@@ -8,12 +8,6 @@
 
 namespace zorhtml {
 
-HttpThread::HttpThread() = default;
-
-HttpThread::HttpThread(const HttpThread& other) : HttpProto(other), Thread(other), fill(other.fill) {
-  std::memcpy(buffer, other.buffer, static_cast<std::size_t>(fill));
-}
-
 HttpThread::~HttpThread() = default;
 
 int HttpThread::run() {

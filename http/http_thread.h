@@ -11,8 +11,9 @@ namespace zorhtml {
 // of the derived class for each connection.
 class HttpThread : public HttpProto, public Thread {
  public:
-  HttpThread();
-  HttpThread(const HttpThread& other);
+  HttpThread() = default;
+  // Copies the engine's part as HttpProto does, the whole buffer, and `fill`.
+  HttpThread(const HttpThread&) = default;
   HttpThread& operator=(const HttpThread&) = delete;
   ~HttpThread() override;
 
@@ -39,8 +40,8 @@ class HttpThread : public HttpProto, public Thread {
   // Drops `count` bytes from the front of the buffer.
   void consumeBuffer(int count);
 
-  char buffer[kBufferSize];  // only the first `fill` bytes mean anything; a copy takes no others
-  int fill = 0;
+  char buffer[kBufferSize] = {};
+  int fill = 0;  // bytes at the front of the buffer that mean something
 
  private:
   bool serveRequest();
