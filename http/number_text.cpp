@@ -31,7 +31,10 @@ Scanned scan(const std::string& text, unsigned base) {
   std::size_t at = 0;
   while (at < text.size() && std::isspace(static_cast<unsigned char>(text[at])) != 0) ++at;
   if (charAt(text, at) == '-' || charAt(text, at) == '+') result.negative = text[at++] == '-';
-  if (base == 16 && charAt(text, at) == '0' && (charAt(text, at + 1) == 'x' || charAt(text, at + 1) == 'X')) at += 2;
+  if (base == 16 && charAt(text, at) == '0' && (charAt(text, at + 1) == 'x' || charAt(text, at + 1) == 'X')) {
+    result.found = true;  // the zero counts, whatever follows
+    at += 2;
+  }
   for (unsigned digit = 0; (digit = digitValue(charAt(text, at))) < base; ++at) {
     result.found = true;
     result.magnitude = std::min(result.magnitude * base + digit, kTooLarge);

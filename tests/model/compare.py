@@ -20,7 +20,7 @@ FIELDS = [b"Host: a", b"Connection: keep-alive", b"Connection: close", b"X-A: 1"
 CHUNKS = [b"5\r\nhello\r\n", b"1\r\nx\r\n", b"a;ext=1\r\n0123456789\r\n", b"0005\nhello\n", b"0x3\r\nabc\r\n", b"3\r\nabcdef\r\n",
           b"-5\r\nhello\r\n", b"80000000\r\nx", b"ffffffffff\r\n", b"zz\r\n", b"\r\n", b" 2\r\nhi\r\n",
           b"1000\r\n" + b"p" * 4096 + b"\r\n"]
-LAST = [b"0\r\n\r\n", b"0\r\nTrailer: 1\r\n\r\n", b"000\n\n", b"0\r\n", b""]
+LAST = [b"0\r\n\r\n", b"0x\r\n\r\n", b"-0Xg\r\n\r\n", b"0\r\nTrailer: 1\r\n\r\n", b"000\n\n", b"0\r\n", b""]
 DISPOSITIONS = [b'form-data; name="upload"; filename="a.zip"', b'form-data; name=upload; filename=a', b'form-data; name="other"; filename="b"',
                 b'form-data; name="upload"; filename=""', b'form-data; name="upload"', b'attachment; name="upload"; filename="x"',
                 b'form-data; filename="a\\"b"; name="upload"', b'form-data;name="up\\load";filename=q', b'form-data; name="upload"; filename="open']

@@ -17,12 +17,11 @@ def decimal(text):
 
 
 def hexadecimal(text):
-    """What "%x" reads into 32 bits."""
-    found = re.match(rb"[ \t\n\v\f\r]*([+-]?)(0[xX])?", text)
-    digits = re.match(rb"[0-9a-fA-F]+", text[found.end():])
-    if not digits:
-        return None  # "0x" with nothing behind it is no number
-    value = min(int(digits[0], 16), 2**32)
+    """What "%x" reads into 32 bits; a prefix with nothing behind it is 0."""
+    found = re.match(rb"[ \t\n\v\f\r]*([+-]?)(0[xX])?([0-9a-fA-F]*)", text)
+    if not found[2] and not found[3]:
+        return None
+    value = min(int(found[3] or b"0", 16), 2**32)
     if value == 2**32:
         return 2**32 - 1
     return (2**32 - value) % 2**32 if found[1] == b"-" else value

@@ -290,7 +290,7 @@ TEST(ChunkedBody, EveryFailingRead_FailsAndDropsTheConnection) {
 
 TEST(ChunkedBody, SizeLineWithoutASize_Fails) {
   for (const char* line :
-       {"", "g", "0x", ";5", "-5", "-1", "80000000", "ffffffff", "100000000", "fffffffffffffffffff"}) {
+       {"", "g", "x0", ";5", "-5", "-1", "80000000", "ffffffff", "100000000", "fffffffffffffffffff"}) {
     const ScriptedPeer peer(std::string(line) + "\r\nhello\r\n0\r\n\r\n");
     Chunked engine(peer);
     char buffer[100];
@@ -305,8 +305,17 @@ TEST(ChunkedBody, OddSizeLines_AreReadAsHexadecimal) {
     Chunked engine(ScriptedPeer(std::string(line) + "\r\nhello\r\n0\r\n\r\n"));
     EXPECT_EQ(readThrough(engine, 100).bytes, "hello") << line;
   }
-  Chunked minusZero(ScriptedPeer("-0\r\n\r\n"));
-  EXPECT_EQ(readThrough(minusZero, 100).results, (Results{0}));
+}
+
+// A prefix alone is zero too, as the terminal's C library reads it.
+TEST(ChunkedBody, AnySpellingOfZero_IsTheLastChunk) {
+  for (const char* line : {"0", "0000", "-0", "0x0", "0x", "0X", "0xg", "-0x", "0;last", "0 5"}) {
+    const ScriptedPeer peer(std::string(line) + "\r\n\r\nNEXT");
+    Chunked engine(peer);
+    EXPECT_EQ(readThrough(engine, 100).results, (Results{0})) << line;
+    EXPECT_EQ(engine.bodyRemaining, 0) << line;
+    EXPECT_EQ(peer.unread(), 4U) << line;
+  }
 }
 
 TEST(ChunkedBody, LargestSize_IsReadAsFarAsItArrives) {
