@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "http/header_text.h"
+#include "http/no_throw.h"
 #include "http/whole_body.h"
 
 namespace zorhtml {
@@ -15,6 +16,7 @@ int HttpThread::run() {
     while (serveRequest()) {
     }
   } catch (...) {
+    passOnThreadExit();
     dropConnection();
   }
   return 0;

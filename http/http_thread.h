@@ -17,7 +17,8 @@ class HttpThread : public HttpProto, public Thread {
   HttpThread& operator=(const HttpThread&) = delete;
   ~HttpThread() override;
 
-  // The connection loop. Always returns 0. An exception ends the connection and nothing else.
+  // The connection loop. Always returns 0. An exception ends the connection and nothing else; a handler that ends the
+  // thread, by pthread_exit() or being cancelled, ends the connection with it.
   int run() override;
 
   // Writes a complete reply that announces keep-alive, or the end of the connection. False when it could not be

@@ -6,8 +6,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <memory>
-#include <new>
 
+#include "http/no_throw.h"
 #include "http/number_text.h"
 #include "http/thread.h"
 
@@ -26,18 +26,22 @@ void storeChosenPort(ServerSettings& settings, const zoripc::TCP& endpoint) {
   if (colon != std::string::npos) settings.port = scanDecimal(address.substr(colon + 1)).value_or(0);
 }
 
-// Null, after a message, when the port cannot be opened.
+// Null, after a message, when the port cannot be opened, for want of memory too.
 std::unique_ptr<zoripc::TCP> openEndpoint(ServerSettings& settings) {
-  auto endpoint = std::make_unique<zoripc::TCP>();
-  const int port = settings.port == kAnyPort ? 0 : settings.port;
-  if (endpoint->listen(static_cast<unsigned short>(port), nullptr) == 0) {
-    std::fprintf(stderr, "Failed to listen on port %d\n", settings.port);
+  try {
+    auto endpoint = std::make_unique<zoripc::TCP>();
+    const int port = settings.port == kAnyPort ? 0 : settings.port;
+    if (endpoint->listen(static_cast<unsigned short>(port), nullptr) != 0) {
+      if (settings.port == kAnyPort) storeChosenPort(settings, *endpoint);
+      return endpoint;
+    }
     // Not released, deliberately: a failed endpoint is left to the end of the process.
     static_cast<void>(endpoint.release());
-    return nullptr;
+  } catch (...) {
+    passOnThreadExit();
   }
-  if (settings.port == kAnyPort) storeChosenPort(settings, *endpoint);
-  return endpoint;
+  std::fprintf(stderr, "Failed to listen on port %d\n", settings.port);
+  return nullptr;
 }
 
 // Waits a pass for a connection. A failed wait is no quiet one, and an event without POLLIN is none to act on.
@@ -55,22 +59,18 @@ Wait waitForConnection(const zoripc::TCP* endpoint) {
   return (set[0].revents & POLLIN) != 0 ? Wait::Connection : Wait::Other;
 }
 
-// Owns `stream`. Without the memory for a server object the connection is dropped, and nothing else.
-void startConnection(zoripc::IPC* stream, const HttpThread& prototype, CopyServer copy) {
-  std::unique_ptr<zoripc::IPC> held(stream);
+// A connection that there is no memory or no thread for is dropped, and nothing else.
+void acceptConnection(zoripc::TCP& endpoint, const HttpThread& prototype, CopyServer copy) {
   try {
+    std::unique_ptr<zoripc::IPC> stream(endpoint.accept(-1));
+    if (!stream) return;
     std::unique_ptr<HttpThread> server(copy(prototype));
     if (!server) return;
-    server->setConnection(held.release());
+    server->setConnection(stream.release());
     const ThreadControl control(server.release(), true);
   } catch (...) {
-    return;
+    passOnThreadExit();
   }
-}
-
-void acceptConnection(zoripc::TCP& endpoint, const HttpThread& prototype, CopyServer copy) {
-  zoripc::IPC* stream = endpoint.accept(-1);
-  if (stream != nullptr) startConnection(stream, prototype, copy);
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <string>
+#include <typeinfo>
 
 #include "http/http_thread.h"
 
@@ -21,16 +22,19 @@ struct ServerSettings {
   std::atomic<bool> stop{false};  // a byte, stored and loaded without ordering
 };
 
-// Makes the server object of one connection from the prototype.
+// Makes the server object of one connection from the prototype. Null, or an exception, drops that connection alone.
 using CopyServer = HttpThread* (*)(const HttpThread& prototype);
 
 // Accepts connections and gives each a copy of the prototype on a detached thread, until `settings.stop` is seen.
-// Returns true after a stop; false when the port could not be opened, which is reported on standard error, or when
-// there is nothing to serve. Connections under way are not waited for. Blocks.
+// Returns true after a stop; false when the port could not be opened, for want of memory too, which is reported on
+// standard error, or when there is nothing to serve. Connections under way are not waited for. Blocks.
 bool serve(ServerSettings& settings, const HttpThread& prototype, CopyServer copy);
 
+// The same with copies of the prototype's own class. False too, and nothing is opened, when `prototype` is known by a
+// base of its class: a copy would have only that part of it.
 template <class Server>
 bool serve(ServerSettings& settings, const Server& prototype) {
+  if (typeid(prototype) != typeid(Server)) return false;
   return serve(settings, prototype, [](const HttpThread& original) -> HttpThread* {
     return new Server(static_cast<const Server&>(original));
   });

@@ -1,6 +1,9 @@
 #include "http/thread.h"
 
 #include <cstdint>
+#include <memory>
+
+#include "http/no_throw.h"
 
 namespace zorhtml {
 
@@ -25,16 +28,16 @@ bool createDetached(pthread_t& thread, Thread* object) {
 void Thread::onStart(void*) {}
 
 void* threadEntry(void* argument) {
-  auto* object = static_cast<Thread*>(argument);
-  if (object == nullptr) return nullptr;
+  const std::unique_ptr<Thread> object(static_cast<Thread*>(argument));
+  if (!object) return nullptr;
   int result = 0;
   try {
     object->onStart(argument);
     result = object->run();
   } catch (...) {
+    passOnThreadExit();
     result = 0;  // an exception ends this thread, never the process
   }
-  delete object;
   // An exit value is a pointer by form alone.
   return reinterpret_cast<void*>(static_cast<std::intptr_t>(result));  // NOLINT(performance-no-int-to-ptr)
 }

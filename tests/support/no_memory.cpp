@@ -35,6 +35,10 @@ void once(int count) {
   oneOnly = true;
 }
 
+Exempt::Exempt() : left_(left) { left = -1; }
+
+Exempt::~Exempt() { left = left_; }
+
 bool met() { return failed; }
 
 }  // namespace noMemory

@@ -9,6 +9,18 @@ void after(int count);
 // The thread's next allocation but `count` fails, and no other.
 void once(int count);
 
+// While one lives, the thread's allocations neither fail nor count: those of a test amid those of the code under test.
+class Exempt {
+ public:
+  Exempt();
+  Exempt(const Exempt&) = delete;
+  Exempt& operator=(const Exempt&) = delete;
+  ~Exempt();
+
+ private:
+  int left_;
+};
+
 // True when an allocation has failed since the last call of these.
 bool met();
 

@@ -1,5 +1,7 @@
 #include "tests/unit/http/fake_tcp.h"
 
+#include "tests/support/no_memory.h"
+
 FakeTcp& FakeTcp::instance() {
   static FakeTcp fake;
   return fake;
@@ -13,12 +15,14 @@ TCP::TCP() { ++FakeTcp::instance().created; }
 TCP::~TCP() { ++FakeTcp::instance().deleted; }
 
 int TCP::listen(unsigned short port, const char* address) {
+  const noMemory::Exempt own;
   FakeTcp::instance().ports.push_back(port);
   FakeTcp::instance().nullAddress = FakeTcp::instance().nullAddress && address == nullptr;
   return FakeTcp::instance().listenResult;
 }
 
 IPC* TCP::accept(int timeoutMs) {
+  const noMemory::Exempt own;
   FakeTcp& fake = FakeTcp::instance();
   fake.acceptTimeouts.push_back(timeoutMs);
   if (fake.accepts.empty()) return nullptr;

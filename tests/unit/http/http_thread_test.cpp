@@ -179,6 +179,31 @@ TEST(ConnectionLoop, AnyException_DropsTheConnectionAlone) {
   expectDropped<NoStandardException>();
 }
 
+// Serves a first request on a thread that `end` ends in its handler.
+template <class End>
+void expectThreadEnds(End end) {
+  struct Ending : TestServer {
+    Ending(const ScriptedPeer& peer, End given) : TestServer(peer), end_(given) {}
+    bool doGET(const std::string&) override {
+      end_();
+      return true;
+    }
+    End end_;
+  };
+  const ScriptedPeer peer("GET /a HTTP/1.1\r\nConnection: keep-alive\r\n\r\nPOST /b HTTP/1.1\r\n\r\n");
+  { const zorhtml::ThreadControl joined(new Ending(peer, end), false); }
+  EXPECT_TRUE(peer.deleted());
+  EXPECT_EQ(peer.writeCalls(), 0);
+}
+
+TEST(ConnectionLoop, HandlerThatEndsItsThread_ClosesTheConnectionAlone) {
+  expectThreadEnds([] { pthread_exit(nullptr); });
+  expectThreadEnds([] {
+    pthread_cancel(pthread_self());
+    pthread_testcancel();
+  });
+}
+
 TEST(SendResponse, EmptyBodyAndType_WriteNoLength) {
   const ScriptedPeer peer;
   TestServer server(peer);

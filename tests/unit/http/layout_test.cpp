@@ -159,8 +159,6 @@ TEST(Slots, Destructors_StandInTheirSlots) {
 }
 
 struct Control : ThreadControl {
-  using ThreadControl::state;
-  using ThreadControl::thread;
   explicit Control(Trace& calls) : ThreadControl(nullptr, true), trace(calls) {}
   ~Control() override { trace.emplace_back("destructor"); }
   Trace& trace;

@@ -7,6 +7,7 @@
 #include <future>
 #include <new>
 
+#include "tests/support/no_memory.h"
 #include "tests/unit/http/fake_tcp.h"
 #include "tests/unit/http/test_server.h"
 #include "tests/unit/http/wrapped_calls.h"
@@ -139,6 +140,63 @@ TEST_F(Listener, FailedListen_IsReportedAndTheEndpointNotReleased) {
   }
 }
 
+// A connection that a detached thread serves; `ended` is set when its stream is deleted.
+struct Served {
+  explicit Served(const std::string& input) : peer(input) {
+    peer.onDelete([this] { ended.set_value(); });
+  }
+  ScriptedPeer peer;
+  std::promise<void> ended;
+};
+
+// Each allocation of the start fails once: the endpoint's, and that of the address that an open port is read from.
+TEST_F(Listener, NoMemoryForTheEndpoint_IsAFailureToListen) {
+  int failures = 0;
+  for (bool met = true; met; ++failures) {
+    fake_.reset();
+    fake_.localAddress = "[0000:0000:0000:0000:0000:0000:0000:0000]:40001";
+    settings_.port = -1;
+    settings_.stop = true;
+    testing::internal::CaptureStderr();
+    wrapped::answerPolls({[](pollfd*) { return 0; }});
+    noMemory::once(failures);
+    const bool served = serve(settings_, prototype_);
+    met = noMemory::met();
+    noMemory::after(-1);
+    wrapped::takePolls();
+    EXPECT_EQ(served, !met) << failures;
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), met ? "Failed to listen on port -1\n" : "") << failures;
+    EXPECT_EQ(settings_.port, met ? -1 : 40001) << failures;
+    EXPECT_EQ(fake_.created, fake_.deleted) << failures;
+  }
+  EXPECT_GT(failures, 2);
+}
+
+// The allocations of one connection, of which each fails once; the next connection is served.
+TEST_F(Listener, NoMemoryForAConnection_DropsItAlone) {
+  prototype_.headers["a field that fits in no string itself"] = "";
+  int failures = 0;
+  for (bool met = true; met; ++failures) {
+    Served first("GET /a HTTP/1.1\r\n\r\n");
+    Served second("GET /b HTTP/1.1\r\n\r\n");
+    fake_.accepts = {first.peer.stream(), second.peer.stream()};
+    serveThrough({[failures](pollfd* set) {
+                    noMemory::once(failures);
+                    return set[0].revents = POLLIN, 1;
+                  },
+                  [&met](pollfd* set) {
+                    met = noMemory::met();
+                    noMemory::after(-1);
+                    return set[0].revents = POLLIN, 1;
+                  }});
+    first.ended.get_future().wait();
+    second.ended.get_future().wait();
+    EXPECT_EQ(first.peer.written().empty(), met) << failures;
+    EXPECT_EQ(second.peer.writes().back(), "GET /b") << failures;
+  }
+  EXPECT_GT(failures, 2);
+}
+
 TEST_F(Listener, NothingToServe_IsFalseAtOnce) {
   settings_.port = 0;
   wrapped::answerPolls({});
@@ -206,15 +264,6 @@ TEST_F(Listener, FailedAccept_IsIgnored) {
   serveThrough({event(POLLIN), event(POLLIN)});
   EXPECT_EQ(fake_.acceptTimeouts.size(), 2U);
 }
-
-// A connection that a detached thread serves; `ended` is set when its stream is deleted.
-struct Served {
-  explicit Served(const std::string& input) : peer(input) {
-    peer.onDelete([this] { ended.set_value(); });
-  }
-  ScriptedPeer peer;
-  std::promise<void> ended;
-};
 
 TEST_F(Listener, Connection_IsServedByACopyOfThePrototype) {
   prototype_.timeout = 4321;
@@ -322,6 +371,16 @@ TEST_F(Listener, FailedThreadCreation_DropsTheConnectionAlone) {
   EXPECT_EQ(served.peer.writes().back(), "GET /b");
 }
 
+TEST_F(Listener, PrototypeKnownByItsBase_IsRefusedBeforeAnythingIsOpened) {
+  struct Special : TestServer {};
+  const Special special;
+  const TestServer& known = special;
+  wrapped::answerPolls({});
+  EXPECT_FALSE(serve(settings_, known));
+  wrapped::takePolls();
+  EXPECT_EQ(fake_.created, 0);
+}
+
 struct Uncopyable : TestServer {
   Uncopyable() = default;
   Uncopyable(const Uncopyable& other) : TestServer(other) { throw std::bad_alloc(); }
@@ -335,6 +394,29 @@ TEST_F(Listener, PrototypeThatCannotBeCopied_DropsTheConnectionAlone) {
   EXPECT_EQ(wrapped::takePolls().size(), 3U);
   EXPECT_TRUE(first.deleted());
   EXPECT_TRUE(second.deleted());
+}
+
+struct EndsItsThread : TestServer {
+  EndsItsThread() = default;
+  EndsItsThread(const EndsItsThread& other) : TestServer(other) { pthread_exit(nullptr); }
+};
+
+TEST_F(Listener, PrototypeWhoseCopyingEndsTheThread_TakesTheEndpointAlong) {
+  struct Serving : zorhtml::Thread {
+    explicit Serving(ServerSettings& given) : settings(given) {}
+    int run() override {
+      wrapped::answerPolls({event(POLLIN)});
+      serve(settings, EndsItsThread());
+      ADD_FAILURE() << "serve() has returned";
+      return 0;
+    }
+    ServerSettings& settings;
+  };
+  const ScriptedPeer peer;
+  fake_.accepts = {peer.stream()};
+  { const zorhtml::ThreadControl joined(new Serving(settings_), false); }
+  EXPECT_TRUE(peer.deleted());
+  EXPECT_EQ(fake_.deleted, 1);
 }
 
 TEST_F(Listener, CopyThatIsNull_DropsTheConnectionAlone) {

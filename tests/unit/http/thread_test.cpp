@@ -16,12 +16,6 @@ namespace {
 using zorhtml::Thread;
 using zorhtml::ThreadControl;
 
-struct Control : ThreadControl {
-  using ThreadControl::state;
-  using ThreadControl::thread;
-  using ThreadControl::ThreadControl;
-};
-
 // What became of a job; outlives it.
 struct Fate {
   std::promise<void> allowed;  // the job runs until then
@@ -92,6 +86,39 @@ TEST(ThreadEntry, Exception_DeletesTheJobAlone) {
   EXPECT_EQ(fate.steps, 13);
 }
 
+// The exit value of a POSIX thread of its own that runs `object`.
+void* exitValueOfThread(Thread* object) {
+  pthread_t thread{};
+  void* value = nullptr;
+  EXPECT_EQ(pthread_create(&thread, nullptr, zorhtml::threadEntry, object), 0);
+  EXPECT_EQ(pthread_join(thread, &value), 0);
+  return value;
+}
+
+TEST(ThreadEntry, ThreadThatExits_DeletesTheJobAndHasTheValueGiven) {
+  struct Exiting : Job {
+    using Job::Job;
+    int run() override { pthread_exit(this); }
+  };
+  Fate fate;
+  auto* job = new Exiting(fate);
+  EXPECT_EQ(exitValueOfThread(job), job);
+  EXPECT_EQ(fate.steps, 13);
+}
+
+TEST(ThreadEntry, ThreadThatIsCancelled_DeletesTheJob) {
+  struct Cancelled : Job {
+    using Job::Job;
+    void onStart(void*) override {
+      pthread_cancel(pthread_self());
+      pthread_testcancel();
+    }
+  };
+  Fate fate;
+  EXPECT_EQ(exitValueOfThread(new Cancelled(fate)), PTHREAD_CANCELED);
+  EXPECT_EQ(fate.steps, 3);
+}
+
 TEST(ThreadEntry, BaseOnStart_DoesNothing) {
   struct Plain : Thread {
     int run() override { return -1; }
@@ -102,7 +129,7 @@ TEST(ThreadEntry, BaseOnStart_DoesNothing) {
 TEST(ThreadControl, JoinableHandle_WaitsForItsThread) {
   Fate fate;
   {
-    const Control control(new Job(fate), false);
+    const ThreadControl control(new Job(fate), false);
     EXPECT_EQ(control.state, 1);
     fate.allowed.set_value();
   }
@@ -114,7 +141,7 @@ TEST(ThreadControl, JoinableHandle_HoldsTheThread) {
   Fate fate;
   pthread_t handle{};
   {
-    const Control control(new Job(fate), false);
+    const ThreadControl control(new Job(fate), false);
     handle = control.thread;
     fate.allowed.set_value();
   }
@@ -126,7 +153,7 @@ TEST(ThreadControl, JoinableThread_HasNoAttributesAndIsJoinedOnce) {
   Fate fate;
   pthread_t handle{};
   {
-    const Control control(new Job(fate), false);
+    const ThreadControl control(new Job(fate), false);
     handle = control.thread;
     fate.allowed.set_value();
   }
@@ -139,7 +166,7 @@ TEST(ThreadControl, JoinableThread_HasNoAttributesAndIsJoinedOnce) {
 TEST(ThreadControl, DetachedThread_HasAttributesThatAreDestroyedAndIsNotJoined) {
   wrapped::takeThreadCalls();
   Fate fate;
-  { const Control control(new Job(fate), true); }
+  { const ThreadControl control(new Job(fate), true); }
   const auto calls = wrapped::takeThreadCalls();
   fate.allowed.set_value();
   fate.deleted.get_future().wait();
@@ -153,7 +180,7 @@ TEST(ThreadControl, FailedCreation_DestroysTheAttributesAndJoinsNothing) {
   wrapped::takeThreadCalls();
   wrapped::failThreads(true);
   for (const bool detached : {false, true}) {
-    { const Control control(nullptr, detached); }
+    { const ThreadControl control(nullptr, detached); }
     EXPECT_EQ(namesOf(wrapped::takeThreadCalls()), (detached ? Names{"create", "destroy"} : Names{"create"}));
   }
   wrapped::failThreads(false);
@@ -162,7 +189,7 @@ TEST(ThreadControl, FailedCreation_DestroysTheAttributesAndJoinsNothing) {
 TEST(ThreadControl, DetachedHandle_LeavesItsThreadRunning) {
   Fate fate;
   {
-    const Control control(new Job(fate), true);
+    const ThreadControl control(new Job(fate), true);
     EXPECT_EQ(control.state, 3);
   }
   EXPECT_NE(fate.steps % 10, 3);
@@ -177,7 +204,7 @@ TEST(ThreadControl, FailedCreation_DeletesTheJobAtOnce) {
     Fate fate;
     wrapped::failThreads(true);
     {
-      const Control control(new Job(fate), detached);
+      const ThreadControl control(new Job(fate), detached);
       EXPECT_EQ(control.state, 0);
       EXPECT_EQ(fate.steps, 3);
     }
@@ -187,13 +214,13 @@ TEST(ThreadControl, FailedCreation_DeletesTheJobAtOnce) {
 
 TEST(ThreadControl, FailedCreationWithoutAJob_DeletesNothing) {
   wrapped::failThreads(true);
-  for (const bool detached : {false, true}) EXPECT_EQ(Control(nullptr, detached).state, 0);
+  for (const bool detached : {false, true}) EXPECT_EQ(ThreadControl(nullptr, detached).state, 0);
   wrapped::failThreads(false);
 }
 
 TEST(ThreadControl, NoJob_IsStartedAllTheSame) {
-  EXPECT_EQ(Control(nullptr, false).state, 1);
-  EXPECT_EQ(Control(nullptr, true).state, 3);
+  EXPECT_EQ(ThreadControl(nullptr, false).state, 1);
+  EXPECT_EQ(ThreadControl(nullptr, true).state, 3);
 }
 
 }  // namespace

@@ -1,9 +1,10 @@
-// poll(), mmap() and the calls of threads of the code under test, which the linker redirects here.
+// poll() and the calls of threads of the code under test, which the linker redirects here.
 #pragma once
 
 #include <poll.h>
 #include <pthread.h>
 
+#include <array>
 #include <functional>
 #include <vector>
 
@@ -12,7 +13,7 @@ namespace wrapped {
 // One call of poll: the entries of the set it was given (both of the listener's, whatever the count), the count and the
 // time-out.
 struct Poll {
-  std::vector<pollfd> set;
+  std::array<pollfd, 2> set;
   unsigned long count;
   int timeoutMs;
 };
@@ -39,8 +40,5 @@ struct ThreadCall {
 
 // The calls that this thread has made since the last time it asked, in order.
 std::vector<ThreadCall> takeThreadCalls();
-
-// Makes every mmap of the code under test fail for want of room, while it is set.
-void failMaps(bool fail);
 
 }  // namespace wrapped
