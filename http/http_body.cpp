@@ -1,12 +1,9 @@
 // Reading of a message's body.
-#include <sys/mman.h>
-
 #include <algorithm>
-#include <cstring>
-#include <exception>
 
 #include "http/header_text.h"
 #include "http/http_proto.h"
+#include "http/no_throw.h"
 #include "http/number_text.h"
 #include "http/whole_body.h"
 
@@ -14,34 +11,22 @@ namespace zorhtml {
 
 namespace {
 
-// Up to here the output is sized before its bytes have arrived.
-constexpr int kEagerBody = 1 << 20;
-
-// Memory whose pages are taken when they are first written.
-class LazyBlock {
- public:
-  explicit LazyBlock(std::size_t size)
-      : size_(size), data_(mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)) {}
-  LazyBlock(const LazyBlock&) = delete;
-  LazyBlock& operator=(const LazyBlock&) = delete;
-  ~LazyBlock() {
-    if (data_ != MAP_FAILED) munmap(data_, size_);
-  }
-
-  // Null where there is no room.
-  unsigned char* data() const { return data_ == MAP_FAILED ? nullptr : static_cast<unsigned char*>(data_); }
-
- private:
-  std::size_t size_;
-  void* data_;
-};
+// Up to here a body takes its memory before its bytes have arrived.
+constexpr int kEagerBody = 16 << 20;
 
 }  // namespace
 
 int HttpProto::readBody(void* data, int length) {
   if (connection == nullptr || bodyRemaining == 0) return 0;
   length = std::max(length, 0);
-  return bodyRemaining > 0 ? readFixed(data, length) : readChunked(static_cast<unsigned char*>(data), length);
+  return noThrow(
+      [&] {
+        return bodyRemaining > 0 ? readFixed(data, length) : readChunked(static_cast<unsigned char*>(data), length);
+      },
+      [&] {
+        dropConnection();
+        return -1;
+      });
 }
 
 bool HttpProto::readBytes(void* data, int count) {
@@ -117,35 +102,35 @@ template <class Body>
 int HttpProto::readWholeBody(Body& body) {
   body.clear();
   if (connection == nullptr || bodyRemaining == 0) return 0;
-  int length = -1;
-  try {
-    length = bodyRemaining > 0 ? readAnnounced(body)
-                               : gatherBlocks(body, [this](void* data, int size) { return readBody(data, size); });
-  } catch (const std::exception&) {
-    length = -1;  // a body that there is no memory for cannot be read
-  }
+  const int length = noThrow(
+      [&] {
+        if (bodyRemaining > 0) return readAnnounced(body);
+        return gatherBlocks(body, [this](void* data, int size) { return readBody(data, size); });
+      },
+      [] { return -1; });
   if (length < 0) {
     dropConnection();
-    body.clear();
+    Body().swap(body);  // its memory goes too
   }
   return length;
 }
 
-// One read takes the whole length. A large one goes through pages that take no memory until their bytes arrive, so that
-// an announcement alone cannot exhaust it; where there is no room for them the body cannot be read.
+// One read takes the whole length. A larger body is reserved, so that it is there once however it grows, and sized as
+// it arrives: reserved memory is not in use before something is written to it, and an announcement alone exhausts none.
 template <class Body>
 int HttpProto::readAnnounced(Body& body) {
-  const auto size = static_cast<std::size_t>(bodyRemaining);
-  if (bodyRemaining <= kEagerBody) {
-    body.resize(size);
-    return readBody(body.data(), bodyRemaining);
+  const int length = bodyRemaining;
+  body.reserve(static_cast<std::size_t>(length));
+  if (length <= kEagerBody) {
+    body.resize(static_cast<std::size_t>(length));
+    return readBody(body.data(), length);
   }
-  const LazyBlock block(size);
-  if (block.data() == nullptr) return -1;
-  const int length = readBody(block.data(), bodyRemaining);
-  if (length < 0) return -1;
-  body.resize(size);
-  std::memcpy(body.data(), block.data(), size);
+  while (body.size() < static_cast<std::size_t>(length)) {
+    const std::size_t at = body.size();
+    const int piece = std::min(length - static_cast<int>(at), kEagerBody);
+    body.resize(at + static_cast<std::size_t>(piece));
+    if (readBody(&body[at], piece) != piece) return -1;
+  }
   return length;
 }
 

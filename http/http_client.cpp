@@ -4,6 +4,7 @@
 #include "http/base64.h"
 #include "http/header_text.h"
 #include "http/http_proto.h"
+#include "http/no_throw.h"
 #include "http/url.h"
 #include "http/whole_body.h"
 
@@ -50,16 +51,26 @@ bool isRequestKey(const std::string& lowerKey) {
 
 void HttpProto::setBasicAuth(const std::string& user, const std::string& password) {
   basicAuth.clear();
-  const std::string plain = user + ":" + password;
-  std::vector<char> encoded((plain.size() + 2) / 3 * 4 + 1);
-  const int length = base64Encode(plain.data(), bodyLength(plain.size()), encoded.data(), bodyLength(encoded.size()));
-  if (length > 0) basicAuth.assign(encoded.data(), static_cast<std::size_t>(length));
+  noThrow(
+      [&] {
+        const std::string plain = user + ":" + password;
+        std::vector<char> encoded((plain.size() + 2) / 3 * 4 + 1);
+        const int length =
+            base64Encode(plain.data(), bodyLength(plain.size()), encoded.data(), bodyLength(encoded.size()));
+        if (length > 0) basicAuth.assign(encoded.data(), static_cast<std::size_t>(length));
+      },
+      [] {});
 }
 
 bool HttpProto::writeRequestHeader(HttpMethod method, const std::string& url, int contentLength,
                                    const std::string& contentType, bool keepAlive, const HttpHeaders& extra) {
   if (connection == nullptr) return false;
   bodyRemaining = contentLength;
+  return noThrow([&] { return sendRequestHead(method, url, contentType, keepAlive, extra); }, [] { return false; });
+}
+
+bool HttpProto::sendRequestHead(HttpMethod method, const std::string& url, const std::string& contentType,
+                                bool keepAlive, const HttpHeaders& extra) {
   std::string scheme, host, path;
   std::uint16_t portNumber = 0;
   parseUrl(url, scheme, host, portNumber, path);
@@ -71,7 +82,7 @@ bool HttpProto::writeRequestHeader(HttpMethod method, const std::string& url, in
   const Overrides overrides = overridesOf(extra, host);
   // The URL's port is appended even to a caller's host, deliberately.
   if (!sendField("Host", overrides.host + port)) return false;
-  if (!sendRequestFraming(contentLength, contentType) || !sendCredentials(overrides.authorization)) return false;
+  if (!sendRequestFraming(contentType) || !sendCredentials(overrides.authorization)) return false;
   if (!send(keepAlive ? "Connection: Keep-Alive\r\n" : "Connection: close\r\n")) return false;
   for (const auto& field : extra) {
     if (!isRequestKey(toLowerCopy(field.first)) && !sendField(field.first, field.second)) return false;
@@ -82,9 +93,9 @@ bool HttpProto::writeRequestHeader(HttpMethod method, const std::string& url, in
 }
 
 // A length of 0 is announced too, unlike in a response.
-bool HttpProto::sendRequestFraming(int contentLength, const std::string& contentType) {
-  const bool sent = contentLength < 0 ? send("Transfer-Encoding: chunked\r\n")
-                                      : sendField("Content-Length", std::to_string(contentLength));
+bool HttpProto::sendRequestFraming(const std::string& contentType) {
+  const bool sent = bodyRemaining < 0 ? send("Transfer-Encoding: chunked\r\n")
+                                      : sendField("Content-Length", std::to_string(bodyRemaining));
   return sent && (contentType.empty() || sendField("Content-Type", contentType));
 }
 
@@ -99,12 +110,25 @@ int HttpProto::request(HttpMethod method, const std::string& url, const std::str
                        bool keepAlive) {
   responseBody.clear();
   responseType.clear();
+  return noThrow([&] { return exchange(method, url, body, contentType, responseBody, responseType, keepAlive); },
+                 [&] {
+                   dropConnection();
+                   responseBody.clear();
+                   responseType.clear();
+                   return kGone;
+                 });
+}
+
+int HttpProto::exchange(HttpMethod method, const std::string& url, const std::string& body,
+                        const std::string& contentType, std::string& responseBody, std::string& responseType,
+                        bool keepAlive) {
   const int length = bodyLength(body.size());
   if (length < 0 || !writeRequestHeader(method, url, length, contentType, keepAlive, {})) return kGone;
   if (!writeBody(body) || !finishBody()) return kGone;
   bool keepOpen = false;
   const int status = readResponse(keepOpen);
-  if ((status < 200 || status > 299) && !keepOpen) return status;
+  // A connection that reading the head has given up is one for which there was no memory.
+  if ((status < 200 || status > 299) && !keepOpen) return connection == nullptr ? kGone : status;
   if (readBody(responseBody) == -1) return status == kOk ? kGone : status;
   responseType = headers["content-type"];
   return status;

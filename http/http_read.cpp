@@ -5,6 +5,7 @@
 #include "http/base64.h"
 #include "http/header_text.h"
 #include "http/http_proto.h"
+#include "http/no_throw.h"
 #include "http/number_text.h"
 #include "http/request_target.h"
 
@@ -28,6 +29,21 @@ HttpMethod methodOf(const std::string& word) {
   }
   if (word == "HTTP/1.0" || word == "HTTP/1.1") return HttpMethod::Response;
   return HttpMethod::Unknown;
+}
+
+// Leaves both alone when `field` holds no credentials of the scheme Basic.
+void splitCredentials(const std::string& field, std::string& user, std::string& password) {
+  const std::vector<std::string> words = splitWords(field);
+  if (words.size() < 2 || toLowerCopy(words[0]) != "basic") return;
+  std::vector<char> decoded(words[1].size() + 1);
+  const int length = base64Decode(words[1].data(), static_cast<int>(words[1].size()), decoded.data(),
+                                  static_cast<int>(decoded.size()));
+  if (length <= 0) return;
+  const auto end = decoded.begin() + length;
+  const auto colon = std::find(decoded.begin(), end, ':');
+  if (colon == end) return;
+  user.assign(decoded.begin(), colon);
+  password.assign(colon + 1, end);
 }
 
 bool isContinuation(const std::string& line) { return !line.empty() && (line.front() == ' ' || line.front() == '\t'); }
@@ -56,6 +72,18 @@ int HttpProto::readHeader(HttpMethod& method, std::string& path, bool& keepOpen)
   path.clear();
   if (connection == nullptr) return kGone;
   headers.clear();
+  return noThrow([&] { return readHead(method, path, keepOpen); },
+                 [&] {
+                   // What else has arrived of it would be taken for the next message.
+                   dropConnection();
+                   keepOpen = false;
+                   method = HttpMethod::Unknown;
+                   path.clear();
+                   return kBadRequest;
+                 });
+}
+
+int HttpProto::readHead(HttpMethod& method, std::string& path, bool& keepOpen) {
   std::string line;
   const LineResult result = readLine(line);
   if (result != LineResult::Complete) {
@@ -148,17 +176,11 @@ void HttpProto::getBasicAuth(std::string& user, std::string& password) {
   password.clear();
   const auto field = headers.find("authorization");
   if (field == headers.end()) return;
-  const std::vector<std::string> words = splitWords(field->second);
-  if (words.size() < 2 || toLowerCopy(words[0]) != "basic") return;
-  std::vector<char> decoded(words[1].size() + 1);
-  const int length = base64Decode(words[1].data(), static_cast<int>(words[1].size()), decoded.data(),
-                                  static_cast<int>(decoded.size()));
-  if (length <= 0) return;
-  const auto end = decoded.begin() + length;
-  const auto colon = std::find(decoded.begin(), end, ':');
-  if (colon == end) return;
-  user.assign(decoded.begin(), colon);
-  password.assign(colon + 1, end);
+  noThrow([&] { splitCredentials(field->second, user, password); },
+          [&] {
+            user.clear();
+            password.clear();
+          });
 }
 
 }  // namespace zorhtml

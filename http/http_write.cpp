@@ -5,6 +5,7 @@
 
 #include "http/header_text.h"
 #include "http/http_proto.h"
+#include "http/no_throw.h"
 #include "http/status_text.h"
 #include "http/whole_body.h"
 
@@ -34,12 +35,16 @@ bool HttpProto::writeResponseHeader(int status, int contentLength, const std::st
                                     const HttpHeaders& extra) {
   if (connection == nullptr) return false;
   bodyRemaining = contentLength;
+  return noThrow([&] { return sendResponseHead(status, contentType, keepAlive, extra); }, [] { return false; });
+}
+
+bool HttpProto::sendResponseHead(int status, const std::string& contentType, bool keepAlive, const HttpHeaders& extra) {
   const std::string& version = headers["http-version"];
   if (!send(version + " " + std::to_string(status) + " " + statusText(status) + "\r\n")) return false;
   for (const auto& field : extra) {
     if (isUpgrade(field.first, field.second) && !sendField(field.first, field.second)) return false;
   }
-  if (!sendResponseFraming(contentLength, contentType)) return false;
+  if (!sendResponseFraming(contentType)) return false;
   if (!send(keepAlive ? "Connection: Keep-Alive\r\n" : "Connection: close\r\n")) return false;
   // A "connection" field other than the upgrade goes out beside the line above, deliberately; callers avoid it.
   for (const auto& field : extra) {
@@ -49,11 +54,11 @@ bool HttpProto::writeResponseHeader(int status, int contentLength, const std::st
   return send("\r\n");
 }
 
-bool HttpProto::sendResponseFraming(int contentLength, const std::string& contentType) {
-  if (contentLength < 0) {
+bool HttpProto::sendResponseFraming(const std::string& contentType) {
+  if (bodyRemaining < 0) {
     if (!send("Transfer-Encoding: chunked\r\n")) return false;
-  } else if (contentLength > 0 || !contentType.empty()) {
-    if (!sendField("Content-Length", std::to_string(contentLength))) return false;
+  } else if (bodyRemaining > 0 || !contentType.empty()) {
+    if (!sendField("Content-Length", std::to_string(bodyRemaining))) return false;
   }
   return contentType.empty() || sendField("Content-Type", contentType);
 }
@@ -61,7 +66,7 @@ bool HttpProto::sendResponseFraming(int contentLength, const std::string& conten
 bool HttpProto::writeBody(const void* data, int length) {
   if (connection == nullptr) return false;
   if (length == 0) return true;
-  if (writePiece(data, length)) return true;
+  if (noThrow([&] { return writePiece(data, length); }, [] { return false; })) return true;
   dropConnection();
   return false;
 }
@@ -95,10 +100,14 @@ bool HttpProto::finishBody() {
     while (bodyRemaining-- != 0) writeBody(" ", 1);
     return true;
   }
-  const bool sent = send("0\r\n\r\n");
-  if (!sent || (clientMode == 0 && toLowerCopy(headers["connection"]).find("close") != std::string::npos)) {
-    dropConnection();
-  }
+  bool sent = false;
+  const bool stays = noThrow(
+      [&] {
+        sent = send("0\r\n\r\n");
+        return sent && (clientMode != 0 || toLowerCopy(headers["connection"]).find("close") == std::string::npos);
+      },
+      [] { return false; });
+  if (!stays) dropConnection();
   return sent;
 }
 

@@ -1,11 +1,8 @@
 // The engine reaches its own operations through their slots, so that a derived class can replace each step.
 #include <gtest/gtest.h>
 
-#include <new>
-
 #include "tests/unit/http/engine.h"
 #include "tests/unit/http/tracer.h"
-#include "tests/unit/http/wrapped_calls.h"
 
 namespace {
 
@@ -40,8 +37,6 @@ TEST(SlotCalls, WholeFixedBody_CallsTheBufferFormOnce) {
             (Trace{"readBody string", "readBody buffer"}));
   EXPECT_EQ(callsOf("hello", [&](Tracer& t) { announce(t), t.readBody(bytes); }),
             (Trace{"readBody vector", "readBody buffer"}));
-  EXPECT_EQ(callsOf(std::string(2000000, 'x'), [&](Tracer& t) { t.bodyRemaining = 2000000, t.readBody(text); }),
-            (Trace{"readBody string", "readBody buffer"}));
 }
 
 TEST(SlotCalls, WholeChunkedBody_CallsTheBufferFormUntilItIsShort) {
@@ -51,46 +46,6 @@ TEST(SlotCalls, WholeChunkedBody_CallsTheBufferFormUntilItIsShort) {
             (Trace{"readBody string", "readBody buffer", "readBody buffer"}));
   EXPECT_EQ(callsOf("1\r\nx\r\n0\r\n\r\n", [&](Tracer& t) { t.bodyRemaining = -1, t.readBody(text); }),
             (Trace{"readBody string", "readBody buffer"}));
-}
-
-TEST(SlotCalls, WholeBodyWithoutMemory_FailsAndDropsTheConnection) {
-  // As the output's own growth would.
-  struct OutOfMemory : Engine {
-    using Engine::Engine;
-    using Engine::readBody;
-    int readBody(void*, int) override { throw std::bad_alloc(); }
-  };
-  for (const int announced : {5, 2000000, -1}) {
-    const ScriptedPeer peer("hello");
-    OutOfMemory engine(peer);
-    engine.bodyRemaining = announced;
-    std::string text = "old";
-    EXPECT_EQ(engine.readBody(text), -1) << announced;
-    EXPECT_EQ(text, "");
-    EXPECT_TRUE(peer.deleted());
-    const ScriptedPeer again("hello");
-    OutOfMemory second(again);
-    second.bodyRemaining = announced;
-    std::vector<unsigned char> bytes(3);
-    EXPECT_EQ(second.readBody(bytes), -1) << announced;
-    EXPECT_TRUE(bytes.empty());
-    EXPECT_TRUE(again.deleted());
-  }
-}
-
-TEST(SlotCalls, LargeWholeBodyWithoutRoom_FailsBeforeItIsRead) {
-  Trace trace;
-  const ScriptedPeer peer(std::string(2000000, 'x'));
-  Tracer tracer(trace, peer);
-  tracer.bodyRemaining = 2000000;
-  std::string text = "old";
-  wrapped::failMaps(true);
-  const int length = tracer.readBody(text);
-  wrapped::failMaps(false);
-  EXPECT_EQ(length, -1);
-  EXPECT_EQ(text, "");
-  EXPECT_EQ(trace, (Trace{"readBody string"}));
-  EXPECT_TRUE(peer.deleted());
 }
 
 TEST(SlotCalls, WriteBodyOfTextOrBytes_CallsTheBufferForm) {
