@@ -1,79 +1,15 @@
-// Any bytes on the serial line, with check values that are right or not: the receiver ends, or waits for the host's
-// next byte. The line is a socket pair; its silence takes no time. The first byte says how the bytes arrive, the second
-// which record is refused.
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
+// Any bytes on the serial line, with check values that are right or not: the terminal's side of the protocol ends, or
+// waits for the host's next byte, and what it takes for a record stands among the bytes. The first byte says how the
+// bytes arrive and what ends them, the second which record is refused.
 #include <algorithm>
-#include <cerrno>
-#include <csignal>
-#include <cstdarg>
 #include <cstring>
+#include <string>
 
 #include "fuzz/input.h"
 #include "serial/crc16.h"
-#include "serial/tessolan.h"
-#include "serial/wire.h"
+#include "tests/support/memory_line.h"
 
 namespace {
-
-constexpr const char* kDevice = "/dev/fuzzed-line";
-constexpr int kIdleWaitMs = 500;  // of the receiver between records
-constexpr std::size_t kAnswerToOneByte = 1 + tessolan::kParametersSize + 1 + tessolan::kCheckSize;
-
-// The host's end of the line, which sends its bytes piece by piece whenever the receiver waits.
-class Host {
- public:
-  Host(const std::string& bytes, std::size_t piece, bool hangsUp)
-      : next_(bytes.data()), end_(bytes.data() + bytes.size()), piece_(piece), hangsUp_(hangsUp) {
-    require(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends_) == 0);
-  }
-  Host(const Host&) = delete;
-  Host& operator=(const Host&) = delete;
-  ~Host() {
-    hangUp();
-    close(ends_[1]);
-  }
-
-  int line() const { return dup(ends_[1]); }
-  std::size_t answered() const { return answered_; }
-
-  // Takes what the terminal sent, and sends the next piece. False when nothing is left to send.
-  bool turn() {
-    takeAnswers();
-    if (next_ == end_) {
-      if (hangsUp_) hangUp();
-      return false;
-    }
-    const std::size_t size = std::min(piece_, static_cast<std::size_t>(end_ - next_));
-    require(::send(ends_[0], next_, size, MSG_NOSIGNAL) == static_cast<ssize_t>(size));
-    next_ += size;
-    return true;
-  }
-
-  void takeAnswers() {
-    char answers[4096];
-    ssize_t got = 0;
-    while (ends_[0] >= 0 && (got = recv(ends_[0], answers, sizeof answers, MSG_DONTWAIT)) > 0) {
-      answered_ += static_cast<std::size_t>(got);
-    }
-  }
-
- private:
-  void hangUp() {
-    if (ends_[0] >= 0) close(ends_[0]);
-    ends_[0] = -1;
-  }
-
-  int ends_[2] = {-1, -1};
-  const char* next_;
-  const char* const end_;
-  const std::size_t piece_;
-  const bool hangsUp_;
-  std::size_t answered_ = 0;
-};
 
 // The length of the record's part under the check value, from its letter on; 0 where it is not whole.
 std::size_t checkedLength(const std::string& bytes, std::size_t letterAt) {
@@ -100,102 +36,91 @@ void setCheckValues(std::string& bytes) {
   }
 }
 
-// Of the download under way.
-Host* host = nullptr;
-Tessolan* receiver = nullptr;
-
-// Accepts all but the records whose number is `refused`, and checks what it is handed.
+// Accepts all but the record whose number is `refused`, and finds each that it is handed among the bytes.
 class CheckingSystem : public Tessolan::System {
  public:
-  explicit CheckingSystem(std::size_t refused) : refused_(refused) {}
+  CheckingSystem(const std::string& bytes, std::size_t refused) : bytes_(bytes), refused_(refused) {}
 
-  bool openFile(const char* name) override { return text(name); }
-  bool writeBlock(std::uint32_t /*offset*/, const unsigned char* data, std::uint32_t length) override {
-    require(length <= tessolan::kLargestData);
-    for (std::uint32_t i = 0; i < length; ++i) sum_ += data[i];
-    return take(length);
+  bool openFile(const char* name) override {
+    take("\x02O", tessolan::kNameAt);
+    return accept(name);
   }
-  bool closeFile() override { return take(0); }
-  bool recordR(const char* text) override { return this->text(text); }
-  bool showMessage(const char* text) override { return this->text(text); }
-  bool recordS() override { return take(0); }
-  bool recordU() override { return take(0); }
+  bool writeBlock(std::uint32_t offset, const unsigned char* data, std::uint32_t length) override {
+    require(length <= tessolan::kLargestData);
+    std::string record = "\x02W";
+    for (const unsigned shift : {8U, 0U}) record += static_cast<char>((length >> shift) & 0xFFU);
+    for (const unsigned shift : {24U, 16U, 8U, 0U}) record += static_cast<char>((offset >> shift) & 0xFFU);
+    record.append(reinterpret_cast<const char*>(data), length);
+    const std::uint16_t crc = crc16(record.data() + 1, record.size() - 1);
+    record += static_cast<char>(crc >> 8U);
+    record += static_cast<char>(crc & 0xFFU);
+    return accept(record);
+  }
+  bool closeFile() override { return accept("\x02\x43\x03\x8A\x0C"); }
+  bool recordR(const char* text) override { return accept(std::string("\x02R") + text); }
+  bool showMessage(const char* text) override { return accept(std::string("\x02M") + text); }
+  bool recordS() override { return accept("\x02S\x03\x6A\x0F"); }
+  bool recordU() override { return accept("\x02U\x03\x7E\x0F"); }
 
-  std::size_t bytes() const { return bytes_; }
+  std::size_t accepted() const { return records_ - (hasRefused_ ? 1 : 0); }
   bool hasRefused() const { return hasRefused_; }
 
  private:
-  bool text(const char* text) {
-    const std::size_t length = std::strlen(text);
-    require(length < tessolan::kLargestBody);
-    return take(length);
+  // Moves behind the next `record` and `more` bytes; those of a text that is shorter are its end.
+  void take(const std::string& record, std::size_t more = 0) {
+    at_ = bytes_.find(record, at_);
+    require(at_ != std::string::npos);
+    at_ += record.size();
+    const std::size_t end = bytes_.find(static_cast<char>(tessolan::kETX), at_);
+    at_ = std::min(at_ + more, end);
   }
 
-  bool take(std::size_t bytes) {
+  bool accept(const std::string& record) {
     require(!hasRefused_);  // nothing comes behind a refusal
-    bytes_ += bytes;
+    take(record);
     hasRefused_ = ++records_ == refused_;
     return !hasRefused_;
   }
 
+  const std::string& bytes_;
   const std::size_t refused_;
+  std::size_t at_ = 0;
   std::size_t records_ = 0;
-  std::size_t bytes_ = 0;
-  unsigned sum_ = 0;
   bool hasRefused_ = false;
 };
 
-}  // namespace
-
-// The linker sends the receiver's calls here (--wrap); the names are its convention.
-extern "C" {
-int __real_open(const char* path, int flags, ...);
-int __real_poll(pollfd* entries, nfds_t count, int timeoutMs);
-
-int __wrap_open(const char* path, int flags, ...) {
-  if (host == nullptr) {  // what the compiler has a program do at its end, such as writing counters
-    va_list more;
-    va_start(more, flags);
-    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(more, mode_t) : 0;
-    va_end(more);
-    return __real_open(path, flags, mode);
+// How often the terminal has acknowledged; what is no answer of its own is a finding.
+std::size_t acknowledgements(const std::string& answers) {
+  std::size_t count = 0;
+  for (std::size_t at = 0; at < answers.size(); ++at) {
+    const auto answer = static_cast<unsigned char>(answers[at]);
+    if (answer == tessolan::kACK) ++count;
+    if (answer == tessolan::kSTX) at += tessolan::kParameterRecordSize - 1;
+    require(answer == tessolan::kACK || answer == tessolan::kNAK || answer == tessolan::kEOT ||
+            answer == tessolan::kSTX);
   }
-  require(std::strcmp(path, kDevice) == 0);
-  return host->line();
+  return count;
 }
 
-// What the receiver's open is called with 64-bit file offsets on a 32-bit processor.
-int __wrap_open64(const char* path, int flags, ...) __attribute__((alias("__wrap_open")));
-
-int __wrap_poll(pollfd* entries, nfds_t count, int timeoutMs) {
-  if (host == nullptr) return __real_poll(entries, count, timeoutMs);
-  host->takeAnswers();
-  if (count == 0) return 0;  // a pause
-  const int ready = __real_poll(entries, count, 0);
-  if (ready != 0) return ready;
-  if (host->turn()) return __real_poll(entries, count, 0);
-  // The host has fallen silent: within a record time runs out, between two the operator gives up.
-  if (timeoutMs == kIdleWaitMs) receiver->requestAbort();
-  return __real_poll(entries, count, 0);
-}
-}
+}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size < 2) return 0;
-  std::signal(SIGPIPE, SIG_IGN);  // a socket raises it where a serial line fails
   std::string bytes(reinterpret_cast<const char*>(data) + 2, size - 2);
   if (data[0] >= 64) setCheckValues(bytes);
-  Host line(bytes, data[0] % 64U * 8U + 1U, data[0] >= 192);
-  CheckingSystem system(data[1]);
-  Tessolan terminal(&system);
-  host = &line;
-  receiver = &terminal;
-  const int result = terminal.receive(kDevice);
-  line.takeAnswers();
-  host = nullptr;
-  require(result <= Tessolan::kDone && result >= Tessolan::kRefused && result != Tessolan::kNoDevice);
-  require((result == Tessolan::kRefused) == system.hasRefused());
-  require(system.bytes() <= size);
-  require(line.answered() <= size * kAnswerToOneByte);
+  CheckingSystem system(bytes, data[1]);
+  MemoryLine line(system);
+  const std::size_t piece = data[0] % 64U * 8U + 1U;
+  std::string answers;
+  for (std::size_t at = 0; at < bytes.size(); at += piece) answers += line.exchange(bytes.substr(at, piece));
+  // The host has fallen silent, or the operator gives up.
+  if (line.result() == tessolan::Conversation::kGoOn) {
+    answers += line.fail(data[0] >= 192 ? Tessolan::kAborted : Tessolan::kFailed);
+  }
+  require(line.result() == tessolan::Conversation::kGoOn ||
+          (line.result() <= Tessolan::kDone && line.result() >= Tessolan::kRefused &&
+           line.result() != Tessolan::kNoDevice));
+  require((line.result() == Tessolan::kRefused) == system.hasRefused());
+  require(acknowledgements(answers) >= system.accepted());
   return 0;
 }

@@ -5,6 +5,10 @@
 #include <cstddef>
 #include <cstdint>
 
+namespace tessolan {
+enum class Reply : unsigned char;
+}
+
 class Tessolan {
  public:
   // What the download does with the records it receives. Each operation runs on the receiving thread; true accepts the
@@ -83,16 +87,6 @@ class Tessolan {
   std::atomic<unsigned char> abortFlag{0};  // not 0: abort
 
  private:
-  struct Command;
-  static const Command* findCommand(unsigned char letter);
-
   int serveHost();
-  int actOn(unsigned char byte, int& failedRecords);
-  int receiveRecord(unsigned char letter);
-  int answer(int result, int& failedRecords);
-  int receiveText(const Command& command);
-  int receiveSignal(const Command& command);
-  int receiveData(const Command& command);
-  bool sendByte(unsigned char byte);
-  bool sendParameters();
+  bool send(tessolan::Reply reply);
 };

@@ -5,14 +5,14 @@
 
 #include <cerrno>
 
+#include "serial/conversation.h"
 #include "serial/tessolan.h"
-#include "serial/wire.h"
 
 namespace {
 
 constexpr int kByteTimeoutMs = 1000;
 constexpr int kEmptyReadPauseMs = 20;
-constexpr std::size_t kBodyStep = 1 + tessolan::kCheckSize;
+constexpr std::size_t kBodyStep = tessolan::kNoEnd;
 
 struct Speed {
   unsigned baud;
@@ -123,14 +123,13 @@ int Tessolan::readRecordBody(unsigned char* buffer, std::size_t capacity) {
     if (got < 0) return got;
     if (static_cast<std::size_t>(got) < kBodyStep) return kFailed;
     done += kBodyStep;
-    std::size_t etxAt = 0;
-    while (etxAt < kBodyStep && step[etxAt] != tessolan::kETX) ++etxAt;
-    if (etxAt == kBodyStep) continue;
-    if (capacity - done < etxAt) return kTooLong;
-    const int rest = readBytes(buffer + done, etxAt);
+    const std::size_t behind = tessolan::bytesBehind(step);
+    if (behind == tessolan::kNoEnd) continue;
+    if (capacity - done < behind) return kTooLong;
+    const int rest = readBytes(buffer + done, behind);
     if (rest < 0) return rest;
-    if (static_cast<std::size_t>(rest) < etxAt) return kFailed;
-    return static_cast<int>(done + etxAt);
+    if (static_cast<std::size_t>(rest) < behind) return kFailed;
+    return static_cast<int>(done + behind);
   }
   return kTooLong;
 }

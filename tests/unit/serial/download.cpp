@@ -12,10 +12,7 @@
 
 namespace {
 
-std::string checked(const std::string& covered) {
-  const std::uint16_t crc = crc16(covered.data(), covered.size());
-  return "\x02" + covered + static_cast<char>(crc >> 8U) + static_cast<char>(crc & 0xFFU);
-}
+std::string checked(const std::string& covered) { return "\x02" + covered + checkValue(covered); }
 
 std::string bigEndian(std::uint32_t value, unsigned size) {
   std::string out;
@@ -47,6 +44,11 @@ const std::vector<State> kStates = {
     {"in data", bytes("\x02W\0\4\0\0\0\0ab")},
     {"in data's check value", bytes("\x02W\0\4\0\0\0\0abcd\1")},
 };
+
+std::string checkValue(const std::string& covered) {
+  const std::uint16_t crc = crc16(covered.data(), covered.size());
+  return {static_cast<char>(crc >> 8U), static_cast<char>(crc & 0xFFU)};
+}
 
 std::string textRecord(char letter, const std::string& text) { return checked(letter + text + "\x03"); }
 

@@ -17,6 +17,9 @@ std::string bytes(const char (&literal)[Size]) {
   return std::string(literal, Size - 1);
 }
 
+// The two bytes of the check value of `covered`.
+std::string checkValue(const std::string& covered);
+
 // Records, whole and right, from STX to the check value.
 std::string textRecord(char letter, const std::string& text);
 std::string openRecord(const std::string& name);  // 39 blanks lead it

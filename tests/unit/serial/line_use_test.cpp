@@ -36,6 +36,10 @@ class LineCalls {
   std::thread::id testThread_ = std::this_thread::get_id();
 };
 
+const std::string kSession = openRecord("hello.zip") + dataRecord(0, "first ") + textRecord('M', "half") +
+                             dataRecord(6, "second") + signalRecord('C') + "\x04";
+const std::vector<std::string> kSessionCalls = {"open hello.zip", "write 0 6", "M half", "write 6 6", "close"};
+
 }  // namespace
 
 TEST(LineUse, ParameterRecord_IsWrittenIn27And2BytesAndRepliesInOne) {
@@ -91,4 +95,57 @@ TEST(LineUse, Waits_AreHalfASecondBetweenRecordsAndASecondWithin) {
   // However often it waited: between records, within the one, between, for the last byte.
   calls.waitsMs.erase(std::unique(calls.waitsMs.begin(), calls.waitsMs.end()), calls.waitsMs.end());
   EXPECT_EQ((std::vector<int>{500, 1000, 500, 1000}), calls.waitsMs);
+}
+
+TEST(LineUse, WholeSession_CallsTheSystemInOrderAndEndsWithEOT) {
+  Download download;
+  EXPECT_EQ("\x06\x06\x06\x06\x06\x04", download.exchange(kSession, 6));
+  EXPECT_EQ(0, download.result());
+  EXPECT_EQ(kSessionCalls, download.system.calls());
+  EXPECT_EQ("first second", download.system.content());
+  EXPECT_EQ(-1, download.receiver.fd);
+}
+
+TEST(LineUse, SessionByteByByte_EndsTheSame) {
+  Download download;
+  for (const char byte : kSession) {
+    download.feed(std::string(1, byte));
+  }
+  EXPECT_EQ("\x06\x06\x06\x06\x06\x04", download.line.receive(6));
+  EXPECT_EQ(0, download.result());
+  EXPECT_EQ(kSessionCalls, download.system.calls());
+}
+
+TEST(LineUse, SessionSplitAtEveryPlace_EndsTheSame) {
+  for (std::size_t at = 1; at < kSession.size(); ++at) {
+    Download download;
+    download.feed(kSession.substr(0, at));
+    ASSERT_TRUE(download.line.send(kSession.substr(at)));
+    EXPECT_EQ("\x06\x06\x06\x06\x06\x04", download.line.receive(6)) << at;
+    EXPECT_EQ(0, download.result()) << at;
+    EXPECT_EQ(kSessionCalls, download.system.calls()) << at;
+  }
+}
+
+TEST(LineUse, DeviceThatCannotBeOpened_GivesMinusOne) {
+  Download download("", "/nonexistent/device");
+  EXPECT_EQ(-1, download.result());
+  EXPECT_EQ(-1, download.receiver.fd);
+}
+
+TEST(LineUse, SecondDownload_BeginsAnew) {
+  Download first;
+  first.exchange("\x02X\x02X", 2);
+  first.receiver.requestAbort();
+  EXPECT_EQ(-2, first.result());
+  // The abort and the failed records of the first are forgotten.
+  std::thread second;
+  untilReady([&] {
+    second = std::thread([&] {
+      Calls::thisThreadReceives();
+      EXPECT_EQ(-3, first.receiver.receive(first.line.path().c_str()));
+    });
+  });
+  EXPECT_EQ("\x15\x15\x04", first.exchange("\x02X\x02X\x02X", 3));
+  second.join();
 }
