@@ -2,7 +2,9 @@
 
 import collections
 import json
+import pathlib
 import random
+import subprocess
 import sys
 import threading
 import time
@@ -11,22 +13,23 @@ from baseline import Baseline
 from pool import Failure, work
 from project import COMPILED_AS
 
+HERE = pathlib.Path(__file__).parent
 FIRST = 6  # so many of the most specific tests run before all others
-CHUNK = 25  # so many mutants of one file go to a worker at a time
-PRECOMPILED_FROM = 6  # mutants of a file, for which it pays to compile its inclusions once
+CHUNK = 100  # so many mutants of one file go to a worker at a time
+TOGETHER_FROM = 6  # so many mutants of a file, at least, are worth compiling together
 KILLED = ("killed", "timeout")
 
 
-def leading_inclusions(text):
-    """The part of a source file up to its last #include, as long as nothing but inclusions and comments stands before it."""
+def leading_inclusions(source):
+    """Where the last #include of a source file ends, as long as nothing but inclusions and comments stands before it."""
     end = at = 0
-    for line in text.splitlines(keepends=True):
+    for line in source.splitlines(keepends=True):
         at += len(line)
-        if line.startswith("#include"):
+        if line.startswith(b"#include"):
             end = at
-        elif line.strip() and not line.startswith("//"):
+        elif line.strip() and not line.startswith(b"//"):
             break
-    return text[:end]
+    return end
 
 
 class Campaign:
@@ -39,7 +42,7 @@ class Campaign:
         self.outcomes = {}
         self.baselines = {}
         self.models = {}
-        self.sound = {}  # file -> whether it passes unchanged, as a mutant is made and run
+        self.sound = set()  # the files that pass unchanged, made and run as a mutant is that is compiled by itself
 
     def choose(self, found):
         """The mutants to try, in their order."""
@@ -83,6 +86,7 @@ class Campaign:
         for folder in folders:
             self.say(f"running the tests of {folder} as they are")
             self.baselines[folder].make()
+        subprocess.run(["c++", "-O1", "-fPIC", "-o", str(self.place / "chosen.o"), "-c", str(HERE / "chosen.cpp")], check=True)
         self.model_seconds = {}
         work([folder for folder in self.models], 1, self.time_model)
 
@@ -101,8 +105,7 @@ class Campaign:
         by_file = collections.OrderedDict()
         for one in mutants:
             by_file.setdefault(one.file, []).append(one)
-        size = CHUNK if len(by_file) < 20 else 4 * CHUNK
-        return [found[at : at + size] for found in by_file.values() for at in range(0, len(found), size)]
+        return [found[at : at + CHUNK] for found in by_file.values() for at in range(0, len(found), CHUNK)]
 
     def chunk(self, worker, files, mutants):
         """Tries some mutants of one file."""
@@ -110,52 +113,52 @@ class Campaign:
             return
         file = mutants[0].file
         baseline = self.baselines[files[file]]
-        job = self.file_job(file, baseline, len(mutants))
+        source = (self.project.source / file).read_bytes()
+        job = self.file_job(file, source, baseline, mutants)
         if not job["programs"]:
             for one in mutants:
                 self.note(one, {"outcome": "survived", "by": "", "why": "no unit test links the file"})
             return
-        worker.ask(job)
-        source = (self.project.source / file).read_bytes()
-        self.check_unchanged(worker, file, baseline, source, job)
-        for one in mutants:
+        together = set(worker.ask(job)["together"])
+        checked = set()
+        for number, one in enumerate(mutants, 1):
             if self.late():
                 return
+            choose = number if number in together else None
+            if (choose is None) not in checked:
+                self.check_unchanged(worker, file, baseline, source, job, None if choose is None else 0)
+                checked.add(choose is None)
             stages = self.stages(one, baseline, job)
-            answer = worker.ask({"do": "mutant", "text": one.apply(source).decode(), "stages": stages, "compare": True})
-            self.note(one, answer)
+            self.note(one, worker.ask({"do": "mutant", "choose": choose, "text": one.apply(source).decode(), "stages": stages,
+                                       "compare": True}))
 
-    def file_job(self, file, baseline, count):
-        text = (self.project.source / file).read_text()
-        head = leading_inclusions(text)
-        names, programs = [], []
-        compiled = None
-        models = [self.models[baseline.folder]] if baseline.folder in self.models else []
-        for program in [*baseline.programs, *models]:
+    def file_job(self, file, source, baseline, mutants):
+        names, programs, compiled = [], [], None
+        model = self.models.get(baseline.folder)
+        for program in [*baseline.programs, *([model] if model else [])]:
             found = program.place_of(file)
-            if not found:
-                continue
-            compiled = compiled or found[1]
-            if found[1] != compiled:
-                continue
-            out = f"/tmp/jxmutation/{program.name}"
-            library = found[2]
-            own = ""
-            if library:
-                own, out = "/tmp/jxmutation", f"/tmp/jxmutation/{library.rsplit('/', 1)[-1]}"
-            words = program.linking(file, "/tmp/jxmutation/changed.o", out)
-            run = [str(program.path)] if library else [out]
-            original, libraries = baseline.original(program) if program not in models else (str(program.path), "")
-            original = [original]
-            if program in models:
-                run, original = self.model_words(run[0]), self.model_words(original[0])
-            names.append(program.name)
-            programs.append({"link": words, "run": run, "libraries": baseline.libraries(own), "original": original,
-                             "original_libraries": baseline.libraries(libraries)})
-        return {"do": "file", "stem": file.rsplit("/", 1)[-1], "names": names, "programs": programs,
+            compiled = compiled or (found and found[1])
+            if found and found[1] == compiled:
+                names.append(program.name)
+                programs.append(self.program_job(file, program, baseline, program is model))
+        return {"do": "file", "source": source.decode(), "head": leading_inclusions(source), "stem": file.rsplit("/", 1)[-1],
+                "names": names, "programs": programs, "flags": COMPILED_AS, "directory": str(self.project.build),
                 "compile": [*(compiled or []), "-iquote", str((self.project.source / file).parent)],
-                "flags": COMPILED_AS, "directory": str(self.project.build), "inclusions": head, "rest": text[len(head):],
-                "precompile": bool(head) and count >= PRECOMPILED_FROM}
+                "mutants": {number: ({name: value for name, value in vars(one).items() if name != "text"}, one.text.decode()) for number, one in enumerate(mutants, 1)},
+                "together_from": TOGETHER_FROM}
+
+    def program_job(self, file, program, baseline, is_model):
+        """How a test program is made of a changed object, and how it is run. In the words "@…@" are filled in later."""
+        library = program.place_of(file)[2]
+        out = library.rsplit("/", 1)[-1] if library else program.name
+        run = [str(program.path)] if library else ["@OUT@/" + out]
+        path, libraries = (str(program.path), "") if is_model else baseline.original(program)
+        if is_model:
+            run, original = self.model_words(run[0]), self.model_words(path)
+        else:
+            original = [path]
+        return {"link": program.linking(file, "@CHANGED@", "@OUT@", [str(self.place / "chosen.o")]), "out": out, "run": run,
+                "libraries": baseline.libraries(""), "original": original, "original_libraries": baseline.libraries(libraries)}
 
     def stages(self, mutant, baseline, job):
         """Which tests to run one after another: the one that killed it the last time, the most specific, all others."""
@@ -173,20 +176,21 @@ class Campaign:
                            "tests": self.model_seconds[baseline.folder]})
         return stages
 
-    def check_unchanged(self, worker, file, baseline, source, job):
-        """Makes and runs the file unchanged, as a mutant is made and run: nothing of it counts unless that passes."""
-        with self.lock:
-            if self.sound.get(file):
-                return
+    def check_unchanged(self, worker, file, baseline, source, job, choose):
+        """Makes and runs the file unchanged, as its mutants are made and run: nothing of it counts unless that passes."""
+        if choose is None:  # for a file of which several texts are compiled it is always the same one
+            with self.lock:
+                if file in self.sound:
+                    return
         stages = [{"program": job["names"].index(program), "tests": [[name, test["seconds"]] for name, test in tests.items()
                                                                      if file in test["lines"]]}
                   for program, tests in baseline.tests.items() if program in job["names"]]
-        answer = worker.ask({"do": "mutant", "text": source.decode(), "stages": [stage for stage in stages if stage["tests"]],
-                             "compare": False})
+        answer = worker.ask({"do": "mutant", "choose": choose, "text": source.decode(), "compare": False,
+                             "stages": [stage for stage in stages if stage["tests"]]})
         if answer["outcome"] != "survived":
             raise Failure(f"{file} unchanged is {answer['outcome']} by {answer['by']}")
         with self.lock:
-            self.sound[file] = True
+            self.sound.add(file)
 
     def note(self, mutant, answer):
         with self.lock:

@@ -19,6 +19,7 @@ class Mutant:
     text: bytes  # by these
     before: str  # the lines of the change, as one line without indentation
     after: str
+    frame: tuple = None  # how it is chosen among many in one text: (mode, start, end), see frames.py
     ordinal: int = 1  # which one of those of the same key, counted from 1 in the order of the file
 
     @property

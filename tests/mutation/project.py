@@ -7,7 +7,7 @@ import pathlib
 import shlex
 import subprocess
 
-COMPILED_AS = ["-O0", "-g0", "-U_FORTIFY_SOURCE", "-Wno-error", "-Werror=return-type"]
+COMPILED_AS = ["-O0", "-g0", "-U_FORTIFY_SOURCE", "-Wno-error", "-Werror=return-type", "-Werror=vla"]
 # The folders whose readers tests/model/ states a second time.
 WITH_MODEL = ("http", "upload")
 

@@ -77,6 +77,15 @@ def early_return(node):
     yield node.start, node.end, b""
 
 
+def falls_through(node):
+    """Whether something follows the statement in its function, so that a function without it still ends with a return."""
+    while node.parent is not None and node.kind not in FUNCTIONS + (Kind.LAMBDA_EXPR,):
+        if node.parent.kind == Kind.COMPOUND_STMT and node.parent.children[-1].start != node.start:
+            return True
+        node = node.parent
+    return False
+
+
 def neighbours(node):
     """Two statements swapped that follow each other: a call or an assignment, and another one, an if or a loop."""
     found = statements_of(node)

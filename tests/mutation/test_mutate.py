@@ -5,7 +5,6 @@ import io
 import pathlib
 import shutil
 import subprocess
-import sys
 import tempfile
 import unittest
 
@@ -13,7 +12,6 @@ import mutate
 from pool import Failure
 
 SAMPLE = pathlib.Path(__file__).with_name("sample")
-PLACE = pathlib.Path(sys.argv.pop(1)) if len(sys.argv) > 1 and not sys.argv[1].startswith("-") else pathlib.Path.cwd()
 LIMIT = ["lib/fare.cpp:6: fare: comparison: if (stops > 10) return 5; ==> if (stops >= 10) return 5;",
          "lib/fare.cpp:6: fare: constant: if (stops > 10) return 5; ==> if (stops > 9) return 5;",
          "lib/fare.cpp:6: fare: constant: if (stops > 10) return 5; ==> if (stops > 11) return 5;"]
@@ -31,7 +29,7 @@ class Tree:
     """A copy of the sample, built in a folder of its own."""
 
     def __init__(self, shared):
-        self.folder = tempfile.TemporaryDirectory(dir=PLACE)
+        self.folder = tempfile.TemporaryDirectory(dir=pathlib.Path.cwd())
         self.tree = pathlib.Path(self.folder.name, "tree")
         shutil.copytree(SAMPLE, self.tree)
         self.list = pathlib.Path(self.folder.name, "equivalent.txt")

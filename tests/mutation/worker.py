@@ -7,16 +7,22 @@ answers each with a line. Ends with its standard input.
 
 import json
 import os
+import re
 import resource
 import shutil
 import signal
 import subprocess
 import sys
 
+import frames
+from mutant import Mutant
 from running import Runner
 
 MEMORY = 4 << 30  # the addresses that a mutant may have, in bytes
 SCRATCH = "/tmp/jxmutation"
+OPTIMISED = ["-O2", "-g0", "-w"]  # how the code of survivors is compared with the original's
+PRECOMPILED_FROM = 3  # survivors of a file, for which it pays to compile its inclusions once
+ATTEMPTS = 8  # to compile mutants together, each without those that the last one failed at
 
 
 def isolate():
@@ -56,65 +62,95 @@ def sweep():
 
 
 class Worker:
-    """The source file at hand, and what makes a test program of a mutant of it."""
-
-    def __init__(self):
-        self.job = None
-        self.preamble = None  # the precompiled inclusions, where they pay
-        self.original = None  # the original's object, optimised
+    """The source file at hand, and what makes a test program of its mutants."""
 
     def file(self, job):
-        """Takes up a source file; its inclusions are compiled once when `precompile` is set."""
+        """Takes up a source file and the mutants of it that are to come. As many as can be are compiled together; the answer
+        is their numbers."""
         shutil.rmtree(SCRATCH, ignore_errors=True)
         os.makedirs(SCRATCH)
-        self.job, self.preamble, self.original = job, None, None
-        if job["precompile"]:
-            self.preamble = f"{SCRATCH}/preamble.h"
-            with open(self.preamble, "w", encoding="utf-8") as file:
-                file.write(job["inclusions"])
-            done = self.compiler([*job["compile"], *job["flags"], "-x", "c++-header", "-o", self.preamble + ".gch", self.preamble])
-            if done.returncode != 0:
-                self.preamble = None
-        return {}
+        self.job, self.preambles = job, {}
+        self.survivors, self.original = 0, None
+        self.source = job["source"].encode()
+        self.linked = set()
+        mutants = {int(number): Mutant(**mutant, text=text.encode()) for number, (mutant, text) in job["mutants"].items()}
+        if len(mutants) >= job["together_from"]:
+            self.precompile(job["flags"])
+        together = self.compile_together(mutants) if len(mutants) >= job["together_from"] else set()
+        return {"together": sorted(together)}
+
+    def precompile(self, flags):
+        """Compiles the file's inclusions once for all compilations with these flags."""
+        preamble = f"{SCRATCH}/preamble{len(self.preambles)}.h"
+        with open(preamble, "wb") as file:
+            file.write(self.source[: self.job["head"]] + b"\n")
+        words = [*self.job["compile"], *flags, "-x", "c++-header", "-o", preamble + ".gch", preamble]
+        if self.job["head"] and self.compiler(words).returncode == 0:
+            self.preambles[tuple(flags)] = preamble
+
+    def compile_together(self, mutants):
+        """Compiles all mutants that the compiler takes in one text; returns their numbers."""
+        left = dict(mutants)
+        for _ in range(ATTEMPTS):
+            text, placed = frames.combined(self.source, left, self.job["head"])
+            done = self.compile(text, self.job["flags"], f"{SCRATCH}/all.o")
+            if done.returncode == 0:
+                return placed
+            refused = frames.on_lines(self.source, left, self.refused_lines(done.stderr.decode(errors="replace")))
+            if not refused:
+                break
+            left = {number: mutant for number, mutant in left.items() if number not in refused}
+        return set()
+
+    def refused_lines(self, messages):
+        """The lines that the compiler has found errors in. Where it wants a constant, other errors follow from that."""
+        found = re.findall(rf"(?:^|/){re.escape(self.job['stem'])}:(\d+):(?:\d+:)? (?:fatal )?error: (.*)", messages, re.M)
+        constants = [line for line, message in found if "constant expression" in message]
+        return {int(line) for line in constants or [line for line, _ in found]}
 
     def compiler(self, words):
-        return subprocess.run([*words], cwd=self.job["directory"], stdin=subprocess.DEVNULL, capture_output=True, check=False)
+        return subprocess.run(words, cwd=self.job["directory"], stdin=subprocess.DEVNULL, capture_output=True, check=False)
 
-    def compile(self, text, flags, out, precompiled):
+    def compile(self, text, flags, out):
         source = f"{SCRATCH}/{self.job['stem']}"
         words = [*self.job["compile"], *flags]
-        if precompiled and self.preamble:
-            head = self.job["inclusions"]
-            text = "\n" * head.count("\n") + text[len(head):]
-            words += ["-include", self.preamble]
-        with open(source, "w", encoding="utf-8") as file:
+        if tuple(flags) in self.preambles:
+            head = self.job["head"]
+            text = b"\n" * text.count(b"\n", 0, head) + text[head:]
+            words += ["-include", self.preambles[tuple(flags)]]
+        with open(source, "wb") as file:
             file.write(text)
         return self.compiler([*words, "-o", out, "-c", source])
 
     def mutant(self, job):
-        """Compiles a mutant and runs the tests until one kills it."""
-        made = f"{SCRATCH}/changed.o"
-        done = self.compile(job["text"], self.job["flags"], made, True)
-        if done.returncode != 0:
-            return {"outcome": "stillborn", "by": done.stderr.decode(errors="replace")[-2000:]}
-        linked = {}
+        """Runs the tests with a mutant until one kills it: with the number `choose` of the program of all mutants, or where
+        that is null with a program made of `text`."""
+        alone = job["choose"] is None
+        place = f"{SCRATCH}/{'one' if alone else 'all'}"
+        if alone:
+            self.linked = {name for name in self.linked if not name.startswith(place + "/")}
+            done = self.compile(job["text"].encode(), self.job["flags"], place + ".o")
+            if done.returncode != 0:
+                return {"outcome": "stillborn", "by": done.stderr.decode(errors="replace")[-2000:]}
         for stage in job["stages"]:
             program = self.job["programs"][stage["program"]]
-            if stage["program"] not in linked:
-                done = self.compiler(program["link"])
+            made = f"{place}/{program['out']}"
+            if made not in self.linked:
+                os.makedirs(place, exist_ok=True)
+                done = self.compiler([{"@OUT@": made, "@CHANGED@": place + ".o"}.get(word, word) for word in program["link"]])
                 if done.returncode != 0:
                     return {"outcome": "stillborn", "by": done.stderr.decode(errors="replace")[-2000:]}
-                linked[stage["program"]] = True
-            found = self.run(program, stage["tests"])
+                self.linked.add(made)
+            found = self.run(program, place, {} if alone else {"JX_MUTANT": str(job["choose"])}, stage["tests"])
             if found:
                 return found
-        if job["compare"] and self.same_code(job["text"]):
-            return {"outcome": "equivalent", "by": "the same code"}
-        return {"outcome": "survived", "by": ""}
+        return {"outcome": self.kind_of_survivor(job["text"].encode()) if job["compare"] else "survived", "by": ""}
 
-    def run(self, program, tests):
+    @staticmethod
+    def run(program, place, environment, tests):
         """Runs the tests, or the whole command where `tests` is a number: its normal seconds."""
-        changed = Runner(program["run"], program["libraries"], sweep)
+        words = [place + word[5:] if word.startswith("@OUT@") else word for word in program["run"]]
+        changed = Runner(words, f"{place}:{program['libraries']}", sweep, environment)
         original = Runner(program["original"], program["original_libraries"], sweep)
         patience = 1.0
         while patience < 8:
@@ -128,15 +164,20 @@ class Worker:
             patience *= 2
         return {"outcome": "unknown", "by": found["by"]}
 
-    def same_code(self, text):
-        """Whether the compiler makes the same code of the mutant as of the original."""
+    def kind_of_survivor(self, text):
+        """Whether the compiler makes the same code of the mutant as of the original, or takes it only together with others."""
+        self.survivors += 1
+        if self.survivors == PRECOMPILED_FROM:
+            self.precompile(OPTIMISED)
+            self.original = None
         if self.original is None:
-            self.original = self.optimised(self.job["inclusions"] + self.job["rest"])
-        return self.original is not None and self.optimised(text) == self.original
+            self.original = self.optimised(self.source)
+        made = self.optimised(text)
+        return "stillborn" if made is None else "equivalent" if made == self.original else "survived"
 
     def optimised(self, text):
         made = f"{SCRATCH}/optimised.o"
-        if self.compile(text, ["-O2", "-g0", "-w"], made, False).returncode != 0:
+        if self.compile(text, OPTIMISED, made).returncode != 0:
             return None
         with open(made, "rb") as file:
             return file.read()
