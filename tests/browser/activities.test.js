@@ -3,7 +3,7 @@
 import assert from 'node:assert/strict';
 import {after, before, test} from 'node:test';
 import {environments, proxyVars} from './page_table.js';
-import {close, launch, onScreen, pagesIn, sizes, waitUntil} from './support.js';
+import {close, launch, onScreen, pagesIn, rest, sizes, waitUntil} from './support.js';
 import {button} from './ways.js';
 
 before(launch);
@@ -70,17 +70,40 @@ test('proxy settings: where no certificate can be chosen, the one in use is show
   assert.deepEqual(await page.save(), {cloud_env: 'prod', cert: ''});
 });
 
-test('proxy settings: an environment that is not in the list stays unless another is chosen', async (t) => {
+test('proxy settings: an environment that is not in the list is named, and nothing is saved until another is chosen', async (t) => {
   const page = await proxySettings(t, {...proxyVars, cloud_env: 'gone', cert: ''});
   assert.deepEqual(await page.choices('cert'), []);
-  assert.deepEqual(await page.save(), {cloud_env: 'gone', cert: ''});
+  await page.window.getByText('Now: gone, which the proxy does not offer.').waitFor();
+  assert.ok(await button(page.window, 'Save').isDisabled());
+  await page.window.keyboard.press('Enter');
+  await page.choose('cloud_env', 'prod');
+  await rest(page.window);
+  assert.deepEqual(await page.save(), {cloud_env: 'prod', cert: 'auth-ex'});
 });
+
+for (const size of ['upright', 'lying']) {
+  test(`proxy settings: with ten environments both choices and Save are in sight, ${size}`, async (t) => {
+    const names = Array.from({length: 10}, (_, i) => `environment-${i}`);
+    const list = names.map((name) => ({name, certs: ['auth-ex', 'jx-basic']}));
+    const page = await proxySettings(t, {...proxyVars, cloud_env: names[8], cloud_env_list: JSON.stringify(list)}, sizes[size]);
+    const inSight = (locator) => locator.evaluate((element) => {
+      const {top, bottom, left, right} = element.getBoundingClientRect();
+      const box = element.closest('fieldset')?.getBoundingClientRect() ?? {top: 0, bottom: innerHeight};
+      return top >= Math.max(0, box.top) && bottom <= Math.min(innerHeight, box.bottom) && left >= 0 && right <= innerWidth;
+    });
+    const choice = (name, value) => page.window.locator(`label:has(input[name="${name}"][value="${value}"]:visible)`);
+    assert.ok(await inSight(choice('cloud_env', names[8])), 'the environment');
+    assert.ok(await inSight(choice('cert', 'jx-basic')), 'the certificate');
+    assert.ok(await inSight(button(page.window, 'Save')), 'Save');
+  });
+}
 
 for (const list of ['', 'null', '{}', '[]', '[1', '"text"']) {
   test(`proxy settings: the list ${list} offers nothing and can be left`, async (t) => {
     const page = await proxySettings(t, {...proxyVars, cloud_env_list: list}, {...sizes.pc, hasTouch: true});
     assert.deepEqual(await page.choices('cloud_env'), []);
     await page.window.getByText('The proxy offers none.').waitFor();
+    assert.ok(await button(page.window, 'Save').isDisabled());
     await page.window.keyboard.press('Escape');
     assert.equal((await page.shown.returned('prx-settings.html')).result, -1);
   });

@@ -3,7 +3,7 @@
 import assert from 'node:assert/strict';
 import {createRequire} from 'node:module';
 import {after, before, test} from 'node:test';
-import {close, launch, open, onScreen, Pages, pagesIn, sizes, stop, waitUntil} from './support.js';
+import {close, launch, open, onScreen, Pages, pagesIn, rest, sizes, stop, waitUntil} from './support.js';
 
 const jsQR = createRequire(import.meta.url)('jsqr');
 
@@ -74,6 +74,15 @@ test('a press that is too late has no effect', async (t) => {
   assert.equal((await shown.returned('download.html')).result, 3);
 });
 
+test('without JavaScript a sentence says what is needed', async (t) => {
+  const {url} = await pagesIn(t);
+  const window = await open(t, url, {...sizes.upright, javaScriptEnabled: false});
+  const sentence = window.locator('noscript');
+  assert.match(await sentence.innerText(), /needs JavaScript/);
+  const {y, height} = await sentence.boundingBox();
+  assert.ok(y >= 0 && height > 0 && y < sizes.upright.viewport.height);
+});
+
 const markup = `</section></dl></ul></form><script>globalThis.ran = 1</script><img src=x onerror="globalThis.ran = 1">` +
   `<button data-result="1" data-key="9" data-auto-result="1">evil</button><style>h1{display:none}</style>&lt;b&gt;`;
 
@@ -110,13 +119,13 @@ test('markup in variables is shown, not obeyed', async (t) => {
 
 test('the messages of the program have their kinds', async (t) => {
   const {shown, window} = await pagesIn(t);
-  await shown.show('result.html', {text: "<span style='color:#0f0'><b>Download successful</b></span><br>plain<br>" +
+  await shown.show('result.html', {text: "<span style='color:#0f0'><b>Cloud reachable</b></span><br>plain<br>" +
     "<span style='color:#f00'>Warning: not signed<br></span><span style='color:#f00'>Error: bad &lt;b&gt;<br></span>" +
     "<span style='color:#0a0'>List of installed applications:<br></span>"});
   await onScreen(window, 'result.html');
   const kinds = await window.locator('.message > span').evaluateAll((spans) => spans.map((span) => [
     span.className, span.innerText.trim(), getComputedStyle(span, '::before').maskImage.slice(0, 9)]));
-  assert.deepEqual(kinds, [['good', 'Download successful', 'url("data'], ['warn', 'Warning: not signed', 'url("data'],
+  assert.deepEqual(kinds, [['good', 'Cloud reachable', 'url("data'], ['warn', 'Warning: not signed', 'url("data'],
     ['bad', 'Error: bad <b>', 'url("data'], ['list', 'List of installed applications:', 'none']]);
   const signs = await window.locator('.message > span:not(.list)')
     .evaluateAll((spans) => new Set(spans.map((span) => getComputedStyle(span, '::before').maskImage)).size);
@@ -156,8 +165,8 @@ test('without motion a long name is broken into lines instead', async (t) => {
 });
 
 // What a scanner reads off the picture of `element`.
-async function scan(element, blank) {
-  const png = (await element.screenshot()).toString('base64');
+async function scan(window, element, blank) {
+  const png = (await window.screenshot({clip: await element.boundingBox()})).toString('base64');
   const {data, width, height} = await blank.evaluate(async (base64) => {
     const image = new Image();
     image.src = `data:image/png;base64,${base64}`;
@@ -180,9 +189,15 @@ for (const [name, options] of Object.entries(sizes)) {
       await shown.showAsync('download-http.html',
         {url_list: JSON.stringify(urls.map((url, i) => ({if_name: `eth${i}`, url})))});
       await onScreen(window, 'download-http.html');
-      for (const [i, url] of urls.entries()) assert.equal(await scan(window.locator('.qr').nth(i), blank), url);
-      const first = await window.locator('.urls li').first().boundingBox();
-      assert.ok(first.y + first.height <= options.viewport.height, 'the first address is seen whole');
+      await window.getByText('2 addresses lead here').waitFor();
+      for (const [i, url] of urls.entries()) {
+        await rest(window);
+        await window.locator('label').nth(i).click();
+        const code = window.locator('.qr:visible');
+        assert.equal(await scan(window, code, blank), url);
+        const {y, height} = await code.boundingBox();
+        assert.ok(y + height <= options.viewport.height, `the code of address ${i + 1} is seen whole`);
+      }
     });
   }
 }

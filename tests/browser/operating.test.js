@@ -3,7 +3,7 @@
 import assert from 'node:assert/strict';
 import {after, before, test} from 'node:test';
 import {installLog, proxyVars} from './page_table.js';
-import {close, launch, pagesIn, onScreen, sizes} from './support.js';
+import {close, launch, pagesIn, onScreen, rest, sizes} from './support.js';
 import {keyboards, operators} from './ways.js';
 
 before(launch);
@@ -14,7 +14,7 @@ const proxyOnly = {show_settings: '0', show_cloudproxy: '1'};
 const oneUrl = {url_list: '[{"if_name":"eth0","url":"http://192.168.1.20:6370"}]'};
 
 const buttons = [
-  ['mainmenu.html', everything, {'Exit': -1, '1 Download': 1, '2 Information': 2, '3 Log level': 3, '4 Cloud proxy': 4}],
+  ['mainmenu.html', everything, {'Exit Leave': -1, '1 Download': 1, '2 Information': 2, '3 Log level': 3, '4 Cloud proxy': 4}],
   ['mainmenu.html', proxyOnly, {'3 Cloud proxy': 4}],
   ['download.html', {}, {'Back': -1, '1 HTTP': 1, '2 USB': 2, '3 COM1': 3, '4 COM2': 4}],
   ['cloudproxy.html', {}, {'Back': -1, '1 Information': 1, '2 Settings': 2, '3 Check connection': 3}],
@@ -26,6 +26,9 @@ const buttons = [
   ['download-http.html', oneUrl, {'Stop': -1}],
   ['download-ddl.html', {portname: 'COM2'}, {'Abort': 1}],
 ];
+
+// The buttons that lead to one result: Exit asks first.
+const parts = (name) => (name === 'Exit Leave' ? ['Exit', 'Leave'] : [name]);
 
 // Fills with the kinds of pointers that press anything in `window`.
 async function pointersIn(window) {
@@ -42,7 +45,10 @@ for (const {by, options, pointers, press, choose} of operators) {
     for (const [page, vars, entries] of buttons) {
       for (const [name, result] of Object.entries(entries)) {
         await shown.bring(window, page, vars);
-        await press(window, name);
+        for (const part of parts(name)) {
+          await rest(window);
+          await press(window, part);
+        }
         const {result: returned, vars: handed = vars} = await shown.returned(page);
         assert.deepEqual([returned, handed], [result, vars], `${page}: ${name}`);
       }
@@ -56,12 +62,15 @@ for (const {by, options, pointers, press, choose} of operators) {
       await shown.bring(window, 'settings.html', {loglevel: '3'});
       assert.equal(await window.getByRole('radio', {checked: true}).inputValue(), '3');
       await choose(window, 'loglevel', '7');
+      await rest(window);
       await press(window, name);
       assert.deepEqual(await shown.returned('settings.html'), {returned: 'settings.html', result, vars: {loglevel}}, name);
     }
     await shown.bring(window, 'prx-settings.html', {...proxyVars, cloud_env: 'prod', cert: 'auth-ex'});
     await choose(window, 'cloud_env', 'test');
+    await rest(window);
     await choose(window, 'cert', 'jx-basic');
+    await rest(window);
     await press(window, 'Save');
     assert.deepEqual(await shown.returned('prx-settings.html'), {returned: 'prx-settings.html', result: 0, vars: proxyVars});
   });
@@ -69,8 +78,8 @@ for (const {by, options, pointers, press, choose} of operators) {
 
 // Page, variables, and what keys return of them: the result and, where they are not the same, the variables.
 const keys = [
-  ['mainmenu.html', everything, [['1', 1], ['2', 2], ['3', 3], ['4', 4], ['Escape', -1], ['Enter', 1], ['Tab Enter', 2],
-    ['Tab Tab Tab Space', 4], ['Shift+Tab Enter', -1]]],
+  ['mainmenu.html', everything, [['1', 1], ['2', 2], ['3', 3], ['4', 4], ['Escape ArrowUp Enter', -1], ['Enter', 1], ['Tab Enter', 2],
+    ['Tab Tab Tab Space', 4], ['Escape Escape 2', 2], ['Shift+Tab Enter Shift+Tab Enter', -1]]],
   ['mainmenu.html', proxyOnly, [['3', 4], ['4', 4], ['Tab Tab Enter', 4]]],
   ['download.html', {}, [['1', 1], ['2', 2], ['3', 3], ['4', 4], ['Escape', -1], ['Enter', 1], ['Tab Tab Enter', 3],
     ['ArrowDown Enter', 2], ['ArrowUp Enter', 4], ['Tab ArrowDown Enter', 3], ['Shift+Tab Enter', -1]]],
@@ -92,8 +101,12 @@ for (const [size, options] of Object.entries(keyboards)) {
     const {shown, window} = await pagesIn(t, options);
     for (const [page, vars, presses] of keys) {
       for (const [sequence, result, changed = vars] of presses) {
+        await window.reload();  // no menu remembers what was chosen in it
         await shown.bring(window, page, vars);
-        for (const key of sequence.split(' ')) await window.keyboard.press(key);
+        for (const key of sequence.split(' ')) {
+          await rest(window);
+          await window.keyboard.press(key);
+        }
         const {result: returned, vars: handed = vars} = await shown.returned(page);
         assert.deepEqual([returned, handed], [result, changed], `${page}: ${sequence}`);
       }
@@ -105,6 +118,9 @@ test('a digit without an entry does nothing', async (t) => {
   const {shown, window} = await pagesIn(t, sizes.pc);
   await shown.show('mainmenu.html', {show_settings: '0', show_cloudproxy: '0'});
   await onScreen(window, 'mainmenu.html');
-  for (const digit of ['3', '4', '2']) await window.keyboard.press(digit);
+  for (const digit of ['3', '4', '2']) {
+    await rest(window);
+    await window.keyboard.press(digit);
+  }
   assert.equal((await shown.returned('mainmenu.html')).result, 2);
 });

@@ -35,7 +35,7 @@ export const pages = [
   {page: 'result.html', as: 'result-error', vars: {text: error('Cannot read settings.<br>Cloudproxy not running?')},
     parts: [button('OK')], texts: ['Error:', 'Cannot read settings.', 'Cloudproxy not running?']},
   {page: 'result.html', as: 'result-log', vars: {text: installLog}, parts: [button('OK')],
-    texts: ['Download successful', 'Warning: hello 1.0.0 is not signed', 'Error: upload-1.zip: "../evil"', '  parking 2.4.1']},
+    texts: ['1 updated, 1 refused', 'Warning: hello 1.0.0 is not signed', 'Error: upload-1.zip: "../evil"', '  parking 2.4.1']},
   {page: 'result.html', as: 'result-gateway', parts: [button('OK')], texts: ['Cloud reachable', '204 (unknown)'],
     vars: {text: "<span style='color:#0f0'><b>Cloud reachable</b></span><br><b>Gateway:</b><div class='text_nowrap_tick'>" +
       "gateway-europe-west-1.terminals.payments.example.net</div><b>Status</b>:<div class='text_nowrap_tick'>204 (unknown)</div>"}},
@@ -54,7 +54,7 @@ export const pages = [
     vars: {url_list: JSON.stringify([{if_name: 'eth0', url: 'http://192.168.1.20:6370'}])},
     texts: ['http://192.168.1.20:6370', 'eth0']},
   {page: 'download-http.html', as: 'download-http-two', async: true, parts: [button('Stop')],
-    texts: ['http://[2001:db8:85a3::8a2e:370:7334]:6370', 'wlan0'],
+    texts: ['2 addresses lead here', 'http://192.168.1.20:6370', 'eth0', 'wlan0'],
     vars: {url_list: JSON.stringify([{if_name: 'eth0', url: 'http://192.168.1.20:6370'},
       {if_name: 'wlan0', url: 'http://[2001:db8:85a3::8a2e:370:7334]:6370'}])}},
   {page: 'download-ddl.html', async: true, vars: {portname: 'USB'}, parts: [button('Abort')], texts: ['USB', 'Waiting for data.']},

@@ -5,13 +5,17 @@ import {execFileSync} from 'node:child_process';
 import {existsSync, writeFileSync} from 'node:fs';
 import path from 'node:path';
 import {after, before, test} from 'node:test';
-import {build, close, launch, open, onScreen, scratch, screenUrl, sizes, start, stop} from './support.js';
+import {build, close, launch, open, onScreen, scratch, rest, screenUrl, sizes, start, stop} from './support.js';
 import {operators} from './ways.js';
 
 before(launch);
 after(close);
 
-const press = (window, name) => window.getByRole('button', {name, exact: true}).tap();
+async function press(window, name) {
+  await window.getByRole('button', {name, exact: true}).waitFor();
+  await rest(window);
+  await window.getByRole('button', {name, exact: true}).tap();
+}
 
 // The menu entry of a serial line that this machine has not.
 function absentLine() {
@@ -42,6 +46,8 @@ for (const {by, options, press: pressBy} of operators) {
       await onScreen(window, page);
     }
     await pressBy(window, 'Exit');
+    await rest(window);
+    await pressBy(window, 'Leave');
     assert.deepEqual(await program.ended, [0, null]);
     await window.getByText('No connection. Trying again.').waitFor();
   });

@@ -177,6 +177,15 @@ export const close = () => browser.close();
 export async function open(t, url, options = sizes.pc) {
   const context = await browser.newContext(options);
   const page = await context.newPage();
+  // The clock by which the screen tells one press from another stands still until a test puts it ahead; long timers take
+  // as long as the test says.
+  await page.addInitScript(() => {
+    globalThis.clock = 1000;
+    performance.now = () => globalThis.clock;
+    globalThis.hastened = {};
+    const begin = globalThis.setTimeout;
+    globalThis.setTimeout = (act, ms, ...rest) => begin(act, globalThis.hastened[ms] ?? ms, ...rest);
+  });
   const problems = [];
   atEnd(t, async () => {
     await context.close();
@@ -203,7 +212,17 @@ export async function onScreen(window, name) {
     return screen.page === name;
   });
   await window.locator(`#screen[data-id="${screen.id}"][aria-busy="false"]`).waitFor();
+  await rest(window);
 }
+
+// Lets the operator pause until whatever `window` shows takes a press.
+export async function rest(window) {
+  await window.locator('#screen[data-settled]').waitFor();
+  await skip(window, 1000);
+}
+
+// Lets `ms` pass for the presses on `window`.
+export const skip = (window, ms) => window.evaluate((time) => { globalThis.clock += time; }, ms);
 
 // Pages in a main menu with all its entries, and a window that shows it.
 export async function pagesIn(t, options = sizes.pc) {

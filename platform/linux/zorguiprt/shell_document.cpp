@@ -22,7 +22,7 @@ std::string shellDocument(const std::string& title) {
 </head>
 <body>
 <main id="screen" tabindex="-1"></main>
-<noscript>The screen needs JavaScript.</noscript>
+<noscript>This page shows the terminal's screen. It needs JavaScript: switch it on in this browser, then load the page again.</noscript>
 <script src="/pages/screen.js"></script>
 </body>
 </html>
