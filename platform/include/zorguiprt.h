@@ -29,9 +29,11 @@ int uiInvokeURL(int region, int flags, std::map<std::string, std::string>& vars,
                 UICallback callback, void* data);
 
 // Shows `page` with a copy of `vars` and returns at once; the next page replaces it. `callback` (may be null) is told
-// the page's results while the page is up, until one is -1: the operator has left it. A page that cannot be shown
-// counts as left; where there is no thread to tell that, this call tells it itself. When the next call that shows a
-// page has put it up or returned, the callback has ended and is not called any more.
+// the page's results while the page is up, until one is -1: the operator has left it. Where the page's file cannot be
+// read, another page stands in, which can be left: the callback is then told 1, by which a page aborts what goes on
+// behind it, and -1. Where no page can be shown at all it is told both at once; where there is no thread to tell that,
+// this call tells it itself. When the next call that shows a page has put it up or returned, the callback has ended and
+// is not called any more.
 void uiInvokeURLAsync(int region, int flags, const std::map<std::string, std::string>& vars, const std::string& page,
                       UIAsyncCallback callback, void* data);
 

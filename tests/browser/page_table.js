@@ -60,4 +60,7 @@ export const pages = [
   {page: 'download-ddl.html', async: true, vars: {portname: 'USB'}, parts: [button('Abort')], texts: ['USB', 'Waiting for data.']},
   {page: 'download-ddl.html', as: 'download-ddl-message', async: true, vars: {portname: 'COM1', message: 'Loading parking 2.4.1 (3 of 7)'},
     parts: [button('Abort')], texts: ['COM1', 'Loading parking 2.4.1 (3 of 7)']},
+  // What stands in for a page whose file is not there.
+  {page: 'missing.html', async: true, vars: {}, parts: [button('Back'), button('Abort')],
+    texts: ['Page missing', 'The page missing.html cannot be read:', 'No such file or directory.']},
 ].map((entry) => ({as: entry.page.replace('.html', ''), parts: [], texts: [], ...entry}));

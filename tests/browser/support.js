@@ -93,7 +93,7 @@ export const screenUrl = (root) => waitUntil('the screen is served', () => {
 });
 
 // The pages that the program shows without waiting for what they return.
-const asynchronous = ['wait.html', 'download-http.html', 'download-ddl.html'];
+const asynchronous = ['wait.html', 'download-http.html', 'download-ddl.html', 'missing.html'];
 
 // Pages shown through the real GUI library, without the program's logic: jxscreen_driver.
 export class Pages {

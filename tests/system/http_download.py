@@ -100,6 +100,15 @@ class HttpDownloadTest(OperatorCase):
         operator.see("download.html")
         self.assertFalse(jxtest.can_connect(jxtest.HTTP_PORT))
 
+    def test_server_without_its_page_runs_until_it_is_left(self):
+        self.use_pages_without("download-http.html")
+        self.add_interface("jxa", "10.1.0.1/24")
+        operator = self.assert_urls(("jxa", "http://10.1.0.1:6370"))
+        jxtest.wait_until(lambda: jxtest.can_connect(jxtest.HTTP_PORT), what="the server listens")
+        operator.answer(1)
+        operator.answer(-1)
+        operator.see("download.html")
+
     def test_server_starts_again(self):
         self.add_interface("jxa", "10.1.0.1/24")
         operator = self.assert_urls(("jxa", "http://10.1.0.1:6370"))

@@ -2,6 +2,7 @@
 
 import http.client
 import json
+import shutil
 import urllib.parse
 
 import jxtest
@@ -65,6 +66,13 @@ class Operator:
 
 
 class OperatorCase(jxtest.Case):
+    def use_pages_without(self, page):
+        """Has the programs started from now on miss a page."""
+        pages = self.root / "pages"
+        shutil.copytree(jxtest.SOURCE / "pages", pages)
+        (pages / page).unlink()
+        self.env["JXPLATFORM_PAGES"] = str(pages)
+
     def start_terminal(self, **kwargs):
         """Starts the program with its screen; its operator is `self.operator`."""
         self.env["JXPLATFORM_SCREEN"] = "127.0.0.1:0"

@@ -69,12 +69,20 @@ class Pages(ScreenCase):
         self.assertIn("libzorguiprt: cannot read the page missing.html in", self.stderr())
         self.assertEqual(len(self.stderr().splitlines()), 5)
 
-    def test_missing_page_shown_asynchronously_counts_as_left(self):
+    def test_missing_page_shown_asynchronously_has_another_in_its_place_that_can_be_left(self):
         self.drive()
-        self.driver.tell(**{"async": "missing.html"})
-        got = [self.driver.next() for _ in range(3)]
-        self.assertIn({"shown": "missing.html"}, got)
-        self.assertIn({"reported": "missing.html", "type": 0, "result": -1}, got)
+        self.driver.tell(**{"async": "missing<b>.html", "vars": {"name": "v"}})
+        self.assertEqual(self.driver.next(), {"shown": "missing<b>.html"})
+        screen = self.screen()
+        self.assertEqual((screen["page"], screen["sync"], screen["vars"]), ("missing<b>.html", False, {"name": "v"}))
+        self.assertIn("The page missing&lt;b&gt;.html cannot be read:<br>No such file or directory.<br>", screen["html"])
+        self.assertEqual(re.findall('<button [^>]*data-result="(.*?)"', screen["html"]), ["-1", "1"])
+        self.assertRegex(self.stderr(), "^libzorguiprt: cannot read the page missing<b>.html in .*: No such file or directory\n$")
+        self.assertEqual(self.post(screen["id"], {"result": -1}).status, 204)
+        for result in (1, -1):
+            self.assertEqual(self.driver.next(), {"began": "missing<b>.html"})
+            self.assertEqual(self.driver.next(), {"reported": "missing<b>.html", "type": 0, "result": result})
+        self.assertEqual(self.post(screen["id"], {"result": -1}).status, 409)
 
     def test_page_that_ends_for_a_missing_one_takes_no_result(self):
         self.drive()

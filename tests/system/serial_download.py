@@ -44,10 +44,10 @@ class SerialDownloadTest(SerialCase):
         self.operator.see_past([PROGRESS], "install-ddl.html")
         self.operator.press_if_open(0)
 
-    def press_abort(self):
+    def press_abort(self, result=1):
         """Presses the button of the progress page, which a message may replace in the meantime."""
         self.operator.see(PROGRESS)
-        while not self.operator.press_if_open(1):
+        while not self.operator.press_if_open(result):
             self.operator.see(PROGRESS)
 
     def wait_for_bytes(self, count=20000):
@@ -133,6 +133,15 @@ class SerialDownloadTest(SerialCase):
         self.assertIn("sent_again", result)
         self.assertIn(self.outcome(), (ABORTED, ERROR + "COM1 download failed -3."))
         self.assert_nothing_installed()
+
+    def test_download_without_its_progress_page_goes_on_and_can_be_left(self):
+        self.use_pages_without(PROGRESS)
+        line = self.begin(rate=SLOW)
+        process = self.push(line, self.large)
+        self.wait_for_bytes()
+        self.press_abort(-1)
+        process.communicate(timeout=60)
+        self.assertIn(self.outcome(), (ABORTED, ERROR + "COM1 download failed -3."))
 
     def test_interrupted_sender_makes_the_terminal_drop_the_download(self):
         line = self.begin(rate=SLOW)

@@ -10,7 +10,13 @@ namespace {
 
 constexpr std::chrono::milliseconds kCallbackInterval{100};
 constexpr std::chrono::seconds kReportTimeout{10};
-constexpr int kLeft = -1;  // the result of a page that the operator leaves
+constexpr int kAborts = 1;  // the result of a page that aborts what goes on behind it
+constexpr int kLeft = -1;   // the result of a page that the operator leaves
+
+void tell(zorgui::UIAsyncCallback callback, void* data, int result) {
+  const zorgui::UICallbackData info{result};
+  callback(data, zorgui::kUICallbackResult, &info);
+}
 
 }  // namespace
 
@@ -25,6 +31,7 @@ struct Screen::Page {
   std::uint64_t id = 0;
   Text json;
   bool synchronous = false;
+  bool standsIn = false;
   std::optional<int> autoResult;
   std::chrono::steady_clock::time_point autoResultTime;
   State state = State::kOpen;
@@ -90,6 +97,7 @@ void Screen::showAsynchronous(const PageContent& content, zorgui::UIAsyncCallbac
   auto page = std::make_shared<Page>();
   page->callback = callback;
   page->data = data;
+  page->standsIn = content.standsIn;
   Lock lock(mutex_);
   if (callback != nullptr) startDispatcher();
   put(lock, page, content);
@@ -179,9 +187,10 @@ bool Screen::report(Lock& lock, const PagePointer& page, int result) {
   return false;
 }
 
-void reportLeft(zorgui::UIAsyncCallback callback, void* data) {
-  const zorgui::UICallbackData info{kLeft};
-  if (callback != nullptr) callback(data, zorgui::kUICallbackResult, &info);
+void reportGivenUp(zorgui::UIAsyncCallback callback, void* data) {
+  if (callback == nullptr) return;
+  tell(callback, data, kAborts);
+  tell(callback, data, kLeft);
 }
 
 // The caller may wait for nothing but this call.
@@ -189,7 +198,7 @@ void Screen::reportUnshown(zorgui::UIAsyncCallback callback, void* data) {
   try {
     if (callback != nullptr) queueUnshown(callback, data);
   } catch (const std::exception&) {
-    reportLeft(callback, data);
+    reportGivenUp(callback, data);
   }
 }
 
@@ -197,12 +206,19 @@ void Screen::queueUnshown(zorgui::UIAsyncCallback callback, void* data) {
   const auto page = std::make_shared<Page>();
   page->callback = callback;
   page->data = data;
+  page->standsIn = true;
   const auto entry = std::make_shared<Report>(Report{page, kLeft});
   const Lock lock(mutex_);
   if (closed_) return;
   startDispatcher();
   reports_.push_back(entry);
   changed_.notify_all();
+}
+
+void Screen::perform(const Report& report) {
+  const Page& page = *report.page;
+  if (page.standsIn && report.result == kLeft) return reportGivenUp(page.callback, page.data);
+  tell(page.callback, page.data, report.result);
 }
 
 // The library's thread.
@@ -218,8 +234,7 @@ void Screen::dispatch() {
     callbackRuns_ = true;
     changed_.notify_all();
     lock.unlock();
-    const zorgui::UICallbackData info{entry->result};
-    entry->page->callback(entry->page->data, zorgui::kUICallbackResult, &info);
+    perform(*entry);
     lock.lock();
     callbackRuns_ = false;
     changed_.notify_all();

@@ -30,10 +30,12 @@ struct PageContent {
   std::map<std::string, std::string> vars;
   std::string html;                    // processed
   std::optional<int> autoResult = {};  // of a synchronous page that returns by itself
+  bool standsIn = false;               // for an asynchronous page that could not be read
 };
 
-// Tells `callback` (may be null) that its page was left, on the calling thread.
-void reportLeft(zorgui::UIAsyncCallback callback, void* data);
+// Ends what `callback` (may be null) waits for, on the calling thread, where the page that would end it is not there:
+// tells it 1, by which a page aborts what goes on behind it, and then -1, by which it is left.
+void reportGivenUp(zorgui::UIAsyncCallback callback, void* data);
 
 // The state behind the screen's requests. Any thread may call anything; nothing here throws but for want of memory or,
 // where it is said, of a thread.
@@ -66,12 +68,13 @@ class Screen {
 
   // Puts a page on the screen in place of the one before, as endPage does. While another thread is in endPage, a page
   // that a callback shows is ended at once. An asynchronous page with a callback needs the library's thread, and is not
-  // shown when the system gives none.
+  // shown when the system gives none. The -1 of one that stands in is reported as reportGivenUp does.
   PagePointer showSynchronous(const PageContent& content);
   void showAsynchronous(const PageContent& content, zorgui::UIAsyncCallback callback, void* data);
 
-  // Calls an asynchronous page's callback (may be null) with -1 on the library's thread, for a page that cannot be
-  // shown; endPage ends that too. Without the memory or the thread for it, calls it before it returns. Throws nothing.
+  // Calls an asynchronous page's callback (may be null) as reportGivenUp does on the library's thread, for a page that
+  // cannot be shown; endPage ends that too. Without the memory or the thread for it, calls it before it returns. Throws
+  // nothing.
   void reportUnshown(zorgui::UIAsyncCallback callback, void* data);
 
   // Blocks until `page` has its result, which one that returns by itself has at the latest when it has been up for the
@@ -101,6 +104,7 @@ class Screen {
   void put(Lock& lock, const PagePointer& page, const PageContent& content);
   void startDispatcher();
   bool report(Lock& lock, const PagePointer& page, int result);
+  static void perform(const Report& report);
   void queueUnshown(zorgui::UIAsyncCallback callback, void* data);
   void dispatch();
   bool onDispatcher() const;

@@ -13,6 +13,7 @@
 #include "base/atomic_file.h"
 #include "platform/linux/support/root.h"
 #include "platform/linux/zorguiprt/auto_result.h"
+#include "platform/linux/zorguiprt/stand_in_page.h"
 #include "platform/linux/zorhtml/page_processor.h"
 
 namespace jxplatform {
@@ -58,17 +59,18 @@ TerminalScreen::TerminalScreen()
   std::atexit([] { instance().end(); });
 }
 
-bool TerminalScreen::prepare(PageContent& content) {
+std::string TerminalScreen::fill(PageContent& content) const {
   std::string text;
   if (files_.read(content.page, text) != PageFiles::Outcome::kRead) {
-    complain("cannot read the page " + content.page + " in " + files_.folder() + ": " + std::strerror(errno));
-    return false;
+    std::string reason = std::strerror(errno);
+    complain("cannot read the page " + content.page + " in " + files_.folder() + ": " + reason);
+    return reason;
   }
   ProcessedPage processed = processPage(text, content.vars);
   for (const std::string& problem : processed.problems) complain(content.page + ": " + problem);
   content.html = std::move(processed.html);
   content.autoResult = autoResult(text);
-  return serve();
+  return {};
 }
 
 bool TerminalScreen::serve() {
@@ -103,7 +105,7 @@ void TerminalScreen::writeUrl() {
 int TerminalScreen::showSynchronous(Vars& vars, const std::string& page, zorgui::UICallback callback, void* data) {
   screen_.endPage();
   PageContent content{page, vars, {}};
-  if (!prepare(content)) return -1;
+  if (!fill(content).empty() || !serve()) return -1;
   Vars shown = content.vars;
   auto result = screen_.waitForResult(screen_.showSynchronous(content), callback, data);
   if (!result) return -1;
@@ -128,7 +130,12 @@ void TerminalScreen::showAsynchronous(const Vars& vars, const std::string& page,
 bool TerminalScreen::putUp(const Vars& vars, const std::string& page, zorgui::UIAsyncCallback callback, void* data) {
   try {
     PageContent content{page, vars, {}};
-    if (!prepare(content)) return false;
+    const std::string reason = fill(content);
+    if (!reason.empty()) {
+      content.html = standInPage(page, reason, callback != nullptr);
+      content.standsIn = true;
+    }
+    if (!serve()) return false;
     screen_.showAsynchronous(content, callback, data);
     return true;
   } catch (const std::exception& error) {
@@ -169,7 +176,7 @@ void uiInvokeURLAsync(int /*region*/, int /*flags*/, const std::map<std::string,
   } catch (const std::exception& error) {
     // There was no memory for the screen itself, and so no thread that could tell it.
     jxplatform::complainOf(page, error);
-    jxplatform::reportLeft(callback, data);
+    jxplatform::reportGivenUp(callback, data);
   }
 }
 

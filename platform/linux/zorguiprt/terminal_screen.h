@@ -27,8 +27,8 @@ class TerminalScreen {
  private:
   TerminalScreen();
 
-  // The page with its instructions carried out; false when it cannot be shown.
-  bool prepare(PageContent& content);
+  // Reads the page and carries out its instructions; empty, or the reason why it cannot be read.
+  std::string fill(PageContent& content) const;
   bool putUp(const Vars& vars, const std::string& page, zorgui::UIAsyncCallback callback, void* data);
   bool serve();
   std::string startServer();

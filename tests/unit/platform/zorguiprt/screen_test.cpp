@@ -252,11 +252,22 @@ TEST_F(ScreenTest, PageThatReplacesACallbacksOwnPage_EndsBoth) {
   EXPECT_FALSE(innerHadResult.get_future().get());
 }
 
-TEST_F(ScreenTest, PageThatCannotBeShown_ReportsThatItWasLeft) {
+TEST_F(ScreenTest, PageThatCannotBeShown_ReportsThatItIsGivenUp) {
   Listener listener;
   screen.reportUnshown(Listener::report, &listener);
-  EXPECT_EQ(listener.waitForResults(1), (std::vector<int>{-1}));
+  EXPECT_EQ(listener.waitForResults(2), (std::vector<int>{1, -1}));
   screen.reportUnshown(nullptr, nullptr);
+}
+
+TEST_F(ScreenTest, PageThatStandsIn_ReportsThatItIsGivenUpWhenItIsLeft) {
+  Listener listener;
+  screen.showAsynchronous({"async.html", {}, "", {}, true}, Listener::report, &listener);
+  EXPECT_TRUE(screen.post(101, resultOf(0)));
+  EXPECT_TRUE(screen.post(101, resultOf(1)));
+  EXPECT_EQ(listener.waitForResults(2), (std::vector<int>{0, 1}));
+  EXPECT_TRUE(screen.post(101, resultOf(-1)));
+  EXPECT_FALSE(screen.post(101, resultOf(-1)));
+  EXPECT_EQ(listener.waitForResults(4), (std::vector<int>{0, 1, 1, -1}));
 }
 
 TEST_F(ScreenTest, PagesFromManyThreads_EachEndOnce) {
