@@ -1,4 +1,6 @@
-// Runs a fuzzer over the files of a folder, each whole and cut at its middle. Usage: PROGRAM FOLDER
+// Runs a fuzzer over the files of a folder, each whole and cut at its middle.
+//
+// Usage: PROGRAM FOLDER
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>

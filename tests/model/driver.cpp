@@ -2,6 +2,7 @@
 // A case: a letter ('Q' a message read as a server, 'A' as a client, 'F' a form), the place of a silence in the bytes
 // (-1: none), a letter for what follows them ('C' the end of the connection, 'T' silence, 'F' a failure) and their
 // number, the numbers as decimal text, each of the four followed by a blank; then the bytes.
+//
 // Usage: model_driver DIRECTORY (for the files of forms)
 #include <cstdio>
 #include <fstream>

@@ -1,6 +1,9 @@
 // One exchange of the HTTP client, from the command line.
-// Usage: http_client_driver METHOD-CODE ADDRESS PORT PATH TYPE [USER PASSWORD]; the body on standard input. Prints the
-// status, the answer's type and its body, a line each for the first two.
+//
+// Usage: http_client_driver METHOD-CODE ADDRESS PORT PATH TYPE [USER PASSWORD]
+//
+// Sends what stands on standard input as the body. Prints the status, the answer's type and its body, a line each for
+// the first two.
 #include <zoripc.h>
 
 #include <cstdio>

@@ -1,6 +1,8 @@
 // Runs the installer once on $JXPLATFORM_ROOT and prints its messages, for the tests of real processes.
+//
 // Usage: jxinstall_driver [--two-renames] [--stop] [--lock-timeout MS]   (--stop: raises SIGSTOP before it begins)
 //        jxinstall_driver --certificates                                (writes the certificate archive)
+//
 // Ends with 0 when the installer reported no error, 1 when it did, 2 for a wrong command line.
 #include <jxapp.h>
 

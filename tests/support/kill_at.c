@@ -1,7 +1,9 @@
 /* Runs a program until it stops itself with SIGSTOP, then lets it go on from system call to system call and kills it
  * before the Nth: what the disk holds then is what it holds after the one before it.
- * Usage: kill_at N PROGRAM [ARGUMENT...]     Ends with 0 when it killed, 1 when the program ended before, 2 for
- * trouble. */
+ *
+ * Usage: kill_at N PROGRAM [ARGUMENT...]
+ *
+ * Ends with 0 when it killed, 1 when the program ended before, 2 for trouble. */
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>

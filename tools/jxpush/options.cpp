@@ -58,9 +58,8 @@ void declare(CLI::App& app, Options& options) {
       "\"jxpush status --to http://HOST[:PORT]\" says whether a terminal answers and which certificates it offers.\n\n"
       "Exit codes: 0 sent, 2 wrong command line, 10 a file cannot be read, 20 no such port or terminal, or the\n"
       "connection broke and nothing is installed, 21 the port is busy, 22 no permission for the port, 30 gave up: no\n"
-      "answer, the line is too bad, or the upload was refused, 34 the terminal refused or aborted the download, 40 "
-      "the\n"
-      "installer reported an error, 41 the connection broke and what is installed is not known, 130 interrupted.");
+      "answer, the line is too bad, or the upload was refused, 34 the terminal refused or aborted the download, 40\n"
+      "the installer reported an error, 41 the connection broke and what is installed is not known, 130 interrupted.");
 }
 
 }  // namespace
