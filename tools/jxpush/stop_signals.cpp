@@ -14,7 +14,12 @@ namespace jxpush {
 
 namespace {
 
-constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
+struct StopSignal {
+  int number;
+  bool caught;
+};
+
+StopSignal signals[] = {{SIGINT, false}, {SIGTERM, false}, {SIGHUP, false}};
 int stopPipe[2] = {-1, -1};
 
 extern "C" void noteStop(int /*number*/) {
@@ -22,7 +27,9 @@ extern "C" void noteStop(int /*number*/) {
   const char byte = 0;
   // A full pipe says the same.
   if (write(stopPipe[1], &byte, 1) < 0) errno = saved;
-  for (const int number : kSignals) signal(number, SIG_DFL);
+  for (const StopSignal& each : signals) {
+    if (each.caught) signal(each.number, SIG_DFL);
+  }
   errno = saved;
 }
 
@@ -32,7 +39,13 @@ int catchStopSignals() {
   if (pipe2(stopPipe, O_CLOEXEC | O_NONBLOCK) != 0) throw Problem(ExitCode::kGaveUp, std::strerror(errno));
   struct sigaction action {};
   action.sa_handler = noteStop;
-  for (const int number : kSignals) sigaction(number, &action, nullptr);
+  for (StopSignal& each : signals) {
+    struct sigaction found {};
+    sigaction(each.number, nullptr, &found);
+    // As nohup leaves it, for a sending that outlives the session.
+    each.caught = each.number != SIGHUP || found.sa_handler != SIG_IGN;
+    if (each.caught) sigaction(each.number, &action, nullptr);
+  }
   return stopPipe[0];
 }
 

@@ -4,7 +4,8 @@
 namespace jxpush {
 
 // From now on the first SIGINT, SIGTERM or SIGHUP makes the returned descriptor readable for good; a second one ends
-// the program at once. Once per program. Throws Problem(kGaveUp) where the system has no descriptor left.
+// the program at once. A SIGHUP that is ignored stays ignored. Once per program. Throws Problem(kGaveUp) where the
+// system has no descriptor left.
 int catchStopSignals();
 
 // Whether `stopFd`, from catchStopSignals(), is readable. Does not wait.
