@@ -20,8 +20,6 @@ LineSimulator::LineSimulator(const Settings& settings)
     : settings_(settings),
       forward_(host_, terminal_, settings_.toTerminal, settings.seed),
       backward_(terminal_, host_, settings_.toHost, settings.seed + 1) {
-  forward_.opposite = &backward_;
-  backward_.opposite = &forward_;
   if (pipe(wake_) != 0) throw std::system_error(errno, std::generic_category(), "pipe");
   thread_ = std::thread([this] { run(); });
 }
@@ -52,7 +50,6 @@ void LineSimulator::waitForWork() {
     if (way->queue.size() < kQueueLimit) entries[toTerminal ? 1 : 2].events |= POLLIN;
     if (way->queue.empty()) continue;
     const Byte& first = way->queue.front();
-    if (first.heldTo > way->opposite->seen) continue;
     if (first.alone && way->to.unread() > 0) {
       next = std::min(next, Clock::now() + std::chrono::milliseconds(1));
     } else if (first.due > Clock::now()) {
@@ -74,59 +71,22 @@ void LineSimulator::take(Way& way) {
   if (way.queue.size() >= kQueueLimit) return;
   unsigned char buffer[kQueueLimit];
   const ssize_t got = ::read(way.from.master(), buffer, sizeof buffer);
-  if (got <= 0 || cut_) return;
+  if (got <= 0) return;
   quiet_ = false;
-  for (ssize_t i = 0; i < got; ++i) accept(way, buffer[i]);
+  const std::size_t before = way.faulty.met().size();
+  for (ssize_t i = 0; i < got; ++i) {
+    const FaultyDirection::Output output = way.faulty.pass(buffer[i]);
+    for (std::size_t at = 0; at < output.count; ++at) put(way, output.bytes[at]);
+  }
+  faults_ += way.faulty.met().size() - before;
 }
 
-void LineSimulator::accept(Way& way, unsigned char byte) {
-  const std::size_t at = way.seen++;
-  if (way.holdForSwap) {
-    way.holdForSwap = false;
-    put(way, byte);
-    return put(way, way.held);
-  }
-  for (const Event& event : way.direction.script) {
-    if (event.at == at) return apply(way, event, byte);
-  }
-  const std::uint32_t oneIn = way.direction.oneIn;
-  if (oneIn == 0 || way.random() % oneIn != 0) return put(way, byte);
-  const Fault fault = kAllFaults[way.random() % (sizeof kAllFaults / sizeof kAllFaults[0])];
-  apply(way, {at, fault, static_cast<unsigned char>(way.random() & 0xFFU)}, byte);
-}
-
-void LineSimulator::apply(Way& way, const Event& event, unsigned char byte) {
-  ++faults_;
-  switch (event.fault) {
-    case Fault::Drop:
-      return;
-    case Fault::Repeat:
-      put(way, byte);
-      return put(way, byte);
-    case Fault::Flip:
-      return put(way, static_cast<unsigned char>(byte ^ (event.value == 0 ? 1U : event.value)));
-    case Fault::Insert:
-      put(way, event.value);
-      return put(way, byte);
-    case Fault::Swap:
-      way.holdForSwap = true;
-      way.held = byte;
-      return;
-    case Fault::Delay:
-      return put(way, byte, settings_.delayMs);
-    case Fault::Split:
-      return put(way, byte, 0, true);
-    case Fault::Hold:
-      return put(way, byte, 0, false, way.opposite->seen + event.value);
-  }
-}
-
-void LineSimulator::put(Way& way, unsigned char byte, std::uint32_t extraMs, bool alone, std::size_t heldTo) {
+void LineSimulator::put(Way& way, const FaultyDirection::Byte& byte) {
   // A byte is on the line for its own time, behind those ahead of it.
-  auto due = std::max(way.lineFree, Clock::now()) + std::chrono::milliseconds(extraMs);
+  auto due = std::max(way.lineFree, Clock::now()) + std::chrono::milliseconds(settings_.delayMs * byte.delays);
   if (settings_.bytesPerSecond != 0) due += std::chrono::nanoseconds(1000000000 / settings_.bytesPerSecond);
   way.lineFree = due;
-  way.queue.push_back({byte, due, alone, heldTo});
+  way.queue.push_back({byte.value, due, byte.alone});
 }
 
 void LineSimulator::deliver(Way& way) {
@@ -134,7 +94,7 @@ void LineSimulator::deliver(Way& way) {
   std::size_t count = 0;
   const auto now = Clock::now();
   for (const Byte& byte : way.queue) {
-    if (count == sizeof buffer || byte.due > now || byte.heldTo > way.opposite->seen) break;
+    if (count == sizeof buffer || byte.due > now) break;
     if (byte.alone && (count > 0 || way.to.unread() > 0)) break;
     buffer[count++] = byte.value;
   }

@@ -6,43 +6,20 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
-#include <mutex>
-#include <random>
 #include <string>
 #include <thread>
-#include <vector>
 
+#include "tests/support/line_faults.h"
 #include "tests/support/pty_pair.h"
 
 class LineSimulator {
  public:
-  enum class Fault { Drop, Repeat, Flip, Insert, Swap, Delay, Split, Hold };
-  // Those that need no answer from the far end.
-  static constexpr Fault kAllFaults[] = {Fault::Drop, Fault::Repeat, Fault::Flip, Fault::Insert,
-                                         Fault::Swap, Fault::Delay,  Fault::Split};
-
-  // A fault at one byte, counted from 0 in its direction.
-  struct Event {
-    std::size_t at;
-    Fault fault;
-    // Flip: the bits, 0 means the lowest; Insert: the byte; Hold: how many bytes its reader must send before it gets
-    // this one and what is behind it
-    unsigned char value = 0;
-  };
-
-  // One direction of the line.
-  struct Direction {
-    std::vector<Event> script;
-    std::uint32_t oneIn =
-        0;  // besides the script, one byte in so many has a fault of a kind chosen by the seed; 0: none
-  };
-
   struct Settings {
-    Direction toTerminal;
-    Direction toHost;
+    std::uint32_t toTerminal = 0;  // one byte in so many has a fault; 0: none
+    std::uint32_t toHost = 0;
     std::uint32_t seed = 1;
     std::uint32_t bytesPerSecond = 0;  // in each direction; 0: as fast as it goes
-    std::uint32_t delayMs = 30;        // of a Delay
+    std::uint32_t delayMs = 30;        // of a byte that is late
   };
 
   // The line stands when the constructor returns.
@@ -54,16 +31,11 @@ class LineSimulator {
   const std::string& hostPath() const { return host_.path(); }
   const std::string& terminalPath() const { return terminal_.path(); }
   const PtyPair& hostEnd() const { return host_; }
-  const PtyPair& terminalEnd() const { return terminal_; }
 
-  // Passes nothing on any more, in either direction. Any thread.
-  void cut() { cut_ = true; }
   // Nothing is under way to the terminal, and it has read all that arrived. Any thread.
   bool quiet() const { return quiet_ && terminal_.unread() == 0; }
   // How many faults there were. Any thread.
   std::size_t faults() const { return faults_; }
-  // How many bytes came in for the terminal. Any thread.
-  std::size_t sentToTerminal() const { return forward_.seen; }
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -71,31 +43,23 @@ class LineSimulator {
   struct Byte {
     unsigned char value;
     Clock::time_point due;
-    bool alone;          // not before the reader has taken what is ahead of it
-    std::size_t heldTo;  // not before so many bytes came in the other direction
+    bool alone;  // not before the reader has taken what is ahead of it
   };
 
   struct Way {
-    Way(const PtyPair& source, const PtyPair& sink, const Direction& settings, std::uint32_t seed)
-        : from(source), to(sink), direction(settings), random(seed) {}
+    Way(const PtyPair& source, const PtyPair& sink, std::uint32_t oneIn, std::uint32_t seed)
+        : from(source), to(sink), faulty({}, oneIn, seed) {}
     const PtyPair& from;
     const PtyPair& to;
-    const Direction& direction;
-    std::mt19937 random;
-    std::atomic<std::size_t> seen{0};
-    const Way* opposite = nullptr;
+    FaultyDirection faulty;
     std::deque<Byte> queue;
     Clock::time_point lineFree;
-    bool holdForSwap = false;
-    unsigned char held = 0;
   };
 
   void run();
   void waitForWork();
   void take(Way& way);
-  void accept(Way& way, unsigned char byte);
-  void apply(Way& way, const Event& event, unsigned char byte);
-  void put(Way& way, unsigned char byte, std::uint32_t extraMs = 0, bool alone = false, std::size_t heldTo = 0);
+  void put(Way& way, const FaultyDirection::Byte& byte);
   static void deliver(Way& way);
 
   const Settings settings_;
@@ -103,7 +67,6 @@ class LineSimulator {
   PtyPair terminal_;
   Way forward_;
   Way backward_;
-  std::atomic<bool> cut_{false};
   std::atomic<bool> stop_{false};
   std::atomic<bool> quiet_{true};
   std::atomic<std::size_t> faults_{0};

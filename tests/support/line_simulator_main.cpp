@@ -25,8 +25,8 @@ bool setOption(LineSimulator::Settings& settings, const char* word) {
   };
   const Option options[] = {{"rate=", &settings.bytesPerSecond},
                             {"seed=", &settings.seed},
-                            {"to_terminal=", &settings.toTerminal.oneIn},
-                            {"to_host=", &settings.toHost.oneIn},
+                            {"to_terminal=", &settings.toTerminal},
+                            {"to_host=", &settings.toHost},
                             {"delay_ms=", &settings.delayMs}};
   const auto* const found = std::find_if(std::begin(options), std::end(options), [word](const Option& option) {
     return std::strncmp(word, option.name, std::strlen(option.name)) == 0;

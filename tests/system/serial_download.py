@@ -190,7 +190,7 @@ class SerialDownloadTest(SerialCase):
         self.assertEqual(self.outcome(), ERROR + "COM2 download failed -1.")
 
     def test_faulty_line_ends_with_the_application_or_with_a_code(self):
-        line = self.begin(seed=1, to_terminal=30000, to_host=100, delay_ms=5)
+        line = self.begin(seed=1, to_terminal=30000, to_host=3000, delay_ms=5)
         for _ in range(3):
             process = self.push(line, self.large)
             _, errors = process.communicate(timeout=200)

@@ -48,7 +48,7 @@ SerialPort::SerialPort(const std::string& device, int stopFd) : device_(device),
     lock();
     configure();
   } catch (...) {
-    close(fd_);
+    giveBack();
     throw;
   }
   askForLowLatency();
@@ -62,8 +62,15 @@ SerialPort::~SerialPort() {
       ioctl(fd_, TIOCSSERIAL, &driver);
     }
   }
-  tcsetattr(fd_, TCSANOW, &found_);
-  ioctl(fd_, TIOCNXCL);
+  giveBack();
+}
+
+// Takes back what was done, and nothing that belongs to another program.
+void SerialPort::giveBack() {
+  // Closing would wait for a line that takes no bytes.
+  if (configured_) tcflush(fd_, TCOFLUSH);
+  if (configured_) tcsetattr(fd_, TCSANOW, &found_);
+  if (exclusive_) ioctl(fd_, TIOCNXCL);
   close(fd_);
 }
 
@@ -78,6 +85,7 @@ void SerialPort::lock() {
   // The lock first: it belongs to this open file, while TIOCEXCL would shut the port for its rightful holder.
   if (flock(fd_, LOCK_EX | LOCK_NB) != 0) failToOpen(device_, errno == EWOULDBLOCK ? EBUSY : errno);
   if (ioctl(fd_, TIOCEXCL) != 0) failToOpen(device_, errno);
+  exclusive_ = true;
 }
 
 void SerialPort::configure() {
@@ -87,6 +95,7 @@ void SerialPort::configure() {
   settings.c_iflag = IGNBRK;
   cfsetispeed(&settings, B115200);
   cfsetospeed(&settings, B115200);
+  configured_ = true;  // in part, if it fails
   if (tcsetattr(fd_, TCSANOW, &settings) != 0) {
     throw Problem(ExitCode::kNoPort, device_ + ": cannot be set to 115200 baud (" + std::strerror(errno) + ")");
   }
@@ -117,6 +126,10 @@ void SerialPort::write(const void* data, std::size_t size) {
   }
 }
 
+void SerialPort::offer(unsigned char byte) {
+  if (::write(fd_, &byte, 1) < 0 && errno != EAGAIN && errno != EINTR) lost(device_, std::strerror(errno));
+}
+
 int SerialPort::readByte(int timeoutMs) {
   if (next_ == end_ && !fill(timeoutMs)) return -1;
   return buffer_[next_++];
@@ -124,10 +137,9 @@ int SerialPort::readByte(int timeoutMs) {
 
 // Waits for bytes. False on silence.
 bool SerialPort::fill(int timeoutMs) {
-  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+  const auto end = now() + std::chrono::milliseconds(timeoutMs);
   for (;;) {
-    const auto rest =
-        std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now()).count();
+    const auto rest = std::chrono::duration_cast<std::chrono::milliseconds>(end - now()).count();
     pollfd entries[2] = {{fd_, POLLIN, 0}, {stopFd_, POLLIN, 0}};
     const int ready = poll(entries, 2, rest > 0 ? static_cast<int>(rest) : 0);
     if (ready < 0 && errno != EINTR) lost(device_, std::strerror(errno));

@@ -1,6 +1,7 @@
 #include "tools/jxpush/serial_records.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "serial/crc16.h"
 #include "serial/wire.h"
@@ -44,6 +45,33 @@ std::string fit(std::string text, std::size_t largest) {
 
 bool beginsWith(const std::string& text, const char* beginning) { return text.rfind(beginning, 0) == 0; }
 
+bool isOneOf(const char* letters, char letter) { return letter != 0 && std::strchr(letters, letter) != nullptr; }
+
+// Where a record of the letter at `at` ends, if it is as long as its beginning says; `npos` where that cannot be told.
+std::size_t endOfRecord(const std::string& bytes, std::size_t at) {
+  constexpr std::size_t kHead = 1 + tessolan::kHeaderSize;
+  if (bytes[at] == 'W' && bytes.size() - at >= kHead) {
+    const auto high = static_cast<unsigned char>(bytes[at + 1]);
+    const auto low = static_cast<unsigned char>(bytes[at + 2]);
+    return at + kHead + (high * 256U + low) + tessolan::kCheckSize;
+  }
+  const std::size_t etx = bytes.find(static_cast<char>(tessolan::kETX), at);
+  const bool known = isOneOf("ORM$DFILPT", bytes[at]) || (isOneOf("CSU", bytes[at]) && etx == at + 1);
+  return known && etx != std::string::npos ? etx + 1 + tessolan::kCheckSize : std::string::npos;
+}
+
+// Where the first whole record behind the first byte ends; `npos` when there is none.
+std::size_t endOfHiddenRecord(const std::string& bytes) {
+  const char stx = static_cast<char>(tessolan::kSTX);
+  for (std::size_t at = bytes.find(stx, 1); at != std::string::npos; at = bytes.find(stx, at + 1)) {
+    const std::size_t end = at + 1 < bytes.size() ? endOfRecord(bytes, at + 1) : std::string::npos;
+    if (end > bytes.size()) continue;
+    const std::string covered = bytes.substr(at + 1, end - tessolan::kCheckSize - at - 1);
+    if (checkValue(covered) == bytes.substr(end - tessolan::kCheckSize, tessolan::kCheckSize)) return end;
+  }
+  return std::string::npos;
+}
+
 // The eighth of the comma-separated fields as a length, kept within what a data record can hold.
 std::size_t lengthField(const std::string& text) {
   std::size_t at = 0;
@@ -72,9 +100,20 @@ std::string dataRecord(std::uint32_t offset, const void* data, std::size_t size)
                 std::string(static_cast<const char*>(data), size));
 }
 
+std::size_t safeDataSize(std::uint32_t offset, const void* data, std::size_t size) {
+  constexpr std::size_t kDataAt = 2 + tessolan::kHeaderSize;
+  for (;;) {
+    const std::size_t end = endOfHiddenRecord(dataRecord(offset, data, size));
+    if (end == std::string::npos || size <= 1) return size;
+    size = std::clamp<std::size_t>(end - 1 - std::min(end - 1, kDataAt), 1, size - 1);
+  }
+}
+
 std::string closeRecord() { return record(std::string("C") + static_cast<char>(tessolan::kETX)); }
 
-std::string messageRecord(const std::string& text) { return textRecord('M', fit(text, kLargestText)); }
+std::string messageRecord(const std::string& head, const std::string& tail) {
+  return textRecord('M', fit(head, kLargestText - tail.size()) + tail);
+}
 
 // The length holds none of the control bytes, so that a terminal which has lost step cannot take it for an end.
 std::string cancelRecord() {

@@ -12,9 +12,12 @@ namespace jxpush {
 std::string openRecord(const std::string& name);
 // `size` bytes of the file, at most 1024, at `offset`.
 std::string dataRecord(std::uint32_t offset, const void* data, std::size_t size);
+// How many of `size` bytes, at least one, may go into one data record so that no whole record lies in it. Where a data
+// record loses its first byte, the terminal takes what lies in it for records of the host.
+std::size_t safeDataSize(std::uint32_t offset, const void* data, std::size_t size);
 std::string closeRecord();
-// A message for the operator; made fit for the record as a name is.
-std::string messageRecord(const std::string& text);
+// A message for the operator: `head`, made fit for the record as a name is, and `tail`, for which `head` leaves room.
+std::string messageRecord(const std::string& head, const std::string& tail);
 // A data record's beginning with a length that no terminal takes: it answers EOT and drops the download.
 std::string cancelRecord();
 

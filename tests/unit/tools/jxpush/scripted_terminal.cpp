@@ -23,18 +23,32 @@ void ScriptedTerminal::reset() {
 
 void ScriptedTerminal::write(const void* data, std::size_t size) {
   failWhenHungUp();
-  const std::string record(static_cast<const char*>(data), size);
-  if (state_.ended) return;
-  if (record == "\x05") return answerTo('E', record);
-  if (record == "\x04") return answerTo('.', record);
-  state_.records.push_back(record);
-  answerTo(record.at(1), record);
+  const std::string bytes(static_cast<const char*>(data), size);
+  // What goes out in one piece is an enquiry, an end, a record, or an enquiry with a record behind it.
+  const bool enquires = bytes[0] == '\x05';
+  if (enquires) receive(bytes.substr(0, 1));
+  if (size > 1 || !enquires) receive(bytes.substr(enquires ? 1 : 0));
 }
 
-int ScriptedTerminal::readByte(int /*timeoutMs*/) {
+void ScriptedTerminal::offer(unsigned char byte) {
+  if (now_ >= opensAt) write(&byte, 1);
+}
+
+void ScriptedTerminal::receive(const std::string& bytes) {
+  if (state_.ended) return;
+  if (bytes == "\x05") return answerTo('E', bytes);
+  if (bytes == "\x04") return answerTo('.', bytes);
+  state_.records.push_back(bytes);
+  answerTo(bytes.at(1), bytes);
+}
+
+int ScriptedTerminal::readByte(int timeoutMs) {
   failWhenHungUp();
   if (interrupted && interrupted()) throw jxpush::Interrupted();
-  if (state_.input.empty()) return -1;
+  if (state_.input.empty()) {
+    now_ += std::chrono::milliseconds(timeoutMs);
+    return -1;
+  }
   const char byte = state_.input.front();
   state_.input.pop_front();
   return static_cast<unsigned char>(byte);

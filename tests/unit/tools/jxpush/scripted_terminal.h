@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "tools/jxpush/byte_port.h"
+#include "tools/jxpush/line.h"
 
-class ScriptedTerminal : public jxpush::BytePort {
+class ScriptedTerminal : public jxpush::Line {
  public:
   // What became of the `nth` record of a letter (counted from 1) and what the host gets for it, instead of taking it.
   struct Fate {
@@ -18,6 +18,8 @@ class ScriptedTerminal : public jxpush::BytePort {
   };
   // Consulted for each record; null: it is taken and acknowledged. Its letter: 'E' an enquiry, '.' the end.
   std::function<const Fate*(char letter, int nth)> fate;
+  // From when on the line takes bytes, as a USB gadget does once the terminal has opened its end.
+  Time opensAt{};
   // What the user's interrupt waits for: true raises it in the next readByte.
   std::function<bool()> interrupted;
 
@@ -28,7 +30,9 @@ class ScriptedTerminal : public jxpush::BytePort {
   std::function<bool()> hungUp;
 
   void write(const void* data, std::size_t size) override;
+  void offer(unsigned char byte) override;
   int readByte(int timeoutMs) override;
+  Time now() override { return now_; }
   void ignoreInterrupts() override { interrupted = nullptr; }
 
   // The files as the terminal stored them, the letters of what it received, its end.
@@ -45,6 +49,7 @@ class ScriptedTerminal : public jxpush::BytePort {
 
  private:
   void failWhenHungUp() const;
+  void receive(const std::string& bytes);
   void answerTo(char letter, const std::string& record);
   std::string act(char letter, const std::string& record);
   std::string end(int result);
@@ -61,4 +66,5 @@ class ScriptedTerminal : public jxpush::BytePort {
     int counts[256] = {};
   };
   State state_;
+  Time now_{std::chrono::hours(1)};  // moves on with each silence
 };

@@ -1,10 +1,13 @@
 // What the serial port asks of its driver: ioctl and poll are wrapped, and a driver of a USB adapter is played, which a
 // pseudo-terminal has not.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/serial.h>
 #include <poll.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
+#include <termios.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdarg>
@@ -31,6 +34,8 @@ struct Driver {
   unsigned long lacks[2];  // what it answers with an error
   serial_struct settings;
   std::function<int(int)> onFull;  // poll for room to write, given its time-out
+  bool refusesSettings;            // takes them, and reports a failure
+  std::vector<int> flushes;        // the queues of all tcflush calls
 };
 
 Driver driver;
@@ -40,6 +45,8 @@ Driver driver;
 // The linker sends the program's own calls here (--wrap); the names are its convention.
 extern "C" {
 int __real_ioctl(int fd, unsigned long request, ...);
+int __real_tcsetattr(int fd, int actions, const termios* settings);
+int __real_tcflush(int fd, int queue);
 int __real_poll(pollfd* entries, nfds_t count, int timeoutMs);
 
 int __wrap_ioctl(int fd, unsigned long request, ...) {
@@ -54,6 +61,16 @@ int __wrap_ioctl(int fd, unsigned long request, ...) {
   if (request == TIOCGSERIAL) return *static_cast<serial_struct*>(data) = driver.settings, 0;
   if (request == TIOCSSERIAL) return driver.settings = *static_cast<const serial_struct*>(data), 0;
   return __real_ioctl(fd, request, data);
+}
+
+int __wrap_tcsetattr(int fd, int actions, const termios* settings) {
+  const int result = __real_tcsetattr(fd, actions, settings);
+  return std::exchange(driver.refusesSettings, false) ? (errno = EINVAL, -1) : result;
+}
+
+int __wrap_tcflush(int fd, int queue) {
+  driver.flushes.push_back(queue);
+  return __real_tcflush(fd, queue);
 }
 
 int __wrap_poll(pollfd* entries, nfds_t count, int timeoutMs) {
@@ -105,6 +122,51 @@ TEST_F(SerialPortCalls, PortThatAnotherHasLocked_IsAskedForNothing) {
   made();
   EXPECT_THROW(SerialPort(line_.path(), -1), Problem);
   EXPECT_EQ(Requests{}, made());
+}
+
+TEST_F(SerialPortCalls, PortThatCannotBeSet_IsGivenBackAsItWas) {
+  termios before{};
+  ASSERT_EQ(0, tcgetattr(line_.device(), &before));
+  driver.refusesSettings = true;
+  made();
+  try {
+    const SerialPort port(line_.path(), -1);
+    ADD_FAILURE() << "opened";
+  } catch (const Problem& problem) {
+    EXPECT_EQ(ExitCode::kNoPort, problem.code());
+    EXPECT_EQ(line_.path() + ": cannot be set to 115200 baud (Invalid argument)", problem.what());
+  }
+  EXPECT_EQ((Requests{TIOCEXCL, TIOCNXCL}), made());
+  EXPECT_EQ(0, flock(line_.device(), LOCK_EX | LOCK_NB));
+  termios after{};
+  ASSERT_EQ(0, tcgetattr(line_.device(), &after));
+  EXPECT_EQ(before.c_iflag, after.c_iflag);
+  EXPECT_EQ(before.c_cflag, after.c_cflag);
+}
+
+TEST_F(SerialPortCalls, LineThatTakesNoBytes_IsOfferedOneWithoutAWait) {
+  SerialPort port(line_.path(), -1);
+  const std::string much(1 << 16, 'x');  // more than the system keeps for a reader
+  const int other = dup(line_.device());
+  ASSERT_EQ(0, fcntl(other, F_SETFL, O_NONBLOCK));
+  while (write(other, much.data(), much.size()) > 0) {
+  }
+  driver.onFull = [](int) { return ADD_FAILURE() << "a wait", 1; };
+  port.offer('a');
+  EXPECT_EQ(-1, port.readByte(0));
+  std::string taken;
+  while (!(taken = line_.receive(1 << 16, 0)).empty()) EXPECT_EQ(std::string::npos, taken.find('a'));
+  port.offer('b');
+  EXPECT_EQ("b", line_.receive(1));
+  close(other);
+}
+
+TEST_F(SerialPortCalls, ClosedPort_DropsWhatTheLineHasNotTaken) {
+  {
+    const SerialPort port(line_.path(), -1);
+    EXPECT_EQ(std::vector<int>{TCIOFLUSH}, std::exchange(driver.flushes, {}));
+  }
+  EXPECT_EQ(std::vector<int>{TCOFLUSH}, driver.flushes);
 }
 
 TEST_F(SerialPortCalls, LowLatency_IsAskedForAndTakenBack) {

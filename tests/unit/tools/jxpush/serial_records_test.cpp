@@ -3,6 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
+
+#include "tests/unit/tools/jxpush/test_files.h"
 
 using namespace jxpush;
 
@@ -65,9 +68,52 @@ TEST(SerialRecords, LongName_IsCutAtACharacter) {
   EXPECT_EQ(std::string(211, 'x') + "\xC3\xA4", nameIn(openRecord(std::string(211, 'x') + "\xC3\xA4")));
 }
 
-TEST(SerialRecords, LongMessage_FitsTheRecord) {
-  EXPECT_EQ(2 + 252 + 3U, messageRecord(std::string(1000, 'x')).size());
-  EXPECT_EQ("\x02M", messageRecord("").substr(0, 2));
+TEST(SerialRecords, LongMessage_KeepsItsTail) {
+  EXPECT_EQ("\x02Ma_b: 5 %\x03", messageRecord("a\x03"
+                                               "b",
+                                               ": 5 %")
+                                     .substr(0, 11));
+  EXPECT_EQ(2 + 252 + 3U, messageRecord(std::string(1000, 'x'), "").size());
+  const std::string record = messageRecord(std::string(246, 'x') + "\xC3\xA4", ": 5 %");
+  EXPECT_EQ(std::string(246, 'x') + ": 5 %\x03", record.substr(2, record.size() - 4));
+}
+
+namespace {
+
+// The records that a data record of `data` would be taken for, each sent as far as it is safe.
+std::vector<std::string> safePieces(std::string data) {
+  std::vector<std::string> pieces;
+  for (std::uint32_t offset = 0; !data.empty(); offset += static_cast<std::uint32_t>(pieces.back().size())) {
+    pieces.push_back(data.substr(0, safeDataSize(offset, data.data(), data.size())));
+    data.erase(0, pieces.back().size());
+  }
+  return pieces;
+}
+
+}  // namespace
+
+TEST(SerialRecords, DataWithoutARecord_GoesInOnePiece) {
+  const std::string texts[] = {std::string("\x02", 1),
+                               std::string(1024, '\x02'),
+                               bytes("\x02S\x03\x81\x6C"),      // a wrong check value
+                               recordOf("X\x03"),               // a letter that the terminal does not know
+                               recordOf("Sa\x03"),              // no signal record is longer
+                               bytes("\x02S\x03\x81"),          // cut
+                               bytes("\x02W\x00\x09\0\0\0\0"),  // longer than there is
+                               bytes("\x02W\xFF\xFF\0\0\0\0\0\0")};
+  for (const std::string& text : texts) EXPECT_EQ(std::vector<std::string>{text}, safePieces(text));
+}
+
+TEST(SerialRecords, RecordInTheData_IsDividedBeforeItsLastByte) {
+  const std::string records[] = {closeRecord(), openRecord("name"), messageRecord("a", ""), dataRecord(7, "xyz", 3),
+                                 dataRecord(0, nullptr, 0)};
+  for (const std::string& record : records) {
+    const std::string head = record.substr(0, record.size() - 1);
+    const std::string tail = record.substr(record.size() - 1);
+    EXPECT_EQ((std::vector<std::string>{head, tail}), safePieces(record));
+    EXPECT_EQ((std::vector<std::string>{"\x02" + head, tail + head, tail + "\x02Z"}),
+              safePieces("\x02" + record + record + "\x02Z"));
+  }
 }
 
 TEST(ParameterReader, Record_IsFoundAtItsLastByte) {

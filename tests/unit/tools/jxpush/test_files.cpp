@@ -6,6 +6,8 @@
 #include <fstream>
 #include <random>
 
+#include "serial/crc16.h"
+
 TestFiles::TestFiles() {
   char folder[] = "/tmp/jxpush-XXXXXX";
   folder_ = mkdtemp(folder);
@@ -27,4 +29,9 @@ std::string mixedBytes(std::size_t size) {
   std::string bytes;
   for (std::size_t i = 0; i < size; ++i) bytes += static_cast<char>(random() & 0xFFU);
   return bytes;
+}
+
+std::string recordOf(const std::string& covered) {
+  const std::uint16_t crc = crc16(covered.data(), covered.size());
+  return "\x02" + covered + static_cast<char>(crc >> 8U) + static_cast<char>(crc & 0xFFU);
 }

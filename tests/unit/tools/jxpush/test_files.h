@@ -1,4 +1,4 @@
-// Files to send.
+// Files to send, and what a sending is told.
 #pragma once
 
 #include <functional>
@@ -30,6 +30,9 @@ class TestFiles {
 
 // `size` bytes in which every value occurs, the same each time.
 std::string mixedBytes(std::size_t size);
+
+// STX, `covered`, and its check value.
+std::string recordOf(const std::string& covered);
 
 // Records what an observer is told.
 class RecordingObserver : public jxpush::Observer {
