@@ -167,6 +167,7 @@ TEST(FixedBody, LargerWholeBody_IsReadInPieces) {
     EXPECT_EQ(engine.readBody(bytes), missing == 0 ? 16 * kMebibyte + 2 : -1) << missing;
     EXPECT_TRUE(bytes == (missing == 0 ? Bytes(sent.begin(), sent.end()) : Bytes())) << missing;
     EXPECT_EQ(bytes.capacity() == 0, missing > 0) << missing;
+    EXPECT_EQ(peer.reads().size(), 2U) << missing;
     EXPECT_EQ(peer.deleted(), missing > 0) << missing;
   }
 }
