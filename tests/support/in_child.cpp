@@ -10,12 +10,7 @@
 
 namespace {
 
-[[noreturn]] void runChild(int output, const std::function<std::string()>& work) {
-  const std::string result = work();
-  const bool written = write(output, result.data(), result.size()) == static_cast<ssize_t>(result.size());
-  std::fflush(nullptr);
-  _exit(written && !testing::Test::HasFailure() ? 0 : 1);
-}
+int output = -1;  // in a child: where its result goes
 
 std::string readAll(int input) {
   std::string all;
@@ -34,7 +29,10 @@ std::string inChild(const std::function<std::string()>& work) {
   std::fflush(nullptr);
   const pid_t child = fork();
   if (child < 0) throw std::runtime_error("no child");
-  if (child == 0) runChild(ends[1], work);
+  if (child == 0) {
+    output = ends[1];
+    endChild(work());
+  }
   close(ends[1]);
   std::string result = readAll(ends[0]);
   close(ends[0]);
@@ -42,4 +40,10 @@ std::string inChild(const std::function<std::string()>& work) {
   EXPECT_EQ(waitpid(child, &status, 0), child);
   EXPECT_EQ(status, 0);
   return result;
+}
+
+void endChild(const std::string& result) {
+  const bool written = write(output, result.data(), result.size()) == static_cast<ssize_t>(result.size());
+  std::fflush(nullptr);
+  _exit(written && !testing::Test::HasFailure() ? 0 : 1);
 }

@@ -7,7 +7,6 @@
 #include <zorhtml.h>
 
 #include <cerrno>
-#include <csetjmp>
 #include <csignal>
 #include <cstdlib>
 #include <ctime>
@@ -41,8 +40,6 @@ void note(const std::string& event) {
 // The clock stands still, however long a pause takes, or is set forward by pauses alone, which take no time then.
 bool clockRuns = false;
 long nowMs = 0;
-
-std::jmp_buf ended;  // where _Exit leads
 
 // The first configuration directory is closed to others, the second missing, the third open.
 int statusOf(const std::string& path, mode_t& mode) {
@@ -82,10 +79,7 @@ int __wrap_nanosleep(const timespec* time, timespec* /*rest*/) {
   return 0;
 }
 
-[[noreturn]] void __wrap__Exit(int status) {
-  note("at once");
-  std::longjmp(ended, status + 1);
-}
+[[noreturn]] void __wrap__Exit(int status) { endChild(events + "at once, status " + std::to_string(status) + "\n"); }
 
 mode_t __wrap_umask(mode_t mask) {
   note("umask " + octal(mask));
@@ -156,11 +150,6 @@ int answerFrom(const Proxy& proxy, const zoripc::JSObject& message) {
   return 0;
 }
 
-int runToItsEnd(int argc, char** argv) {
-  const int status = setjmp(ended);
-  return status == 0 ? programMain(argc, argv) : status - 1;
-}
-
 // What the program does with these arguments, and its exit status; `pages` answers "mainmenu.html", one after the
 // other. In a process of its own, because it ends.
 std::string run(std::vector<std::string> arguments, const std::vector<FakeGui::Answer>& pages = {},
@@ -172,7 +161,7 @@ std::string run(std::vector<std::string> arguments, const std::vector<FakeGui::A
     for (std::string& argument : arguments) argv.push_back(argument.data());
     argv.push_back(nullptr);
     recording = true;
-    const int status = runToItsEnd(static_cast<int>(arguments.size()), argv.data());
+    const int status = programMain(static_cast<int>(arguments.size()), argv.data());
     recording = false;
     return events + "status " + std::to_string(status) + "\n";
   });
@@ -297,7 +286,7 @@ TEST(Program, InstallationAtTheEnd_IsLetFinish) {
 TEST(Program, InstallationThatDoesNotEnd_IsGivenUpWithoutDestroyingWhatItUses) {
   clockRuns = true;
   EXPECT_EQ(run({"jxdownloader"}, {leaveWhileInstalling(true)}),
-            kPreparation + kProbe + kDesktop + "at once\nstatus 0\n");
+            kPreparation + kProbe + kDesktop + "at once, status 0\n");
   clockRuns = false;
 }
 
