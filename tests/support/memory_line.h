@@ -32,6 +32,8 @@ class MemoryLine {
     return take(got);
   }
 
+  // True between records.
+  bool isIdle() const { return conversation_.isIdle(); }
   // tessolan::Conversation::kGoOn, or the download's result.
   int result() const { return result_; }
   // The bytes that the terminal has not read.

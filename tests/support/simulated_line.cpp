@@ -2,120 +2,68 @@
 
 #include <algorithm>
 #include <stdexcept>
-#include <thread>
-#include <utility>
-
-#include "tests/support/simulated_device.h"
 
 namespace {
 
-constexpr std::chrono::hours kLongestCourse{24};
-constexpr std::chrono::minutes kLongestEnd{10};
+constexpr std::chrono::hours kLongestCourse{25};
+constexpr std::chrono::seconds kRecordSilence{1};  // the terminal waits so long for a byte of a record
 
 }  // namespace
 
-SimulatedLine::SimulatedLine(const Settings& settings) : settings_(settings), limit_(kLongestCourse) {
-  SimulatedDevice::instance().line = this;
+void SimulatedLine::write(const void* data, std::size_t size) {
+  const auto* const bytes = static_cast<const unsigned char*>(data);
+  for (std::size_t i = 0; i < size; ++i) pass(toTerminal, there_, bytes[i]);
 }
 
-SimulatedLine::~SimulatedLine() { SimulatedDevice::instance().line = nullptr; }
-
-void SimulatedLine::run(const std::function<void()>& host, const std::function<void()>& terminal) {
-  std::thread thread([&] { runTerminal(terminal); });
-  awaitTurn(kHost);
-  try {
-    host();
-  } catch (...) {
-    failure_ = std::current_exception();
+int SimulatedLine::read(Time deadline) {
+  for (;;) {
+    const Time mine = back_.bytes.empty() ? deadline : std::min(deadline, back_.bytes.front().due);
+    if (runTerminal(mine)) continue;
+    moveTo(mine);
+    if (back_.bytes.empty() || back_.bytes.front().due > now_) return -1;
+    const int byte = back_.bytes.front().value;
+    back_.bytes.pop_front();
+    return byte;
   }
-  ended_[kHost] = true;
-  limit_ = now_ + kLongestEnd;
-  if (!ended_[kTerminal]) {
-    handOver(kTerminal);
-    awaitTurn(kHost);
-  }
-  thread.join();
-  if (failure_) std::rethrow_exception(failure_);
 }
 
-void SimulatedLine::runTerminal(const std::function<void()>& terminal) {
-  awaitTurn(kTerminal);
-  try {
-    terminal();
-  } catch (...) {
-    if (!failure_) failure_ = std::current_exception();
+int SimulatedLine::end() {
+  while (runTerminal(Time::max())) {
   }
-  ended_[kTerminal] = true;
-  handOver(kHost);
+  return terminal_.result();
 }
 
-bool SimulatedLine::wait(End end, Time deadline) {
-  deadlines_[end] = deadline;
-  while (!arrived(end) && now_ < deadline) {
-    const Time mine = nextEvent(end, deadline);
-    const Time theirs = nextEvent(other(end), deadlines_[other(end)]);
-    if (ended_[other(end)] || mine < theirs) {
-      moveTo(mine);
-    } else {
-      moveTo(theirs);
-      handOver(other(end));
-      awaitTurn(end);
-    }
+// Has the terminal meet its next event if that comes by `until`. False when none does.
+bool SimulatedLine::runTerminal(Time until) {
+  if (terminal_.result() != tessolan::Conversation::kGoOn) return false;
+  const Time silent = terminal_.isIdle() ? Time::max() : silentAt_;
+  const Time next = there_.bytes.empty() ? Time::max() : there_.bytes.front().due;
+  if (std::min(silent, next) > until || std::min(silent, next) == Time::max()) return false;
+  moveTo(std::min(silent, next));
+  std::string answers;
+  if (next <= silent) {
+    answers = terminal_.exchange(std::string(1, static_cast<char>(there_.bytes.front().value)));
+    there_.bytes.pop_front();
+  } else {
+    answers = terminal_.fail(Tessolan::kFailed);
   }
-  return arrived(end);
+  silentAt_ = now_ + kRecordSilence;
+  for (const char byte : answers) pass(toHost, back_, static_cast<unsigned char>(byte));
+  return true;
 }
 
-SimulatedLine::Time SimulatedLine::nextEvent(End end, Time deadline) {
-  const Way& way = wayTo(end);
-  return way.queue.empty() ? deadline : std::min(deadline, way.queue.front().due);
+void SimulatedLine::pass(FaultyDirection& faulty, Way& way, unsigned char byte) {
+  const Time perByte(settings_.bytesPerSecond == 0 ? 0 : 1000000 / settings_.bytesPerSecond);
+  const FaultyDirection::Output output = faulty.pass(byte);
+  for (std::size_t i = 0; i < output.count; ++i) {
+    way.free = std::max(way.free, now_) + perByte + settings_.delay * output.bytes[i].delays;
+    // Adapters gather bytes.
+    const Time tick = std::max(settings_.tick, Time(1));
+    way.bytes.push_back({output.bytes[i].value, (way.free + tick - Time(1)) / tick * tick});
+  }
 }
 
 void SimulatedLine::moveTo(Time time) {
   now_ = std::max(now_, time);
-  if (now_ > limit_) throw std::runtime_error("the simulated session does not end");
-}
-
-std::size_t SimulatedLine::read(End end, void* buffer, std::size_t size) {
-  auto* const bytes = static_cast<unsigned char*>(buffer);
-  std::size_t count = 0;
-  for (; count < size && arrived(end); ++count) {
-    bytes[count] = wayTo(end).queue.front().value;
-    wayTo(end).queue.pop_front();
-  }
-  return count;
-}
-
-void SimulatedLine::write(End end, const void* data, std::size_t size) {
-  const auto* const bytes = static_cast<const unsigned char*>(data);
-  const Time perByte(settings_.bytesPerSecond == 0 ? 0 : 1000000 / settings_.bytesPerSecond);
-  Way& way = ways_[end];
-  for (std::size_t i = 0; i < size; ++i) {
-    const FaultyDirection::Output output = way.faulty.pass(bytes[i]);
-    for (std::size_t at = 0; at < output.count; ++at) {
-      way.free = std::max(way.free, now_) + perByte + settings_.delay * output.bytes[at].delays;
-      way.queue.push_back({output.bytes[at].value, arrival(way.free)});
-    }
-  }
-}
-
-// As adapters do, which gather bytes.
-SimulatedLine::Time SimulatedLine::arrival(Time sent) const {
-  return settings_.tick.count() == 0 ? sent : (sent + settings_.tick - Time(1)) / settings_.tick * settings_.tick;
-}
-
-void SimulatedLine::discard(End end) {
-  while (arrived(end)) wayTo(end).queue.pop_front();
-}
-
-void SimulatedLine::handOver(End to) {
-  {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    turn_ = to;
-  }
-  turned_.notify_one();
-}
-
-void SimulatedLine::awaitTurn(End end) {
-  std::unique_lock<std::mutex> lock(mutex_);
-  turned_.wait(lock, [&] { return turn_ == end; });
+  if (now_ > kLongestCourse) throw std::runtime_error("the simulated session does not end");
 }

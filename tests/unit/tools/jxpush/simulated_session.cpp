@@ -39,25 +39,16 @@ bool Store::showMessage(const char* text) {
   return true;
 }
 
-int SimulatedHost::readByte(int timeoutMs) {
-  unsigned char byte = 0;
-  if (!line_.wait(SimulatedLine::kHost, line_.now() + std::chrono::milliseconds(timeoutMs))) return -1;
-  line_.read(SimulatedLine::kHost, &byte, 1);
-  return byte;
-}
-
 namespace {
-
-constexpr SimulatedLine::End kHost = SimulatedLine::kHost;
-constexpr SimulatedLine::End kTerminal = SimulatedLine::kTerminal;
 
 // The other host's bytes reach the terminal, whose answers get lost as when the port is closed and opened anew.
 void comeAfter(SimulatedLine& line, const Circumstances& met) {
-  line.write(kHost, met.leftBehind.data(), met.leftBehind.size());
+  line.write(met.leftBehind.data(), met.leftBehind.size());
   const SimulatedLine::Time until = line.now() + met.ago;
-  while (line.wait(kHost, until)) line.discard(kHost);
-  line.from(kHost) = met.toTerminal;
-  line.from(kTerminal) = met.toHost;
+  while (line.read(until) >= 0) {
+  }
+  line.toTerminal = met.toTerminal;
+  line.toHost = met.toHost;
 }
 
 void send(SimulatedLine& line, const std::vector<InputFile>& files, SessionEnd& end) {
@@ -82,21 +73,17 @@ bool becameAck(const FaultyDirection::Met& met) {
 
 SessionEnd sendOver(const Circumstances& met, const std::vector<InputFile>& files) {
   SessionEnd end;
-  SimulatedLine line(met.line);
   Store store;
-  Tessolan receiver(&store);
-  const auto host = [&] {
-    comeAfter(line, met);
-    send(line, files, end);
-    receiver.requestAbort();
-  };
-  line.run(host, [&] { end.receiver = receiver.receive(SimulatedLine::kDevice); });
+  SimulatedLine line(met.line, store);
+  comeAfter(line, met);
+  send(line, files, end);
+  end.terminal = line.end();
   end.files = store.files;
   end.messages = store.messages;
-  const std::vector<FaultyDirection::Met>& onAnswers = line.from(kTerminal).met();
-  end.toTerminal = line.from(kHost).passed();
-  end.toHost = line.from(kTerminal).passed();
-  end.faults = line.from(kHost).met().size() + onAnswers.size();
+  const std::vector<FaultyDirection::Met>& onAnswers = line.toHost.met();
+  end.toTerminal = line.toTerminal.passed();
+  end.toHost = line.toHost.passed();
+  end.faults = line.toTerminal.met().size() + onAnswers.size();
   end.nakBecameAck = std::any_of(onAnswers.begin(), onAnswers.end(), becameAck);
   return end;
 }

@@ -1,8 +1,7 @@
-// The sender and the terminal's receiver at the two ends of a simulated line.
+// The sender on a simulated line, and what the terminal at its far end has stored.
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -32,13 +31,11 @@ class Store : public Tessolan::System {
 class SimulatedHost : public jxpush::Line {
  public:
   explicit SimulatedHost(SimulatedLine& line) : line_(line) {}
-  void write(const void* data, std::size_t size) override { line_.write(SimulatedLine::kHost, data, size); }
+  void write(const void* data, std::size_t size) override { line_.write(data, size); }
   void offer(unsigned char byte) override { write(&byte, 1); }
-  int readByte(int timeoutMs) override;
+  int readByte(int timeoutMs) override { return line_.read(line_.now() + std::chrono::milliseconds(timeoutMs)); }
   Time now() override { return Time(std::chrono::hours(1) + line_.now()); }
   void ignoreInterrupts() override {}
-  // What opening the port does.
-  void discard() { line_.discard(SimulatedLine::kHost); }
 
  private:
   SimulatedLine& line_;
@@ -57,7 +54,7 @@ struct Circumstances {
 struct SessionEnd {
   jxpush::ExitCode sender = jxpush::ExitCode::kSent;
   std::string message;  // of the sender's failure
-  int receiver = 0;
+  int terminal = 0;     // its result
   std::vector<std::string> files;
   std::vector<std::string> messages;
   std::size_t toTerminal = 0;  // bytes of the sending
@@ -68,5 +65,5 @@ struct SessionEnd {
   std::chrono::milliseconds length{0};  // of the sending
 };
 
-// One sending of `files`; the operator aborts a terminal that the sender has left.
+// One sending of `files`.
 SessionEnd sendOver(const Circumstances& met, const std::vector<jxpush::InputFile>& files);
