@@ -58,8 +58,8 @@ def result(body, path=b"1"):
             b"Content-Type: application/json\r\nContent-Length: %d\r\n\r\n%s" % (path, len(body), body))
 
 
-# What the first bytes say, and how a peer's silence (0xFE), a chunk's edge (0xFD) and a repetition (0xFC) stand among the
-# others, is told by fuzz/input.h and the fuzzers themselves.
+# What the first bytes say, and how a peer's silence (0xFE) and a repetition (0xFC) stand among the others, is told by
+# fuzz/input.h and the fuzzers themselves.
 SEEDS = {
     "request_head": [b"\x00GET / HTTP/1.1\r\nHost: a\r\n\r\n", b"\x00GET /%2541/../b//c?d HTTP/1.0\r\nX: 1\r\n 2\r\n\r\n",
                      b"\x02POST \\x\nAuthorization: Basic dXNlcjpwYXNz\n\n", b"\x01HTTP/1.1 404 Not Found\r\n\r\n", b"\x00G",
@@ -79,13 +79,13 @@ SEEDS = {
                    POST_MUCH + b"Transfer-Encoding: chunked\r\n\r\n7fffffff\r\n--x\r\n", b"\x00GET / HTTP/1.1 " + 2049 * b"a ",
                    b"\x00GET / HTTP/1.1\r\n" + b"".join(b"%c:\n" % c for c in range(14, 255) if c not in b"\n\r :\xfe") + b"\n",
                    POST_MUCH + b"Content-Length: %d\r\n\r\n" % len(NO_HEADERS) + NO_HEADERS],
-    "multipart": [b"\x00\x80" + FORM, b"\x08\x80" + FORM, b"\x00\x80preamble\r\n" + FORM + b"epilogue", b"\x00\x80--x--",
-                  # A length too small, too large; cut by a silence, by chunks, by a last one that is missing.
-                  b"\x04\x70" + FORM, b"\x05\x90" + FORM, b"\x00\x80" + FORM.replace(b"content", b"con\xfetent"),
-                  b"\x08\x80" + FORM.replace(b"\r\n--x", b"\r\xfd\n-\xfd-x"), b"\x0e\x80" + FORM,
-                  b"\x08\x80" + FORM.replace(b"content", b"con\xfd\xfetent"),
-                  # The delimiter of the first file over the end of what is looked at.
-                  b"\x00\x80" + FORM.replace(b"content", b"c\xfc\xff" + b"c" * 12), b"\x08\x80" + FORM.replace(b"content", b"c\xfd\xfc\xff\xfd" + b"c" * 9)],
+    # Where it is cut, and the form.
+    "multipart": [b"\xff\xff" + FORM, b"\x80\x00" + FORM, b"\x40\x00preamble\r\n" + FORM + b"epilogue", b"\xc0\x00--x--",
+                  b"\xff\xff" + FORM + FORM, b"\xa0\x00" + FORM.replace(b"content", b"\r\n--\r\n-x\r\n--"),
+                  # The delimiter of the first file over the end of what is looked at; headers and a boundary line that fill it.
+                  b"\xf0\x00" + FORM.replace(b"content", b"c\xfc\xff" + b"c" * 12),
+                  b"\xff\xff" + FORM.replace(b"application/zip", b"a\xfc\xf7" + b"a" * 25),
+                  b"\xff\xff" + FORM.replace(b"--x\r\n\tf", b"--x \xfc\xff\r\n\tf")],
     "next_param": [b'form-data; name="upload"; filename="a \\"b\\".zip"', b"multipart/form-data; boundary=x", b'a=b=c,"d', b""],
     "base64": [b"", b"f", b"fo", b"foo", b"Zm9vYmFy", b"dXNl cjpw\r\nYXNz", b"-_=="],
     "url": [b"http://host:8080/a?b", b"host", b"host:8080/a?b", b"https://[::1]:80/", b"://", b"a:99999"],

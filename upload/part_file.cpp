@@ -9,15 +9,11 @@ constexpr std::size_t kBufferSize = std::size_t{64} * 1024;
 
 }  // namespace
 
-PartFile::~PartFile() {
-  if (stream_ == nullptr) return;
-  close();
-  std::remove(path_.c_str());
-}
+PartFile::~PartFile() { discard(); }
 
 bool PartFile::open(const std::string& path) {
   path_ = path;
-  buffer_.reset(new (std::nothrow) char[kBufferSize]);
+  if (!buffer_) buffer_.reset(new (std::nothrow) char[kBufferSize]);
   stream_ = std::fopen(path.c_str(), "wb");
   // Without memory for the large buffer the stream keeps its own.
   if (stream_ != nullptr && buffer_) std::setvbuf(stream_, buffer_.get(), _IOFBF, kBufferSize);
@@ -36,6 +32,12 @@ bool PartFile::keep() {
   const bool stored = close() && written;
   if (!stored) std::remove(path_.c_str());
   return stored;
+}
+
+void PartFile::discard() {
+  if (stream_ == nullptr) return;
+  close();
+  std::remove(path_.c_str());
 }
 
 bool PartFile::close() {

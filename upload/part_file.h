@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-// A file being written; one that is not kept is removed. One thread.
+// One file after the other being written; one that is not kept is removed. One thread.
 class PartFile {
  public:
   PartFile() = default;
@@ -15,9 +15,8 @@ class PartFile {
   ~PartFile();
 
   // Creates the file `path`, or empties the one that is there. False when it cannot be written to; nothing is removed
-  // then. Once.
+  // then. Not while another is open.
   bool open(const std::string& path);
-  bool isOpen() const { return stream_ != nullptr; }
 
   // Writes `size` bytes; without an open file does nothing. A failure shows in failed() or keep().
   void write(const char* data, std::size_t size);
@@ -25,6 +24,9 @@ class PartFile {
 
   // Closes the file. True when every byte has been stored; otherwise the file is removed.
   bool keep();
+
+  // Closes and removes a file that is open.
+  void discard();
 
  private:
   bool close();
