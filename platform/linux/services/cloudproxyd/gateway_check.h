@@ -5,13 +5,9 @@
 #include <memory>
 #include <string>
 
-namespace cloudproxyd {
+#include "platform/linux/services/cloudproxyd/gateway.h"
 
-struct Gateway {
-  std::string host;  // a name or a numeric address, IPv6 without brackets
-  int port = 443;
-  std::string caFile;  // trusted authorities, PEM; empty: those of the system
-};
+namespace cloudproxyd {
 
 struct GatewayAnswer {
   bool answered = false;  // an HTTP answer has come

@@ -11,18 +11,10 @@ namespace {
 
 constexpr int kUsageError = 2;
 constexpr std::size_t kMaxNameBytes = 64;
-constexpr int kMaxPort = 65535;
 
 bool isName(const std::string& text) {
   const auto isPrintable = [](char c) { return c >= 0x20 && c <= 0x7E; };
   return !text.empty() && text.size() <= kMaxNameBytes && std::all_of(text.begin(), text.end(), isPrintable);
-}
-
-bool parsePort(const std::string& text, int& port) {
-  const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
-  if (text.empty() || text.size() > 5 || !std::all_of(text.begin(), text.end(), isDigit)) return false;
-  port = std::stoi(text);
-  return port >= 1 && port <= kMaxPort;
 }
 
 void require(bool condition, const std::string& problem) {
@@ -69,16 +61,6 @@ bool parseEnvironment(const std::string& text, Environment& environment) {
   return true;
 }
 
-bool parseGateway(const std::string& text, Gateway& gateway) {
-  const bool isBracketed = text.rfind('[', 0) == 0;
-  const std::size_t end = isBracketed ? text.find(']') : text.find(':');
-  gateway.host = text.substr(isBracketed ? 1 : 0, isBracketed ? end - 1 : end);
-  const std::string rest = end == std::string::npos ? "" : text.substr(isBracketed ? end + 1 : end);
-  const bool isHost = !gateway.host.empty() && gateway.host.find_first_of(" /@[]") == std::string::npos;
-  if (!isHost || (isBracketed && end == std::string::npos)) return false;
-  return rest.empty() || (rest[0] == ':' && parsePort(rest.substr(1), gateway.port));
-}
-
 std::optional<int> parseOptions(int argc, const char* const* argv, Options& options) {
   CLI::App app("The cloud proxy of a Linux terminal: takes the requests for the application id 1.", "cloudproxyd");
   app.set_version_flag("--version", "cloudproxyd " JX_VERSION);
@@ -98,7 +80,8 @@ std::optional<int> parseOptions(int argc, const char* const* argv, Options& opti
   try {
     app.parse(argc, argv);
     require(isName(options.service.deviceType), "--device-type is not a name");
-    require(parseGateway(gateway, options.gateway), "--gateway " + gateway + " is not HOST or HOST:PORT");
+    require(parseGateway(gateway, options.gateway),
+            "--gateway " + gateway + " is not HOST or HOST:PORT, HOST being a name or an address");
     addEnvironments(environments, options);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : kUsageError;

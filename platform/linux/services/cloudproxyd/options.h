@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/linux/services/cloudproxyd/gateway_check.h"
+#include "platform/linux/services/cloudproxyd/gateway.h"
 #include "platform/linux/services/cloudproxyd/service.h"
 
 namespace cloudproxyd {
@@ -21,8 +21,5 @@ std::optional<int> parseOptions(int argc, const char* const* argv, Options& opti
 
 // "NAME" or "NAME:CERT,CERT"; false when it is neither.
 bool parseEnvironment(const std::string& text, Environment& environment);
-
-// "HOST", "HOST:PORT", "[IPV6]" or "[IPV6]:PORT"; false when it is none of these.
-bool parseGateway(const std::string& text, Gateway& gateway);
 
 }  // namespace cloudproxyd

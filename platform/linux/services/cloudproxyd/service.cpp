@@ -117,8 +117,11 @@ void Service::check(const Reply& reply) {
   if (!started) respond(reply, "cloudcheck", failure("too many checks are under way"));
 }
 
+// Compared as a double: as an int a number beyond its range would have become the nearest one in it.
 void Service::setLogLevel(const JSObject& level) {
-  if (!isNumeric(level) || level.getInt() < 0) return tell_("A log level that is none has been ignored");
+  if (!isNumeric(level) || level.getDouble() < 0 || level.getDouble() > kMaxLogLevel) {
+    return tell_("A log level that is none has been ignored");
+  }
   Settings wanted = settings_;
   wanted.logLevel = level.getInt();
   const std::string problem = change(wanted);

@@ -15,6 +15,9 @@ struct Environment {
 };
 using Environments = std::vector<Environment>;
 
+// Log levels go from 0 to this.
+constexpr int kMaxLogLevel = 2147483647;
+
 // What is kept across restarts.
 struct Settings {
   int logLevel = 3;

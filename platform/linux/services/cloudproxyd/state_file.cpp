@@ -30,15 +30,14 @@ std::string errorText() { return std::strerror(errno); }
 bool takeInteger(const JSObject& object, const char* name, int most, int& value) {
   if (!object.has(name)) return true;
   const JSObject& member = object[name];
-  if (!member.isInt() || member.getInt() < 0 || member.getInt() > most) return false;
+  if (!member.isInt() || member.getDouble() < 0 || member.getDouble() > most) return false;
   value = member.getInt();
   return true;
 }
 
 bool takeSettings(const JSObject& object, Settings& settings) {
-  constexpr int kMaxLevel = 0x7FFFFFFF;
   int authEx = settings.authEx ? 1 : 0;
-  if (!object.isObject() || !takeInteger(object, "loglevel", kMaxLevel, settings.logLevel) ||
+  if (!object.isObject() || !takeInteger(object, "loglevel", kMaxLogLevel, settings.logLevel) ||
       !takeInteger(object, "auth_ex", 1, authEx)) {
     return false;
   }

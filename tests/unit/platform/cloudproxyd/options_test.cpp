@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 
+#include <initializer_list>
+#include <string>
 #include <vector>
 
 namespace cloudproxyd {
@@ -82,21 +84,86 @@ TEST(ParseEnvironment, AnythingElse_IsNone) {
   EXPECT_FALSE(parseEnvironment("a:" + std::string(65, 'x'), environment));
 }
 
-TEST(ParseGateway, HostAndPort_AreTakenApart) {
-  const auto parsed = [](const std::string& text) {
-    Gateway gateway;
-    return parseGateway(text, gateway) ? gateway.host + " " + std::to_string(gateway.port) : "none";
-  };
-  EXPECT_EQ(parsed("a.example"), "a.example 443");
-  EXPECT_EQ(parsed("a:1"), "a 1");
-  EXPECT_EQ(parsed("127.0.0.1:65535"), "127.0.0.1 65535");
-  EXPECT_EQ(parsed("[::1]"), "::1 443");
-  EXPECT_EQ(parsed("[::1]:8443"), "::1 8443");
+std::string gatewayOf(const std::string& text) {
+  Gateway gateway;
+  return parseGateway(text, gateway) ? gateway.host + " " + std::to_string(gateway.port) : "none";
+}
+
+TEST(ParseGateway, HostNameOrAddress_IsTakenWithItsPort) {
+  const std::string longestLabel(63, 'x');
+  const std::string longestName = longestLabel + "." + longestLabel + "." + longestLabel + "." + std::string(61, 'y');
+  EXPECT_EQ(gatewayOf("a.example"), "a.example 443");
+  EXPECT_EQ(gatewayOf("A-1.b2"), "A-1.b2 443");
+  EXPECT_EQ(gatewayOf("3a:1"), "3a 1");
+  EXPECT_EQ(gatewayOf("127.0.0.1:65535"), "127.0.0.1 65535");
+  EXPECT_EQ(gatewayOf("[::1]"), "::1 443");
+  EXPECT_EQ(gatewayOf("[fe80::a:1]:8443"), "fe80::a:1 8443");
+  EXPECT_EQ(gatewayOf(longestName), longestName + " 443");
+}
+
+TEST(ParseGateway, HostThatIsNeither_IsRefused) {
+  const std::string longestLabel(63, 'x');
+  const std::string tooLong = longestLabel + "." + longestLabel + "." + longestLabel + "." + std::string(62, 'y');
+  for (const std::string& text : std::initializer_list<std::string>{"",
+                                                                    ":",
+                                                                    ":1",
+                                                                    "a..b",
+                                                                    ".a",
+                                                                    "a.",
+                                                                    ".",
+                                                                    "-a",
+                                                                    "a-",
+                                                                    "a.-b",
+                                                                    "a-.b",
+                                                                    "a_b",
+                                                                    "a b",
+                                                                    "a\t",
+                                                                    "a\n",
+                                                                    "a,b",
+                                                                    "a;b",
+                                                                    "a%b",
+                                                                    "*.a",
+                                                                    "a/b",
+                                                                    "https://a",
+                                                                    "u@a",
+                                                                    "a[b",
+                                                                    "a]",
+                                                                    "]",
+                                                                    "\xC3\xA4",
+                                                                    "<b>",
+                                                                    longestLabel + "x",
+                                                                    tooLong,
+                                                                    "::1",
+                                                                    "[",
+                                                                    "[]",
+                                                                    "[]:1",
+                                                                    "[::1",
+                                                                    "[::1]1",
+                                                                    "[::1]]",
+                                                                    "[a]",
+                                                                    "[127.0.0.1]",
+                                                                    "[fe80::1%lo]",
+                                                                    "[::g]",
+                                                                    "[1:2]",
+                                                                    "[[::1]]"}) {
+    EXPECT_EQ(gatewayOf(text), "none") << text;
+  }
+}
+
+// What the resolver takes for another way to write an address: 127.1 is 127.0.0.1 there, and 010 is 8.
+TEST(ParseGateway, NumbersThatAreNoAddress_AreRefused) {
   for (const char* const text :
-       {"",     ":",         ":1",  "a:",   "a:0", "a:65536", "a:99999999999", "a:-1",   "a:+1",
-        "a:1x", "a: 1",      "::1", "[::1", "[",   "[]",      "[]:1",          "[::1]:", "[::1]1",
-        "]",    "https://a", "a/b", "a b",  "u@a", "a[b"}) {
-    EXPECT_EQ(parsed(text), "none") << text;
+       {"1", "127.1", "127.0.1", "127.0.0.256", "127.0.0.01", "1.2.3.4.5", "0x7f000001", "a.1", "a.0x1f", "0x"}) {
+    EXPECT_EQ(gatewayOf(text), "none") << text;
+  }
+  EXPECT_EQ(gatewayOf("1.a"), "1.a 443");
+  EXPECT_EQ(gatewayOf("1.x2"), "1.x2 443");
+}
+
+TEST(ParseGateway, PortThatIsNone_IsRefused) {
+  for (const char* const port : {"", "0", "65536", "99999999999", "-1", "+1", "1x", " 1", "1 ", "1:1"}) {
+    EXPECT_EQ(gatewayOf(std::string("a:") + port), "none") << port;
+    EXPECT_EQ(gatewayOf(std::string("[::1]:") + port), "none") << port;
   }
 }
 

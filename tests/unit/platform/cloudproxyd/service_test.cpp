@@ -91,17 +91,21 @@ TEST_F(ServiceTest, LogLevel_IsKeptWithoutAResponse) {
   EXPECT_EQ(ask(service, R"({"proxy":{"loglevel":12}})"), Texts{});
   EXPECT_EQ(kept, Texts{"12 prod on"});
   EXPECT_EQ(told, Texts{"Log level 12, environment prod, auth-ex"});
-  EXPECT_EQ(ask(service, R"({"proxy":{"loglevel":2.9}})"), Texts{});
-  EXPECT_EQ(kept.back(), "2 prod on");
+  for (const auto& [level, text] : {std::pair("2.9", "2"), {"0", "0"}, {"2147483647", "2147483647"}}) {
+    EXPECT_EQ(ask(service, std::string(R"({"proxy":{"loglevel":)") + level + "}}"), Texts{});
+    EXPECT_EQ(kept.back(), std::string(text) + " prod on");
+  }
 }
 
 TEST_F(ServiceTest, LogLevelThatIsNone_IsTold) {
   Service service = make();
-  for (const char* const level : {"-1", "\"5\"", "null", "true", "[]"}) {
+  for (const char* const level : {"-1", "-0.5", "2147483648", "2147483647.5", "99999999999999999999", "1e308", "-1e308",
+                                  "\"5\"", "null", "true", "[]"}) {
+    told.clear();
     EXPECT_EQ(ask(service, R"({"proxy":{"loglevel":)" + std::string(level) + "}}"), Texts{});
+    EXPECT_EQ(told, Texts{"A log level that is none has been ignored"}) << level;
   }
   EXPECT_EQ(kept, Texts{});
-  EXPECT_EQ(told, Texts(5, "A log level that is none has been ignored"));
 }
 
 TEST_F(ServiceTest, SettingsThatCannotBeKept_StayAsTheyWere) {

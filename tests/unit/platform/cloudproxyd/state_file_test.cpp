@@ -86,9 +86,10 @@ TEST_F(StateFileTest, AbsentMembers_KeepTheirValues) {
 
 TEST_F(StateFileTest, AnythingElse_IsAProblemAndChangesNothing) {
   for (const std::string text :
-       {"", "{", "[]", "null", "5", R"({"loglevel":-1})", R"({"loglevel":"5"})", R"({"loglevel":5.0})",
-        R"({"loglevel":null})", R"({"cloud_env":null})", R"({"cloud_env":["a"]})", R"({"auth_ex":2})",
-        R"({"auth_ex":true})", R"({"loglevel":5}x)", R"({"loglevel":5,"cloud_env":"a","auth_ex":"1"})"}) {
+       {"", "{", "[]", "null", "5", R"({"loglevel":-1})", R"({"loglevel":2147483648})",
+        R"({"loglevel":99999999999999999999})", R"({"loglevel":"5"})", R"({"loglevel":5.0})", R"({"loglevel":null})",
+        R"({"cloud_env":null})", R"({"cloud_env":["a"]})", R"({"auth_ex":2})", R"({"auth_ex":true})",
+        R"({"loglevel":5}x)", R"({"loglevel":5,"cloud_env":"a","auth_ex":"1"})"}) {
     put(text);
     EXPECT_EQ(loaded(), "its content is not that of a settings file") << text;
   }
