@@ -1,6 +1,7 @@
 """The cloud proxy service as a process: what it answers over the bus, what it keeps."""
 
 import json
+import os
 import re
 import shlex
 import signal
@@ -176,6 +177,23 @@ class SettingsTest(ServiceCase):
             self.stop(service)
             self.assertRegex(service.stderr.read(), r"^cloudproxyd: .*cloudproxy.json: .*; starting with environment prod\n$")
             jxtest.wait_until(lambda: not self.is_there(), what="the service is off the bus")
+
+    def test_state_that_is_no_file_is_told_and_left_alone(self):
+        fifo, folder, endless = self.root / "fifo", self.root / "folder", self.root / "endless"
+        os.mkfifo(fifo)
+        folder.mkdir()
+        endless.symlink_to("/dev/zero")
+        for state, reason in ((fifo, "it is not a regular file"), (folder, "Is a directory"), (endless, "it is not a regular file")):
+            kind = os.stat(state).st_mode
+            service = self.start_service("--state", state)
+            self.assertEqual(self.configuration(), (3, "prod", 1))
+            self.assertEqual(self.ask("writeconfig", cloud_env="test", auth_ex=0),
+                             {"command": "writeconfig", "result": "error", "error_reason": f"the settings cannot be kept: {reason}"})
+            self.assertEqual(self.stop(service), 0)
+            self.assertEqual(service.stderr.read(), f"cloudproxyd: {state}: {reason}; starting with environment prod\n")
+            self.assertEqual(os.stat(state).st_mode, kind)
+            jxtest.wait_until(lambda: not self.is_there(), what="the service is off the bus")
+        self.assertEqual(sorted(path.name for path in self.root.iterdir()), ["endless", "fifo", "folder"])
 
     def test_environment_that_is_gone_keeps_the_log_level(self):
         self.state.write_text('{"loglevel":8,"cloud_env":"gone","auth_ex":0}')

@@ -1,11 +1,10 @@
 #include "platform/linux/support/terminal_settings.h"
 
 #include <cerrno>
-#include <cstdio>
-#include <memory>
 #include <nlohmann/json.hpp>
 
 #include "platform/linux/support/json_text.h"
+#include "platform/linux/support/regular_file.h"
 
 namespace jxplatform {
 namespace {
@@ -44,20 +43,6 @@ std::optional<SignaturePolicy> policyOf(const std::optional<std::string>& word) 
   return std::nullopt;
 }
 
-// The whole of the file; nothing with errno set when it cannot be read or is beyond the bound.
-std::optional<std::string> readFile(const std::string& path) {
-  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rbe"), std::fclose);
-  if (!file) return std::nullopt;
-  std::string text(kMaxFileBytes + 1, '\0');
-  text.resize(std::fread(text.data(), 1, text.size(), file.get()));
-  if (std::ferror(file.get()) != 0) return std::nullopt;
-  if (text.size() > kMaxFileBytes) {
-    errno = EFBIG;
-    return std::nullopt;
-  }
-  return text;
-}
-
 }  // namespace
 
 TerminalSettings parseTerminalSettings(const std::string& text) {
@@ -76,7 +61,8 @@ TerminalSettings parseTerminalSettings(const std::string& text) {
 }
 
 TerminalSettings readTerminalSettings(const std::string& root) {
-  if (const auto text = readFile(root + "/terminal.json")) return parseTerminalSettings(*text);
+  std::string text;
+  if (readRegularFile(root + "/terminal.json", kMaxFileBytes, text)) return parseTerminalSettings(text);
   TerminalSettings settings;
   settings.signaturesMalformed = errno != ENOENT;
   return settings;

@@ -10,6 +10,8 @@
 #include <cstring>
 #include <memory>
 
+#include "platform/linux/support/regular_file.h"
+
 namespace cloudproxyd {
 
 namespace {
@@ -18,6 +20,7 @@ using zoripc::JSObject;
 
 // Far above what is ever written; a wrong file must not fill the memory.
 constexpr std::size_t kMaxBytes = 65536;
+constexpr const char* kForeignContent = "its content is not that of a settings file";
 
 struct CloseFile {
   void operator()(std::FILE* file) const { std::fclose(file); }
@@ -25,6 +28,12 @@ struct CloseFile {
 using File = std::unique_ptr<std::FILE, CloseFile>;
 
 std::string errorText() { return std::strerror(errno); }
+
+// Why the file is none to read or to replace, by errno.
+std::string objection() {
+  if (errno == EFBIG) return kForeignContent;
+  return errno == EINVAL ? "it is not a regular file" : errorText();
+}
 
 // True when `object` lacks the member or has it as an integer from 0 to `most`.
 bool takeInteger(const JSObject& object, const char* name, int most, int& value) {
@@ -60,10 +69,20 @@ bool syncDirectoryOf(const std::string& path) {
   return synced;
 }
 
-// False with errno set.
-bool writeWhole(const std::string& path, const std::string& text) {
+// Whether `path` may be replaced: it is a regular file, or nothing. False with errno set.
+bool isReplaceable(const std::string& path) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0) return errno == ENOENT;
+  errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+  return S_ISREG(status.st_mode);
+}
+
+// Writes `text` to a new file in the place of whatever is there: a link of that name is not followed, a FIFO not waited
+// for. False with errno set.
+bool writeNew(const std::string& path, const std::string& text) {
   constexpr mode_t kMode = 0644;
-  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, kMode);
+  if (unlink(path.c_str()) != 0 && errno != ENOENT) return false;
+  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kMode);
   const File file(fd < 0 ? nullptr : fdopen(fd, "w"));
   if (fd >= 0 && !file) close(fd);
   return file && std::fwrite(text.data(), 1, text.size(), file.get()) == text.size() && std::fflush(file.get()) == 0 &&
@@ -73,16 +92,11 @@ bool writeWhole(const std::string& path, const std::string& text) {
 }  // namespace
 
 std::string loadSettings(const std::string& path, Settings& settings) {
-  const File file(std::fopen(path.c_str(), "rbe"));
-  if (!file) return errno == ENOENT ? "" : errorText();
-  std::string text(kMaxBytes + 1, '\0');
-  text.resize(std::fread(text.data(), 1, text.size(), file.get()));
-  if (std::ferror(file.get()) != 0) return errorText();
+  std::string text;
+  if (!jxplatform::readRegularFile(path, kMaxBytes, text)) return errno == ENOENT ? "" : objection();
   JSObject object;
   Settings read = settings;
-  if (text.size() > kMaxBytes || !JSObject::parse(text, object) || !takeSettings(object, read)) {
-    return "its content is not that of a settings file";
-  }
+  if (!JSObject::parse(text, object) || !takeSettings(object, read)) return kForeignContent;
   settings = read;
   return "";
 }
@@ -93,7 +107,8 @@ std::string saveSettings(const std::string& path, const Settings& settings) {
   object["cloud_env"] = settings.environment;
   object["auth_ex"] = settings.authEx ? 1 : 0;
   const std::string fresh = path + ".new";
-  if (!writeWhole(fresh, object.dump() + "\n") || std::rename(fresh.c_str(), path.c_str()) != 0) {
+  if (!isReplaceable(path)) return objection();
+  if (!writeNew(fresh, object.dump() + "\n") || std::rename(fresh.c_str(), path.c_str()) != 0) {
     std::string reason = errorText();
     unlink(fresh.c_str());
     return reason;

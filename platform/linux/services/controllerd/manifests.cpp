@@ -5,11 +5,11 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <memory>
 
 #include "base/text.h"
+#include "platform/linux/support/regular_file.h"
 
 namespace controllerd {
 
@@ -22,9 +22,6 @@ constexpr std::size_t kMaxManifestBytes = std::size_t{16} * 1024 * 1024;
 
 struct CloseDirectory {
   void operator()(DIR* directory) const { closedir(directory); }
-};
-struct CloseFile {
-  void operator()(std::FILE* file) const { std::fclose(file); }
 };
 
 // What lies beside the applications and begins with a dot is the installer's work in progress.
@@ -39,21 +36,10 @@ std::vector<std::string> applicationsIn(const std::string& directory) {
   return names;
 }
 
-// False with `reason` set when the file cannot be read.
-bool readText(const std::string& path, std::string& text, std::string& reason) {
-  const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(path.c_str(), "rbe"));
-  if (!file) {
-    reason = std::strerror(errno);
-    return false;
-  }
-  char block[4096];
-  std::size_t count = 0;
-  while (text.size() <= kMaxManifestBytes && (count = std::fread(block, 1, sizeof block, file.get())) > 0) {
-    text.append(block, count);
-  }
-  if (std::ferror(file.get()) != 0) reason = std::strerror(errno);
-  if (text.size() > kMaxManifestBytes) reason = "larger than 16 MiB";
-  return reason.empty();
+// Why a manifest could not be read, by errno.
+std::string objection() {
+  if (errno == EFBIG) return "larger than 16 MiB";
+  return errno == EINVAL ? "not a regular file" : std::strerror(errno);
 }
 
 // "NAME VERSION", or empty with `reason` set.
@@ -84,7 +70,11 @@ std::vector<std::string> scanManifests(const std::string& root) {
     std::string reason;
     std::string line;
     std::string path = root;
-    if (readText(path.append("/").append(file), text, reason)) line = describe(name, text, reason);
+    if (jxplatform::readRegularFile(path.append("/").append(file), kMaxManifestBytes, text)) {
+      line = describe(name, text, reason);
+    } else {
+      reason = objection();
+    }
     if (reason.empty()) {
       lines.push_back(base::printable(line));
     } else {

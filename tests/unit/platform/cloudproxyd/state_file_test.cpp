@@ -1,30 +1,46 @@
 #include "platform/linux/services/cloudproxyd/state_file.h"
 
-#include <gtest/gtest.h>
+#include <fcntl.h>
+#include <gmock/gmock.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <string>
+#include <vector>
 
 namespace {
 
 bool foldersCannotBeSynced = false;
+std::vector<std::string> calls;  // what was brought to the disk or renamed, in order
+
+std::string baseName(const std::string& path) { return path.substr(path.rfind('/') + 1); }
 
 }  // namespace
 
-// Stands in the way of the system's.
+// These stand in the way of the system's.
 extern "C" int fsync(int fd) {
+  std::array<char, PATH_MAX> path{};
   struct stat status {};
-  if (foldersCannotBeSynced && fstat(fd, &status) == 0 && S_ISDIR(status.st_mode)) {
-    errno = EIO;
-    return -1;
-  }
-  return static_cast<int>(syscall(SYS_fsync, fd));
+  EXPECT_GT(readlink(("/proc/self/fd/" + std::to_string(fd)).c_str(), path.data(), path.size() - 1), 0);
+  EXPECT_EQ(fstat(fd, &status), 0);
+  const bool isFolder = S_ISDIR(status.st_mode);
+  calls.push_back("fsync " + (isFolder ? "folder" : baseName(path.data()) + " of " + std::to_string(status.st_size)));
+  if (!isFolder || !foldersCannotBeSynced) return static_cast<int>(syscall(SYS_fsync, fd));
+  errno = EIO;
+  return -1;
+}
+
+extern "C" int rename(const char* from, const char* to) noexcept {
+  calls.push_back("rename " + baseName(from) + " " + baseName(to));
+  return renameat(AT_FDCWD, from, AT_FDCWD, to);
 }
 
 namespace cloudproxyd {
@@ -46,8 +62,8 @@ class StateFileTest : public testing::Test {
 
   void put(const std::string& text) const { std::ofstream(path, std::ios::binary) << text; }
 
-  std::string content() const {
-    std::ifstream file(path, std::ios::binary);
+  static std::string contentOf(const std::string& name) {
+    std::ifstream file(name, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
   }
 
@@ -68,7 +84,7 @@ class StateFileTest : public testing::Test {
 
 TEST_F(StateFileTest, SavedSettings_AreLoaded) {
   EXPECT_EQ(saveSettings(path, {7, "test", false}), "");
-  EXPECT_EQ(content(), "{\"auth_ex\":0,\"cloud_env\":\"test\",\"loglevel\":7}\n");
+  EXPECT_EQ(contentOf(path), "{\"auth_ex\":0,\"cloud_env\":\"test\",\"loglevel\":7}\n");
   EXPECT_EQ(loaded(), "7 test off");
   EXPECT_EQ(saveSettings(path, {2147483647, "<b>\"\\", true}), "");
   EXPECT_EQ(loaded(), "2147483647 <b>\"\\ on");
@@ -105,12 +121,36 @@ TEST_F(StateFileTest, FolderInItsPlace_IsAProblem) {
   rmdir(path.c_str());
 }
 
+TEST_F(StateFileTest, AnotherKindOfFile_IsAProblemAndStays) {
+  const auto expectRefused = [this] {
+    EXPECT_EQ(loaded(), "it is not a regular file");
+    EXPECT_EQ(saveSettings(path, {}), "it is not a regular file");
+    EXPECT_NE(access((path + ".new").c_str(), F_OK), 0);
+    struct stat status {};
+    EXPECT_EQ(stat(path.c_str(), &status), 0);
+    EXPECT_FALSE(S_ISREG(status.st_mode));
+    unlink(path.c_str());
+  };
+  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+  expectRefused();
+  ASSERT_EQ(symlink("/dev/zero", path.c_str()), 0);
+  expectRefused();
+}
+
 TEST_F(StateFileTest, FailedSaving_LeavesTheOldFile) {
   EXPECT_EQ(saveSettings(path, {7, "test", false}), "");
   ASSERT_EQ(mkdir((path + ".new").c_str(), 0755), 0);
   EXPECT_EQ(saveSettings(path, {8, "prod", true}), "Is a directory");
   EXPECT_EQ(loaded(), "7 test off");
   rmdir((path + ".new").c_str());
+}
+
+// In any other order a power failure can leave an empty file, or the old one for good.
+TEST_F(StateFileTest, Saving_BringsTheFileToTheDiskThenItsNameThenTheFolder) {
+  calls.clear();
+  EXPECT_EQ(saveSettings(path, {7, "test", false}), "");
+  EXPECT_THAT(calls, testing::ElementsAre("fsync state.json.new of " + std::to_string(contentOf(path).size()),
+                                          "rename state.json.new state.json", "fsync folder"));
 }
 
 TEST_F(StateFileTest, FolderThatCannotBeSynced_HasTheNewSettingsAndALineTellsIt) {
@@ -123,11 +163,21 @@ TEST_F(StateFileTest, FolderThatCannotBeSynced_HasTheNewSettingsAndALineTellsIt)
   EXPECT_EQ(loaded(), "8 prod on");
 }
 
-TEST_F(StateFileTest, LinkInThePlaceOfTheNewFile_IsNotFollowed) {
+TEST_F(StateFileTest, WhateverIsInThePlaceOfTheDraft_IsRemovedAndNotWrittenTo) {
   const std::string victim = directory + "/victim";
-  ASSERT_EQ(symlink(victim.c_str(), (path + ".new").c_str()), 0);
-  EXPECT_NE(saveSettings(path, {}), "");
-  EXPECT_NE(access(victim.c_str(), F_OK), 0);
+  const std::string draft = path + ".new";
+  std::ofstream(victim) << "untouched";
+  const auto expectSaved = [&](int prepared) {
+    ASSERT_EQ(prepared, 0);
+    EXPECT_EQ(saveSettings(path, {7, "test", false}), "");
+    EXPECT_EQ(loaded(), "7 test off");
+    EXPECT_NE(access(draft.c_str(), F_OK), 0);
+    EXPECT_EQ(contentOf(victim), "untouched");
+  };
+  expectSaved(symlink(victim.c_str(), draft.c_str()));
+  expectSaved(link(victim.c_str(), draft.c_str()));
+  expectSaved(mkfifo(draft.c_str(), 0600));
+  unlink(victim.c_str());
 }
 
 }  // namespace

@@ -32,11 +32,13 @@ class ControllerTest : public testing::Test {
   void install(const std::string& name, const std::string& manifest) {
     mkdir((root_ + "/apps").c_str(), 0755);
     mkdir((root_ + "/apps/" + name).c_str(), 0755);
-    std::FILE* file = std::fopen((root_ + "/apps/" + name + "/manifest.json").c_str(), "we");
+    std::FILE* file = std::fopen(manifestOf(name).c_str(), "we");
     ASSERT_NE(file, nullptr);
     std::fwrite(manifest.data(), 1, manifest.size(), file);
     std::fclose(file);
   }
+
+  std::string manifestOf(const std::string& name) const { return root_ + "/apps/" + name + "/manifest.json"; }
 
   std::vector<std::string> command(const std::string& word) {
     JSObject message;
@@ -84,12 +86,20 @@ TEST_F(ControllerTest, BadManifests_AreNamedAndTheOthersListed) {
                           "Error: apps/without/manifest.json: No such file or directory"));
 }
 
-TEST_F(ControllerTest, ManifestThatIsADirectory_IsNamed) {
-  install("odd", "");
-  unlink((root_ + "/apps/odd/manifest.json").c_str());
-  mkdir((root_ + "/apps/odd/manifest.json").c_str(), 0755);
+TEST_F(ControllerTest, ManifestThatIsNoFile_IsNamed) {
+  for (const char* const name : {"a-folder", "b-fifo", "c-endless", "d-large"}) {
+    install(name, "");
+    unlink(manifestOf(name).c_str());
+  }
+  ASSERT_EQ(mkdir(manifestOf("a-folder").c_str(), 0755), 0);
+  ASSERT_EQ(mkfifo(manifestOf("b-fifo").c_str(), 0600), 0);
+  ASSERT_EQ(symlink("/dev/zero", manifestOf("c-endless").c_str()), 0);
+  install("d-large", std::string(16 * 1024 * 1024 + 1, ' '));
   EXPECT_THAT(command("libmac_scan_manifests"),
-              ElementsAre("Installed applications:", "Error: apps/odd/manifest.json: Is a directory"));
+              ElementsAre("Installed applications:", "Error: apps/a-folder/manifest.json: Is a directory",
+                          "Error: apps/b-fifo/manifest.json: not a regular file",
+                          "Error: apps/c-endless/manifest.json: not a regular file",
+                          "Error: apps/d-large/manifest.json: larger than 16 MiB"));
 }
 
 TEST_F(ControllerTest, TextFromOutside_CannotForgeALine) {

@@ -1,6 +1,7 @@
 #include "platform/linux/support/terminal_settings.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include "tests/unit/platform/jxapp/scratch.h"
 
@@ -83,13 +84,16 @@ TEST(TerminalSettings, File_IsReadAnewEachTime) {
 }
 
 TEST(TerminalSettings, FileThatCannotBeRead_IsMalformed) {
-  const Scratch root;
-  root.write("terminal.json/x", "");
-  expectNothingKnown(readTerminalSettings(root.path()));
-  EXPECT_TRUE(readTerminalSettings(root.path()).signaturesMalformed);
-  const Scratch other;
-  other.write("terminal.json", std::string(std::size_t{2} * 1024 * 1024, ' ') + "{}");
-  EXPECT_TRUE(readTerminalSettings(other.path()).signaturesMalformed);
+  const Scratch folder;
+  folder.write("terminal.json/x", "");
+  const Scratch large;
+  large.write("terminal.json", std::string(std::size_t{1024} * 1024 - 1, ' ') + "{}");
+  const Scratch fifo;
+  ASSERT_EQ(mkfifo((fifo.path() + "/terminal.json").c_str(), 0600), 0);
+  for (const Scratch* const root : {&folder, &large, &fifo}) {
+    expectNothingKnown(readTerminalSettings(root->path()));
+    EXPECT_TRUE(readTerminalSettings(root->path()).signaturesMalformed);
+  }
 }
 
 }  // namespace
