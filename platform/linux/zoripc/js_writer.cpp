@@ -1,0 +1,89 @@
+// A JSObject written as JSON text.
+#include <nlohmann/json.hpp>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/linux/zoripc/js_node.h"
+
+namespace zoripc {
+
+namespace {
+
+using nlohmann::json;
+
+std::string quoted(const std::string& text) { return json(text).dump(-1, ' ', false, json::error_handler_t::replace); }
+
+}  // namespace
+
+// Writes the value with a list of the arrays and objects that are open, since a tree may be deeper than the stack.
+class JSObject::Node::Writer {
+ public:
+  std::string write(const JSObject& root) {
+    begin(root);
+    while (!open_.empty()) {
+      Level& level = open_.back();
+      if (const JSObject* inner = advance(level)) {
+        begin(*inner);
+      } else {
+        text_ += level.elements != nullptr ? ']' : '}';
+        open_.pop_back();
+      }
+    }
+    return std::move(text_);
+  }
+
+ private:
+  struct Level {
+    const Array* elements;  // null for an object
+    const Object* members;
+    std::size_t index;
+    Object::const_iterator member;
+  };
+
+  void begin(const JSObject& value) {
+    if (!value.node_) {
+      text_ += "null";
+    } else if (const auto* elements = value.node_->as<Array>()) {
+      text_ += '[';
+      open_.push_back({elements, nullptr, 0, {}});
+    } else if (const auto* members = value.node_->as<Object>()) {
+      text_ += '{';
+      open_.push_back({nullptr, members, 0, members->begin()});
+    } else {
+      writeScalar(*value.node_);
+    }
+  }
+
+  void writeScalar(const Node& node) {
+    if (const auto* truth = node.as<bool>()) {
+      text_ += *truth ? "true" : "false";
+    } else if (const auto* integer = node.as<long long>()) {
+      text_ += std::to_string(*integer);
+    } else if (const auto* number = node.as<double>()) {
+      text_ += json(*number).dump();
+    } else {
+      text_ += quoted(*node.as<std::string>());
+    }
+  }
+
+  // The next value of the level, its separator and name written; null when there is none.
+  const JSObject* advance(Level& level) {
+    if (level.elements != nullptr) {
+      if (level.index == level.elements->size()) return nullptr;
+      if (level.index > 0) text_ += ',';
+      return &(*level.elements)[level.index++];
+    }
+    if (level.member == level.members->end()) return nullptr;
+    if (level.member != level.members->begin()) text_ += ',';
+    text_ += quoted(level.member->first) + ":";
+    return &(level.member++)->second;
+  }
+
+  std::string text_;
+  std::vector<Level> open_;
+};
+
+std::string JSObject::dump() const { return Node::Writer().write(*this); }
+
+}  // namespace zoripc
