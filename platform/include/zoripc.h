@@ -135,7 +135,7 @@ class JSObject {
   // Reads JSON text. False when it is not JSON, has a number beyond the range of double, nests deeper than 100 levels
   // or memory ran out: `value` is null then. An integer that long long cannot hold becomes a double; of members with
   // one name the last counts.
-  static bool parse(const std::string& text, JSObject& value);
+  static bool parse(std::string text, JSObject& value);
 
  private:
   struct Node;

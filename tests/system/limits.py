@@ -1,11 +1,15 @@
-"""What the upload server does when it runs out of memory or descriptors. Not for sanitizer builds: they reserve terabytes of
-addresses, and look at objects through descriptors of their own."""
+"""What the upload server does when it runs out of memory or descriptors, and what memory a large notification takes. Not for
+sanitizer builds: they reserve terabytes of addresses, have an allocator of their own, and look at objects through descriptors
+of their own."""
 
+import pathlib
+import re
 import resource
 import unittest
 
 import jxtest
 from jxhttp import FORM_PAGE, Wire, exchange, request
+from jxservice import ServiceCase
 
 ROOM = 256 << 20
 
@@ -29,6 +33,20 @@ class LimitsTest(jxtest.Case):
             wire.socket.close()
         jxtest.wait_until(lambda: exchange(request("GET", "/")).endswith(FORM_PAGE), what="served again")
         self.assertIsNone(server.poll())
+
+
+class NotificationTest(ServiceCase):
+    def peak_mib(self, process):
+        status = pathlib.Path(f"/proc/{process.pid}/status").read_text()
+        return int(re.search(r"VmHWM:\s+(\d+) kB", status)[1]) / 1024
+
+    def test_a_quarter_of_a_million_environments_take_64_mib(self):
+        service = self.start_service()
+        environments = [{"name": f"environment-{n:06}", "prod": False, "certs": ["auth-ex", "jx-basic"]} for n in range(250_000)]
+        for _ in range(4):  # what one has taken is there for the next
+            answer = self.ask("writeconfig", cloud_env_list2=environments, cloud_env="test", auth_ex=0)
+            self.assertEqual(answer, {"command": "writeconfig", "result": "success"})
+        self.assertLess(self.peak_mib(service), 64)
 
 
 if __name__ == "__main__":

@@ -63,14 +63,14 @@ JSObject::JSObject(const JSObject& other) {
     JSObject* to = waiting.back().second;
     waiting.pop_back();
     if (!from->node_) continue;
-    if (const auto* elements = from->node_->as<Node::Array>()) {
+    if (const auto* elements = from->node_->held<Node::Array>()) {
       *to = array();
-      auto& copies = *to->node_->as<Node::Array>();
+      auto& copies = *to->node_->held<Node::Array>();
       copies.resize(elements->size());
       for (std::size_t i = 0; i < copies.size(); ++i) waiting.emplace_back(&(*elements)[i], &copies[i]);
-    } else if (const auto* members = from->node_->as<Node::Object>()) {
+    } else if (const auto* members = from->node_->held<Node::Object>()) {
       *to = object();
-      auto& copies = *to->node_->as<Node::Object>();
+      auto& copies = *to->node_->held<Node::Object>();
       for (const auto& member : *members) waiting.emplace_back(&member.second, &copies[member.first]);
     } else {
       to->node_ = std::make_unique<Node>(from->node_->content);
@@ -103,21 +103,21 @@ JSObject::~JSObject() {
   while (chain) {
     const std::unique_ptr<Node> node = std::move(chain);
     chain = std::move(node->next);
-    if (auto* elements = node->as<Node::Array>()) {
+    if (auto* elements = node->held<Node::Array>()) {
       for (JSObject& element : *elements) enchain(element);
-    } else if (auto* members = node->as<Node::Object>()) {
+    } else if (auto* members = node->held<Node::Object>()) {
       for (auto& member : *members) enchain(member.second);
     }
   }
 }
 
 bool JSObject::isNull() const { return !node_; }
-bool JSObject::isBool() const { return node_ && node_->as<bool>() != nullptr; }
-bool JSObject::isInt() const { return node_ && node_->as<long long>() != nullptr; }
-bool JSObject::isDouble() const { return node_ && node_->as<double>() != nullptr; }
-bool JSObject::isString() const { return node_ && node_->as<std::string>() != nullptr; }
-bool JSObject::isArray() const { return node_ && node_->as<Node::Array>() != nullptr; }
-bool JSObject::isObject() const { return node_ && node_->as<Node::Object>() != nullptr; }
+bool JSObject::isBool() const { return node_ && node_->is<bool>(); }
+bool JSObject::isInt() const { return node_ && node_->is<long long>(); }
+bool JSObject::isDouble() const { return node_ && node_->is<double>(); }
+bool JSObject::isString() const { return node_ && node_->is<std::string>(); }
+bool JSObject::isArray() const { return node_ && node_->is<Node::Array>(); }
+bool JSObject::isObject() const { return node_ && node_->is<Node::Object>(); }
 
 bool JSObject::has(const std::string& name) const {
   const auto* members = node_ ? node_->as<Node::Object>() : nullptr;

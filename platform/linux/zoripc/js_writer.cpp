@@ -39,31 +39,41 @@ class JSObject::Node::Writer {
     const Object* members;
     std::size_t index;
     Object::const_iterator member;
+    JSObject owned;  // the array or object, where it was built for the writing alone
   };
 
   void begin(const JSObject& value) {
     if (!value.node_) {
       text_ += "null";
-    } else if (const auto* elements = value.node_->as<Array>()) {
-      text_ += '[';
-      open_.push_back({elements, nullptr, 0, {}});
-    } else if (const auto* members = value.node_->as<Object>()) {
-      text_ += '{';
-      open_.push_back({nullptr, members, 0, members->begin()});
+    } else if (const auto* unread = value.node_->held<Unread>()) {
+      JSObject whole = build(*unread);
+      Node& node = *whole.node_;
+      open(node, std::move(whole));
+    } else if (value.isArray() || value.isObject()) {
+      open(*value.node_, JSObject());
     } else {
       writeScalar(*value.node_);
     }
   }
 
-  void writeScalar(const Node& node) {
-    if (const auto* truth = node.as<bool>()) {
+  void open(Node& node, JSObject owned) {
+    const auto* const elements = node.held<Array>();
+    const auto* const members = node.held<Object>();
+    text_ += elements != nullptr ? '[' : '{';
+    open_.push_back(
+        {elements, members, 0, members != nullptr ? members->begin() : Object::const_iterator(), std::move(owned)});
+  }
+
+  void writeScalar(Node& node) {
+    if (const auto* truth = node.held<bool>()) {
       text_ += *truth ? "true" : "false";
-    } else if (const auto* integer = node.as<long long>()) {
+    } else if (const auto* integer = node.held<long long>()) {
       text_ += std::to_string(*integer);
-    } else if (const auto* number = node.as<double>()) {
+    } else if (const auto* number = node.held<double>()) {
       text_ += json(*number).dump();
     } else {
-      text_ += quoted(*node.as<std::string>());
+      const std::string& text = *node.held<std::string>();
+      text_ += quoted(text);
     }
   }
 

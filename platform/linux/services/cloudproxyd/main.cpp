@@ -1,4 +1,5 @@
 // The cloud proxy of a Linux terminal: owns the id "1" and answers the requests that are notified to it.
+#include <malloc.h>
 #include <pthread.h>
 #include <zoripc.h>
 
@@ -47,6 +48,14 @@ Settings readSettings(const std::string& path, const Environments& environments)
   return usable;
 }
 
+// The C library would learn to keep large blocks for the next one; what a notification took is to be given back.
+void giveLargeBlocksBack() {
+#ifdef M_MMAP_THRESHOLD
+  constexpr int kLargeBytes = 128 * 1024;
+  mallopt(M_MMAP_THRESHOLD, kLargeBytes);
+#endif
+}
+
 sigset_t blockEnds() {
   sigset_t ends;
   sigemptyset(&ends);
@@ -59,6 +68,7 @@ sigset_t blockEnds() {
 
 int run(Options options) {
   std::setvbuf(stdout, nullptr, _IOLBF, 0);  // whoever reads sees each line as it is printed
+  giveLargeBlocksBack();
   const sigset_t ends = blockEnds();
   const std::string path = options.stateFile.empty() ? jxplatform::root() + "/cloudproxy.json" : options.stateFile;
   const Settings settings = readSettings(path, options.service.environments);

@@ -231,8 +231,54 @@ TEST(JSObject, Parse_ReadsEveryKind) {
   EXPECT_TRUE(value["a"].at(0)["x"].isArray());
 }
 
+// A text is taken apart as it is looked into.
+TEST(JSObject, Parse_TellsPartsApartWhateverStandsInTheirStrings) {
+  const JSObject value = parsed(
+      "\t{\"a]}\":\"\\\"]},\" ,\r\n \"b\\\\\" : [ \"[{\" , \"\\\\\",{\"}\":-1.5e3},[],{} ,[[2]]] ,\"c\":{ },\"d\": "
+      "5\n,\"e\":false,\"\":\"\"} ");
+  EXPECT_EQ(value.size(), 6U);
+  EXPECT_EQ(value["a]}"].getString(), "\"]},");
+  const JSObject& list = value["b\\"];
+  ASSERT_EQ(list.size(), 6U);
+  EXPECT_EQ(list.at(0).getString(), "[{");
+  EXPECT_EQ(list.at(1).getString(), "\\");
+  EXPECT_EQ(list.at(2)["}"].getDouble(), -1500);
+  EXPECT_TRUE(list.at(3).isArray() && !list.at(3).isObject());
+  EXPECT_EQ(list.at(3).size(), 0U);
+  EXPECT_TRUE(list.at(4).isObject() && !list.at(4).isArray());
+  EXPECT_EQ(list.at(5).at(0).at(0).getInt(), 2);
+  EXPECT_EQ(value["c"].size(), 0U);
+  EXPECT_EQ(value["d"].getInt(), 5);
+  EXPECT_TRUE(value["e"].isBool());
+  EXPECT_TRUE(value[""].isString());
+}
+
+TEST(JSObject, LookingIntoAText_ChangesNothingThatIsWritten) {
+  const std::string text = R"( {"b": [1, {"x": [[], {"y": "]"}], "a": null}, [2, [3]]], "a": {"c": {}}, "b2": []} )";
+  const std::string written = R"({"a":{"c":{}},"b":[1,{"a":null,"x":[[],{"y":"]"}]},[2,[3]]],"b2":[]})";
+  const JSObject value = parsed(text);
+  EXPECT_EQ(value.dump(), written);
+  EXPECT_EQ(value["b"].at(1)["x"].at(1)["y"].getString(), "]");
+  EXPECT_EQ(value.dump(), written);
+  const JSObject copy = value;
+  EXPECT_EQ(copy["b"].at(2).at(1).at(0).getInt(), 3);
+  EXPECT_EQ(copy.dump(), written);
+  EXPECT_EQ(value.dump(), written);
+}
+
+TEST(JSObject, PartOfAText_OutlivesIt) {
+  JSObject part;
+  {
+    const JSObject value = parsed(R"({"a":{"b":[1,2]}})");
+    part = value["a"];
+  }
+  part["c"] = parsed("[3]");
+  EXPECT_EQ(part.dump(), R"({"b":[1,2],"c":[3]})");
+}
+
 TEST(JSObject, Parse_ScalarsStandAlone) {
   EXPECT_EQ(parsed("7").getInt(), 7);
+  EXPECT_EQ(parsed(" -7\n").getInt(), -7);
   EXPECT_EQ(parsed("\"x\"").getString(), "x");
   EXPECT_TRUE(parsed("null").isNull());
 }
