@@ -10,12 +10,18 @@
 #include "base/file_io.h"
 
 namespace base {
+namespace {
+
+// None with errno.
+Descriptor createAnew(const std::string& path, mode_t mode) {
+  if (unlink(path.c_str()) != 0 && errno != ENOENT) return Descriptor();
+  return Descriptor(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+}
+
+}  // namespace
 
 AtomicFile::AtomicFile(std::string path, const std::string& suffix, mode_t mode)
-    : path_(std::move(path)),
-      draftPath_(path_ + suffix),
-      draft_(open(draftPath_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, mode)),
-      hasDraft_(draft_) {}
+    : path_(std::move(path)), draftPath_(path_ + suffix), draft_(createAnew(draftPath_, mode)), hasDraft_(draft_) {}
 
 AtomicFile::~AtomicFile() {
   if (!hasDraft_) return;

@@ -17,9 +17,10 @@ enum class Flush { kNo, kYes };
 // content or the new, at any moment; with Flush::kYes after a power failure too.
 class AtomicFile {
  public:
-  // Opens the draft, `path` + `suffix`, in place of one that a killed writer left; a link of that name is refused
-  // (ELOOP). `mode` is that of the file, less the process's mask. Where it cannot be opened the object is false and
-  // errno says why. Writers that may run at the same time take different suffixes.
+  // Opens the draft, `path` + `suffix`, a new file: what has that name, such as the draft of a killed writer, a link or
+  // a FIFO, is removed and not written to; a folder stays and is refused (EISDIR). `mode` is that of the file, less the
+  // process's mask. Where it cannot be opened the object is false and errno says why. Writers that may run at the same
+  // time take different suffixes.
   explicit AtomicFile(std::string path, const std::string& suffix = ".new", mode_t mode = 0666);
 
   // Removes the draft unless it was committed; keeps errno.

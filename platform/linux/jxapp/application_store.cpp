@@ -10,6 +10,7 @@
 
 #include "base/file_io.h"
 #include "base/ignore.h"
+#include "base/regular_file.h"
 #include "base/text.h"
 #include "platform/linux/jxapp/failure.h"
 #include "platform/linux/jxapp/manifest.h"
@@ -81,7 +82,8 @@ std::vector<Application> ApplicationStore::list() const {
 
 std::optional<std::string> ApplicationStore::versionOf(const std::string& name) const {
   std::string text;
-  if (!readFile(directory(), name + '/' + kManifestName, kMaxManifestBytes, text)) return std::nullopt;
+  const base::Descriptor file = openAt(directory(), name + '/' + kManifestName, O_RDONLY | O_NONBLOCK);
+  if (!file || !base::readRegularFile(file.get(), kMaxManifestBytes, text)) return std::nullopt;
   try {
     return parseManifest(text).version;
   } catch (const Failure&) {

@@ -52,25 +52,6 @@ std::int64_t readAt(int fd, char* buffer, std::size_t size, std::uint64_t offset
   return static_cast<std::int64_t>(done);
 }
 
-bool readFile(int directory, const std::string& name, std::size_t maxBytes, std::string& content) {
-  const base::Descriptor file = openAt(directory, name, O_RDONLY | O_NONBLOCK);
-  struct stat status {};
-  if (!file || fstat(file.get(), &status) != 0) return false;
-  if (!S_ISREG(status.st_mode)) {
-    errno = EINVAL;
-    return false;
-  }
-  if (status.st_size > static_cast<off_t>(maxBytes)) {
-    errno = EFBIG;
-    return false;
-  }
-  content.resize(static_cast<std::size_t>(status.st_size));
-  const std::int64_t got = readAt(file.get(), content.data(), content.size(), 0);
-  if (got < 0) return false;
-  content.resize(static_cast<std::size_t>(got));
-  return true;
-}
-
 bool listDirectory(int directory, std::vector<std::string>& names) {
   const Directory stream = openStream(directory);
   if (!stream) return false;

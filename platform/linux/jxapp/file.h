@@ -18,10 +18,6 @@ namespace jxinstall {
 // errno.
 [[nodiscard]] std::int64_t readAt(int fd, char* buffer, std::size_t size, std::uint64_t offset);
 
-// The whole of a regular file of at most `maxBytes`; false with errno set (EFBIG when it is longer, EINVAL when it is
-// not a regular file).
-[[nodiscard]] bool readFile(int directory, const std::string& name, std::size_t maxBytes, std::string& content);
-
 // The names in a directory but "." and "..", sorted by bytes; false with errno set.
 [[nodiscard]] bool listDirectory(int directory, std::vector<std::string>& names);
 

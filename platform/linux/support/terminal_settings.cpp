@@ -3,8 +3,8 @@
 #include <cerrno>
 #include <nlohmann/json.hpp>
 
+#include "base/regular_file.h"
 #include "platform/linux/support/json_text.h"
-#include "platform/linux/support/regular_file.h"
 
 namespace jxplatform {
 namespace {
@@ -62,7 +62,7 @@ TerminalSettings parseTerminalSettings(const std::string& text) {
 
 TerminalSettings readTerminalSettings(const std::string& root) {
   std::string text;
-  if (readRegularFile(root + "/terminal.json", kMaxFileBytes, text)) return parseTerminalSettings(text);
+  if (base::readRegularFile(root + "/terminal.json", kMaxFileBytes, text)) return parseTerminalSettings(text);
   TerminalSettings settings;
   settings.signaturesMalformed = errno != ENOENT;
   return settings;

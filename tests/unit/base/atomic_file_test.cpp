@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
@@ -95,12 +96,26 @@ TEST_F(AtomicFileTest, DraftOfAKilledWriter_IsReplaced) {
   EXPECT_EQ(folder_.content("state"), "fresh");
 }
 
-TEST_F(AtomicFileTest, DraftThatIsALink_IsRefused) {
+TEST_F(AtomicFileTest, WhateverHasTheDraftsName_IsRemovedAndNotWrittenTo) {
+  const std::string draft = folder_ / "state.mine";
+  const auto expectReplaced = [&](int prepared) {
+    ASSERT_EQ(prepared, 0);
+    EXPECT_TRUE(base::replaceFile(folder_ / "state", "new", Flush::kNo, ".mine"));
+    EXPECT_EQ(folder_.content("state"), "new");
+    EXPECT_EQ(folder_.content("victim"), "untouched");
+    EXPECT_THAT(folder_.names(), ElementsAre("state", "victim"));
+  };
   folder_.put("victim", "untouched");
-  std::filesystem::create_symlink(folder_ / "victim", folder_ / "state.mine");
-  EXPECT_FALSE(base::replaceFile(folder_ / "state", "new", Flush::kNo, ".mine"));
-  EXPECT_EQ(errno, ELOOP);
-  EXPECT_EQ(folder_.content("victim"), "untouched");
+  expectReplaced(symlink("victim", draft.c_str()));
+  expectReplaced(link((folder_ / "victim").c_str(), draft.c_str()));
+  expectReplaced(mkfifo(draft.c_str(), 0600));
+}
+
+TEST_F(AtomicFileTest, FolderOfTheDraftsName_IsRefused) {
+  ASSERT_EQ(mkdir((folder_ / "state.new").c_str(), 0700), 0);
+  EXPECT_FALSE(base::replaceFile(folder_ / "state", "new", Flush::kNo));
+  EXPECT_EQ(errno, EISDIR);
+  EXPECT_THAT(folder_.names(), ElementsAre("state.new"));
 }
 
 TEST_F(AtomicFileTest, FolderThatIsNotThere_IsAFalseObject) {

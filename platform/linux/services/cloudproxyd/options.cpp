@@ -5,6 +5,8 @@
 #include <map>
 #include <vector>
 
+#include "base/text.h"
+
 namespace cloudproxyd {
 
 namespace {
@@ -13,8 +15,7 @@ constexpr int kUsageError = 2;
 constexpr std::size_t kMaxNameBytes = 64;
 
 bool isName(const std::string& text) {
-  const auto isPrintable = [](char c) { return c >= 0x20 && c <= 0x7E; };
-  return !text.empty() && text.size() <= kMaxNameBytes && std::all_of(text.begin(), text.end(), isPrintable);
+  return !text.empty() && text.size() <= kMaxNameBytes && std::all_of(text.begin(), text.end(), base::isPrintable);
 }
 
 void require(bool condition, const std::string& problem) {

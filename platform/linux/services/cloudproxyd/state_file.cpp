@@ -1,16 +1,14 @@
 #include "platform/linux/services/cloudproxyd/state_file.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 #include <zoripc.h>
 
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
-#include <memory>
 
-#include "platform/linux/support/regular_file.h"
+#include "base/atomic_file.h"
+#include "base/file_io.h"
+#include "base/regular_file.h"
 
 namespace cloudproxyd {
 
@@ -20,19 +18,13 @@ using zoripc::JSObject;
 
 // Far above what is ever written; a wrong file must not fill the memory.
 constexpr std::size_t kMaxBytes = 65536;
+constexpr mode_t kMode = 0644;
 constexpr const char* kForeignContent = "its content is not that of a settings file";
-
-struct CloseFile {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<std::FILE, CloseFile>;
-
-std::string errorText() { return std::strerror(errno); }
 
 // Why the file is none to read or to replace, by errno.
 std::string objection() {
   if (errno == EFBIG) return kForeignContent;
-  return errno == EINVAL ? "it is not a regular file" : errorText();
+  return errno == EINVAL ? "it is not a regular file" : base::errorText(errno);
 }
 
 // True when `object` lacks the member or has it as an integer from 0 to `most`.
@@ -56,19 +48,6 @@ bool takeSettings(const JSObject& object, Settings& settings) {
   return object["cloud_env"].isString();
 }
 
-// False with errno set.
-bool syncDirectoryOf(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-  const int fd = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd < 0) return false;
-  const bool synced = fsync(fd) == 0;
-  const int error = errno;
-  close(fd);
-  errno = error;
-  return synced;
-}
-
 // Whether `path` may be replaced: it is a regular file, or nothing. False with errno set.
 bool isReplaceable(const std::string& path) {
   struct stat status {};
@@ -77,23 +56,11 @@ bool isReplaceable(const std::string& path) {
   return S_ISREG(status.st_mode);
 }
 
-// Writes `text` to a new file in the place of whatever is there: a link of that name is not followed, a FIFO not waited
-// for. False with errno set.
-bool writeNew(const std::string& path, const std::string& text) {
-  constexpr mode_t kMode = 0644;
-  if (unlink(path.c_str()) != 0 && errno != ENOENT) return false;
-  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kMode);
-  const File file(fd < 0 ? nullptr : fdopen(fd, "w"));
-  if (fd >= 0 && !file) close(fd);
-  return file && std::fwrite(text.data(), 1, text.size(), file.get()) == text.size() && std::fflush(file.get()) == 0 &&
-         fsync(fd) == 0;
-}
-
 }  // namespace
 
 std::string loadSettings(const std::string& path, Settings& settings) {
   std::string text;
-  if (!jxplatform::readRegularFile(path, kMaxBytes, text)) return errno == ENOENT ? "" : objection();
+  if (!base::readRegularFile(path, kMaxBytes, text)) return errno == ENOENT ? "" : objection();
   JSObject object;
   Settings read = settings;
   if (!JSObject::parse(text, object) || !takeSettings(object, read)) return kForeignContent;
@@ -106,16 +73,11 @@ std::string saveSettings(const std::string& path, const Settings& settings) {
   object["loglevel"] = settings.logLevel;
   object["cloud_env"] = settings.environment;
   object["auth_ex"] = settings.authEx ? 1 : 0;
-  const std::string fresh = path + ".new";
   if (!isReplaceable(path)) return objection();
-  if (!writeNew(fresh, object.dump() + "\n") || std::rename(fresh.c_str(), path.c_str()) != 0) {
-    std::string reason = errorText();
-    unlink(fresh.c_str());
-    return reason;
-  }
-  if (!syncDirectoryOf(path)) {
+  if (!base::replaceFile(path, object.dump() + "\n", base::Flush::kYes, ".new", kMode)) return base::errorText(errno);
+  if (!base::syncFolderOf(path)) {
     std::fprintf(stderr, "cloudproxyd: %s: a power failure may bring the old settings back: %s\n", path.c_str(),
-                 errorText().c_str());
+                 base::errorText(errno).c_str());
   }
   return "";
 }

@@ -1,5 +1,6 @@
 #include "platform/linux/services/controllerd/commands.h"
 
+#include "base/text.h"
 #include "platform/linux/services/controllerd/manifests.h"
 
 namespace controllerd {
@@ -10,10 +11,7 @@ constexpr std::size_t kShownBytes = 200;
 
 // Enough of a text from outside to recognise it, as one line.
 std::string excerpt(const std::string& text) {
-  std::string shown = text.substr(0, kShownBytes);
-  for (char& c : shown) {
-    if (c < 0x20 || c > 0x7E) c = '?';
-  }
+  const std::string shown = base::printable(text.substr(0, kShownBytes));
   return text.size() > kShownBytes ? shown + "..." : shown;
 }
 

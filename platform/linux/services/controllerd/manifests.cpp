@@ -5,11 +5,11 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <memory>
 
+#include "base/file_io.h"
+#include "base/regular_file.h"
 #include "base/text.h"
-#include "platform/linux/support/regular_file.h"
 
 namespace controllerd {
 
@@ -39,7 +39,7 @@ std::vector<std::string> applicationsIn(const std::string& directory) {
 // Why a manifest could not be read, by errno.
 std::string objection() {
   if (errno == EFBIG) return "larger than 16 MiB";
-  return errno == EINVAL ? "not a regular file" : std::strerror(errno);
+  return errno == EINVAL ? "not a regular file" : base::errorText(errno);
 }
 
 // "NAME VERSION", or empty with `reason` set.
@@ -70,7 +70,7 @@ std::vector<std::string> scanManifests(const std::string& root) {
     std::string reason;
     std::string line;
     std::string path = root;
-    if (jxplatform::readRegularFile(path.append("/").append(file), kMaxManifestBytes, text)) {
+    if (base::readRegularFile(path.append("/").append(file), kMaxManifestBytes, text)) {
       line = describe(name, text, reason);
     } else {
       reason = objection();

@@ -163,22 +163,5 @@ TEST_F(StateFileTest, FolderThatCannotBeSynced_HasTheNewSettingsAndALineTellsIt)
   EXPECT_EQ(loaded(), "8 prod on");
 }
 
-TEST_F(StateFileTest, WhateverIsInThePlaceOfTheDraft_IsRemovedAndNotWrittenTo) {
-  const std::string victim = directory + "/victim";
-  const std::string draft = path + ".new";
-  std::ofstream(victim) << "untouched";
-  const auto expectSaved = [&](int prepared) {
-    ASSERT_EQ(prepared, 0);
-    EXPECT_EQ(saveSettings(path, {7, "test", false}), "");
-    EXPECT_EQ(loaded(), "7 test off");
-    EXPECT_NE(access(draft.c_str(), F_OK), 0);
-    EXPECT_EQ(contentOf(victim), "untouched");
-  };
-  expectSaved(symlink(victim.c_str(), draft.c_str()));
-  expectSaved(link(victim.c_str(), draft.c_str()));
-  expectSaved(mkfifo(draft.c_str(), 0600));
-  unlink(victim.c_str());
-}
-
 }  // namespace
 }  // namespace cloudproxyd

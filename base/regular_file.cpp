@@ -1,4 +1,4 @@
-#include "platform/linux/support/regular_file.h"
+#include "base/regular_file.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -8,22 +8,22 @@
 #include <cerrno>
 #include <utility>
 
-namespace jxplatform {
+#include "base/descriptor.h"
+
+namespace base {
 namespace {
 
-int openRegular(const std::string& path) {
-  // Without the flag a FIFO would be waited for that nobody opens at its other end.
-  const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+bool isRegular(int fd) {
   struct stat status {};
-  if (fd < 0 || (fstat(fd, &status) == 0 && S_ISREG(status.st_mode))) return fd;
-  close(fd);
+  if (fstat(fd, &status) != 0) return false;
+  if (S_ISREG(status.st_mode)) return true;
   errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
-  return -1;
+  return false;
 }
 
 // To its end, wherever the file says that it is: it may grow, and some have a size of 0.
-bool readAll(int fd, std::size_t maxBytes, std::string& content) {
-  constexpr std::size_t kBlockBytes = 4096;
+bool readToEnd(int fd, std::size_t maxBytes, std::string& content) {
+  constexpr std::size_t kBlockBytes = std::size_t{16} * 1024;
   std::array<char, kBlockBytes> block{};
   for (;;) {
     const ssize_t got = read(fd, block.data(), block.size());
@@ -40,15 +40,16 @@ bool readAll(int fd, std::size_t maxBytes, std::string& content) {
 }  // namespace
 
 bool readRegularFile(const std::string& path, std::size_t maxBytes, std::string& content) {
-  const int fd = openRegular(path);
-  if (fd < 0) return false;
-  std::string text;
-  const bool isWhole = readAll(fd, maxBytes, text);
-  const int error = errno;
-  close(fd);
-  errno = error;
-  if (isWhole) content = std::move(text);
-  return isWhole;
+  // Without O_NONBLOCK a FIFO would be waited for that nobody opens at its other end.
+  const Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  return file && readRegularFile(file.get(), maxBytes, content);
 }
 
-}  // namespace jxplatform
+bool readRegularFile(int fd, std::size_t maxBytes, std::string& content) {
+  std::string text;
+  if (!isRegular(fd) || !readToEnd(fd, maxBytes, text)) return false;
+  content = std::move(text);
+  return true;
+}
+
+}  // namespace base
