@@ -9,16 +9,6 @@
 
 namespace zoripc {
 
-AddressList resolve(const std::string& host, unsigned short port, int flags) {
-  addrinfo wanted{};
-  wanted.ai_family = AF_UNSPEC;
-  wanted.ai_socktype = SOCK_STREAM;
-  wanted.ai_flags = flags | AI_NUMERICSERV;
-  addrinfo* found = nullptr;
-  if (getaddrinfo(host.c_str(), std::to_string(port).c_str(), &wanted, &found) != 0) return nullptr;
-  return AddressList(found);
-}
-
 std::string localAddressOf(int fd) {
   sockaddr_storage address{};
   socklen_t length = sizeof address;

@@ -7,6 +7,7 @@
 #include <memory>
 #include <new>
 
+#include "platform/linux/support/connect.h"
 #include "platform/linux/zoripc/socket_address.h"
 #include "platform/linux/zoripc/tcp_impl.h"
 
@@ -51,7 +52,7 @@ int listenEverywhere(unsigned short port) {
 }
 
 int listenOn(const char* address, unsigned short port) {
-  const AddressList found = resolve(address, port, AI_NUMERICHOST | AI_PASSIVE);
+  const jxplatform::AddressList found = jxplatform::resolve(address, port, AI_NUMERICHOST | AI_PASSIVE);
   if (found != nullptr) return listenAt(found->ai_addr, found->ai_addrlen);
   errno = EINVAL;
   return -1;
