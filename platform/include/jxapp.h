@@ -5,7 +5,10 @@
 
 namespace jxapp {
 
-// Receives one progress message of the installer, printf-style. Called on the thread that called jxInstall.
+// No function here throws.
+
+// Receives one progress message of the installer, printf-style. Called on the thread that called jxInstall; must not
+// throw.
 using InstallLog = void (*)(void* data, const char* format, ...);
 
 // Installs every archive `upload-N.zip` of the source directory in the order of N and removes it from there, telling
@@ -14,7 +17,8 @@ using InstallLog = void (*)(void* data, const char* format, ...);
 // call at a time.
 int jxInstall(InstallLog log, void* data);
 
-// The directory in which archives to be installed are placed; without a slash at its end; owned by the library.
+// The directory in which archives to be installed are placed; without a slash at its end; owned by the library. Never
+// null: when there is no memory to tell it, this call gives a path below which no file can be made.
 const char* jxInstallSourceDir();
 
 // Creates that directory where it is missing. True when it is there.

@@ -1,6 +1,6 @@
 // Preloaded into a process: its monotonic clock runs JX_CLOCK_RATE times as fast as the real one from the start of the
 // process on, and its waits are as many times shorter. What is due after half a minute of silence is then seen in a
-// second.
+// second. A rate of 1/N makes all that as many times slower: what waits for a time-out is then told from what does not.
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <poll.h>
@@ -17,6 +17,7 @@ enum { kMaxConditions = 64 };
 static const int64_t kSecondNs = 1000000000;
 
 static int64_t rate = 1;
+static int64_t slowness = 1;
 static int64_t beginNs;
 static int (*realPoll)(struct pollfd*, nfds_t, int);
 static int (*realPpoll)(struct pollfd*, nfds_t, const struct timespec*, const sigset_t*);
@@ -37,7 +38,7 @@ static struct timespec fromNs(int64_t ns) {
   return time;
 }
 
-static int64_t shortened(int64_t span) { return (span + rate - 1) / rate; }
+static int64_t shortened(int64_t span) { return (span * slowness + rate - 1) / rate; }
 
 // When a time of the fast clock really comes.
 static struct timespec realEnd(const struct timespec* end) { return fromNs(beginNs + shortened(toNs(end) - beginNs)); }
@@ -62,13 +63,15 @@ __attribute__((constructor)) static void begin(void) {
   realGetTime(CLOCK_MONOTONIC, &now);
   beginNs = toNs(&now);
   const char* const text = getenv("JX_CLOCK_RATE");
-  if (text != NULL) rate = strtol(text, NULL, 10);
-  if (rate < 1) abort();
+  char* rest = NULL;
+  if (text != NULL) rate = strtol(text, &rest, 10);
+  if (rest != NULL && *rest == '/') slowness = strtol(rest + 1, NULL, 10);
+  if (rate < 1 || slowness < 1) abort();
 }
 
 int clock_gettime(clockid_t clock, struct timespec* now) {
   const int result = realGetTime(clock, now);
-  if (result == 0 && clock == CLOCK_MONOTONIC && rate > 1) *now = fromNs(beginNs + (toNs(now) - beginNs) * rate);
+  if (result == 0 && clock == CLOCK_MONOTONIC) *now = fromNs(beginNs + (toNs(now) - beginNs) * rate / slowness);
   return result;
 }
 

@@ -80,7 +80,7 @@ class Case(unittest.TestCase):
         self.env["ASAN_OPTIONS"] = ":".join(filter(None, [self.env.get("ASAN_OPTIONS"), option]))
 
     def speed_up(self, rate):
-        """Has the programs started from now on live `rate` times as fast."""
+        """Has the programs started from now on live `rate` times as fast; "1/60" is sixty times slower."""
         self.env.update(self.preloading("libfast_clock.so"), JX_CLOCK_RATE=str(rate))
 
     def start_bus(self):

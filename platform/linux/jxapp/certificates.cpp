@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <exception>
 #include <memory>
 
 #include "platform/linux/jxapp/file.h"
@@ -41,9 +42,13 @@ bool readCertificate(int directory, const std::string& name, std::string& conten
   return got >= 0;
 }
 
-la_ssize_t append(archive* /*writer*/, void* data, const void* bytes, std::size_t size) {
+// Called by the library, through which nothing may be thrown; it calls even while it is taken down.
+la_ssize_t append(archive* writer, void* data, const void* bytes, std::size_t size) try {
   static_cast<std::string*>(data)->append(static_cast<const char*>(bytes), size);
   return static_cast<la_ssize_t>(size);
+} catch (const std::exception&) {
+  archive_set_error(writer, ENOMEM, "no memory");
+  return -1;
 }
 
 bool writeEntry(archive* writer, const std::string& name, const std::string& content) {

@@ -27,13 +27,17 @@ int jxInstall(InstallLog log, void* data) try {
   return -1;
 }
 
-const char* jxInstallSourceDir() { return sourceDirectory().c_str(); }
+const char* jxInstallSourceDir() try { return sourceDirectory().c_str(); } catch (const std::exception&) {
+  return "/dev/null";
+}
 
-bool jxInstallCreateSourceDir() {
+bool jxInstallCreateSourceDir() try {
   constexpr mode_t kMode = 0755;
   mkdir(sourceDirectory().c_str(), kMode);
   struct stat status {};
   return stat(sourceDirectory().c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+} catch (const std::exception&) {
+  return false;
 }
 
 bool jxGetCertificateArchive(std::string& archive) try {

@@ -1,11 +1,11 @@
 #include "platform/linux/support/connect.h"
 
 #include <poll.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 
+#include <array>
 #include <cerrno>
-#include <chrono>
-#include <condition_variable>
 #include <mutex>
 #include <new>
 #include <system_error>
@@ -18,9 +18,8 @@ namespace {
 
 // Shared by the caller and the thread; the later of the two lets it go.
 struct LookUp {
+  base::Descriptor done{eventfd(0, EFD_CLOEXEC)};
   std::mutex lock;
-  std::condition_variable done;
-  bool finished = false;
   AddressList addresses;
 };
 
@@ -33,33 +32,25 @@ void run(const std::shared_ptr<LookUp>& shared, const std::string& host, unsigne
   }
   const std::lock_guard<std::mutex> hold(shared->lock);
   shared->addresses = std::move(found);
-  shared->finished = true;
-  shared->done.notify_one();
+  eventfd_write(shared->done.get(), 1);
 }
 
-bool waitFor(LookUp& shared, std::unique_lock<std::mutex>& hold, const base::Deadline& deadline) {
-  const auto finished = [&shared] { return shared.finished; };
-  const int timeoutMs = deadline.remainingMs();
-  if (timeoutMs >= 0) return shared.done.wait_for(hold, std::chrono::milliseconds(timeoutMs), finished);
-  shared.done.wait(hold, finished);
-  return true;
-}
-
-AddressList lookUp(const std::string& host, unsigned short port, const base::Deadline& deadline) {
+// Null with errno set. A numeric address is never looked up.
+AddressList lookUp(const std::string& host, unsigned short port, const base::Deadline& deadline, int breakFd) {
   if (AddressList numeric = resolve(host, port, AI_NUMERICHOST)) return numeric;
   const auto shared = std::make_shared<LookUp>();
+  if (!shared->done) return nullptr;
   try {
     std::thread(run, shared, host, port).detach();
   } catch (const std::system_error&) {
     errno = EAGAIN;
     return nullptr;
   }
-  std::unique_lock<std::mutex> hold(shared->lock);
-  const bool inTime = waitFor(*shared, hold, deadline);
-  if (!inTime) {
-    errno = ETIMEDOUT;
+  if (const int error = waitReady(shared->done.get(), POLLIN, deadline, breakFd); error != 0) {
+    errno = error;
     return nullptr;
   }
+  const std::lock_guard<std::mutex> hold(shared->lock);
   if (!shared->addresses) errno = EHOSTUNREACH;
   return std::move(shared->addresses);
 }
@@ -71,23 +62,15 @@ int outcomeOf(int fd) {
   return getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &length) == 0 ? error : errno;
 }
 
-int waitConnected(int fd, const base::Deadline& deadline) {
-  for (;;) {
-    pollfd entry{fd, POLLOUT, 0};
-    const int timeoutMs = deadline.remainingMs();
-    const int count = poll(&entry, 1, timeoutMs);
-    if (count > 0) return outcomeOf(fd);
-    if (count < 0 && errno != EINTR) return errno;
-    if (count == 0 && deadline.passed()) return ETIMEDOUT;
-  }
-}
-
 // A connected descriptor, or none with errno set.
-base::Descriptor connectToOne(const addrinfo& address, const base::Deadline& deadline) {
+base::Descriptor connectToOne(const addrinfo& address, const base::Deadline& deadline, int breakFd) {
   base::Descriptor made(socket(address.ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (!made) return made;
   int error = connect(made.get(), address.ai_addr, address.ai_addrlen) == 0 ? 0 : errno;
-  if (error == EINPROGRESS || error == EINTR) error = waitConnected(made.get(), deadline);
+  if (error == EINPROGRESS || error == EINTR) {
+    error = waitReady(made.get(), POLLOUT, deadline, breakFd);
+    if (error == 0) error = outcomeOf(made.get());
+  }
   if (error == 0) return made;
   errno = error;
   return {};
@@ -99,19 +82,29 @@ int countOf(const addrinfo* list) {
   return count;
 }
 
-// Each address gets an equal share of the time that is left when its turn comes, so that one that swallows packets
-// does not use up the time of the next.
-base::Descriptor connectToAny(const addrinfo* list, const base::Deadline& deadline) {
+// So that an address that swallows packets does not use up the time of the next.
+base::Descriptor connectToAny(const addrinfo* list, const base::Deadline& deadline, int breakFd) {
   base::Descriptor made;
   for (int left = countOf(list); list != nullptr && !made; list = list->ai_next, --left) {
     const int timeoutMs = deadline.remainingMs();
-    made = connectToOne(*list, base::Deadline(timeoutMs < 0 ? -1 : timeoutMs / left));
+    made = connectToOne(*list, base::Deadline(timeoutMs < 0 ? -1 : timeoutMs / left), breakFd);
+    if (!made && errno == ECANCELED) return made;
   }
   if (!made && deadline.passed()) errno = ETIMEDOUT;
   return made;
 }
 
 }  // namespace
+
+int waitReady(int fd, short events, const base::Deadline& deadline, int breakFd) {
+  for (;;) {
+    std::array<pollfd, 2> entries{{{fd, events, 0}, {breakFd, POLLIN, 0}}};
+    const int count = poll(entries.data(), entries.size(), deadline.remainingMs());
+    if (count > 0) return entries[1].revents != 0 ? ECANCELED : 0;
+    if (count < 0 && errno != EINTR) return errno;
+    if (count == 0 && deadline.passed()) return ETIMEDOUT;
+  }
+}
 
 AddressList resolve(const std::string& host, unsigned short port, int flags) {
   addrinfo wanted{};
@@ -123,9 +116,9 @@ AddressList resolve(const std::string& host, unsigned short port, int flags) {
   return AddressList(found);
 }
 
-base::Descriptor connectTo(const std::string& host, unsigned short port, const base::Deadline& deadline) {
-  const AddressList addresses = lookUp(host, port, deadline);
-  return addresses == nullptr ? base::Descriptor() : connectToAny(addresses.get(), deadline);
+base::Descriptor connectTo(const std::string& host, unsigned short port, const base::Deadline& deadline, int breakFd) {
+  const AddressList addresses = lookUp(host, port, deadline, breakFd);
+  return addresses == nullptr ? base::Descriptor() : connectToAny(addresses.get(), deadline, breakFd);
 }
 
 }  // namespace jxplatform

@@ -1,22 +1,16 @@
-// Whether the cloud's gateway can be reached: an HTTPS request that counts as little as it can.
+// Whether the cloud's gateway can be reached.
 #pragma once
 
 #include <functional>
 #include <memory>
 #include <string>
 
-#include "platform/linux/services/cloudproxyd/gateway.h"
+#include "platform/linux/services/cloudproxyd/gateway_request.h"
 
 namespace cloudproxyd {
 
-struct GatewayAnswer {
-  bool answered = false;  // an HTTP answer has come
-  int code = 0;           // its status, or the transport's error number
-  std::string reason;     // the text of either; may be empty
-};
-
-// Makes checks, each on threads of its own. Any thread may call; what it calls back runs on a thread of the check and
-// must not throw.
+// Makes checks, each on a thread of its own. Any thread may call; what it calls back runs on the thread of the check
+// and must not throw.
 class GatewayChecker {
  public:
   // A check that has no answer after this has failed, whatever it was doing. The requester waits 10 seconds.
@@ -35,8 +29,8 @@ class GatewayChecker {
   // begin; then it is not called.
   bool start(Done done);
 
-  // Breaks off what is under way, lets nothing more begin, and waits at most `timeoutMs` for it to end. False when a
-  // thread still runs: looking a name up cannot be broken off.
+  // Breaks off what is under way, which is then answered so, lets nothing more begin, and waits at most `timeoutMs` for
+  // all of it to end. False when a thread still runs, because what it calls back does.
   bool finish(int timeoutMs);
 
  private:

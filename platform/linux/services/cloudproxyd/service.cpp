@@ -129,10 +129,10 @@ void Service::setLogLevel(const JSObject& level) {
 }
 
 // Returns why it could not be kept, in which case nothing has changed.
-std::string Service::change(const Settings& settings) {
+std::string Service::change(Settings settings) {
   const std::string problem = keep_(settings);
   if (!problem.empty()) return "the settings cannot be kept: " + problem;
-  settings_ = settings;
+  settings_ = std::move(settings);  // cannot fail, so that it never differs from what is kept
   tell_("Log level " + std::to_string(settings_.logLevel) + ", environment " + settings_.environment +
         (settings_.authEx ? ", auth-ex" : ""));
   return "";

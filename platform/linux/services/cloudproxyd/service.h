@@ -45,7 +45,7 @@ class Service {
   zoripc::JSObject writeConfig(const zoripc::JSObject& request);
   void check(const Reply& reply);
   void setLogLevel(const zoripc::JSObject& level);
-  std::string change(const Settings& settings);
+  std::string change(Settings settings);
 
   ServiceOptions options_;
   Settings settings_;

@@ -30,9 +30,14 @@ constexpr const char* kHelp =
     "\n"
     "Exit status: 0 after a signal, 1 when it cannot start, 2 for a wrong command line.\n";
 
+// On the library's thread.
 void onTrigger(void* /*data*/, const std::string& sender, const std::string& /*receiver*/, const std::string& /*name*/,
                const zoripc::JSObject& message, unsigned /*flags*/) {
-  for (const std::string& line : controllerd::answer(jxplatform::root(), sender, message)) std::puts(line.c_str());
+  try {
+    for (const std::string& line : controllerd::answer(jxplatform::root(), sender, message)) std::puts(line.c_str());
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "controllerd: a notification has been lost: %s\n", error.what());
+  }
 }
 
 int waitForEnd(const sigset_t& ends) {

@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <new>
 #include <utility>
 #include <vector>
+
+#include "tests/support/no_memory.h"
 
 namespace cloudproxyd {
 namespace {
@@ -23,6 +26,7 @@ class ServiceTest : public testing::Test {
               return checks.size() <= checksAllowed;
             },
             [this](const Settings& settings) {
+              const noMemory::Exempt exempt;
               kept.push_back(std::to_string(settings.logLevel) + " " + settings.environment +
                              (settings.authEx ? " on" : " off"));
               return keepProblem;
@@ -132,6 +136,30 @@ TEST_F(ServiceTest, WriteConfig_ChangesAndKeeps) {
       ask(service, R"({"proxy":{"command":"writeconfig","cloud_env":"prod"}})"),
       Texts{
           R"({"proxy":{"command":"writeconfig","error_reason":"the environment has no certificate but auth-ex","result":"error"}})"});
+}
+
+TEST_F(ServiceTest, WithoutMemory_WhatIsKeptAndWhatIsToldStayTheSame) {
+  const std::string longest(64, 'x');
+  options.environments.push_back({longest, {}});
+  JSObject request;
+  ASSERT_TRUE(
+      JSObject::parse(R"({"proxy":{"command":"writeconfig","cloud_env":")" + longest + R"(","auth_ex":0}})", request));
+  int failures = 0;
+  for (bool done = false; !done && failures < 1000; ++failures) {
+    Service service = make();
+    kept = {"3 prod on"};
+    noMemory::after(failures);
+    try {
+      service.take(request, [&done](const JSObject& /*response*/) { done = true; });
+    } catch (const std::bad_alloc&) {
+      done = false;
+    }
+    noMemory::after(-1);
+    const std::string configuration = ask(service, R"({"proxy":{"command":"readconfig"}})").at(0);
+    const bool isNew = configuration.find(R"("cloud_env":")" + longest) != std::string::npos;
+    EXPECT_EQ(kept.back(), isNew ? "3 " + longest + " off" : "3 prod on") << failures;
+  }
+  EXPECT_GT(failures, 3);
 }
 
 TEST_F(ServiceTest, Check_IsAnsweredWhenItHasEnded) {

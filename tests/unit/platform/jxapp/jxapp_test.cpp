@@ -8,7 +8,10 @@
 #include <cstdarg>
 #include <cstdlib>
 #include <filesystem>
+#include <string>
+#include <string_view>
 
+#include "tests/support/no_memory.h"
 #include "tests/unit/platform/jxapp/scratch.h"
 #include "tests/unit/platform/jxapp/zip_bytes.h"
 
@@ -33,6 +36,15 @@ void collect(void* data, const char* format, ...) {
   std::vsnprintf(line, sizeof line, format, arguments);
   va_end(arguments);
   *static_cast<std::string*>(data) += line;
+}
+
+// Without memory of its own, of which there may be none.
+void keepLine(void* data, const char* format, ...) {
+  auto& line = *static_cast<std::string*>(data);
+  std::va_list arguments;
+  va_start(arguments, format);
+  std::vsnprintf(line.data(), line.size(), format, arguments);
+  va_end(arguments);
 }
 
 TEST(JxApp, SourceDirectory_IsMadeOnRequestAndInstalledFrom) {
@@ -76,6 +88,56 @@ void useRootThatIsNotThere() {
 TEST(JxAppDeathTest, RootThatIsNotThere_IsMadeOnFirstUseForEverybodyToRead) {
   testing::FLAGS_gtest_death_test_style = "threadsafe";
   EXPECT_EXIT(useRootThatIsNotThere(), testing::ExitedWithCode(0), "");
+}
+
+// Each call without any memory at all, then with room for one allocation more each time until it succeeds.
+template <class Call>
+int failuresUntilSuccess(Call call) {
+  for (int room = 0; room < 1000; ++room) {
+    noMemory::after(room);
+    const bool done = call();
+    noMemory::after(-1);
+    if (done) return room;
+  }
+  return -1;
+}
+
+void useWithoutMemory() {
+  {
+    const Scratch scratch;
+    setenv("JXPLATFORM_ROOT", scratch.path().c_str(), 1);
+    EXPECT_GT(failuresUntilSuccess([] {
+                const std::string_view path = jxapp::jxInstallSourceDir();
+                if (path == "/dev/null") return false;
+                return path.substr(path.size() - 7) == "/source";
+              }),
+              0);
+    std::string line(1000, '\0');
+    EXPECT_GT(failuresUntilSuccess([&line] { return jxapp::jxInstall(keepLine, &line) == 0; }), 0);
+    EXPECT_EQ(line.substr(0, line.find('\0')), "List of installed applications:\n  (none)\n");
+    std::string archive;
+    EXPECT_GT(failuresUntilSuccess([&archive] { return jxapp::jxGetCertificateArchive(archive); }), 0);
+  }
+  std::exit(testing::Test::HasFailure() ? 1 : 0);
+}
+
+TEST(JxAppDeathTest, CallsWithoutMemory_FailAndThrowNothing) {
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_EXIT(useWithoutMemory(), testing::ExitedWithCode(0), "");
+}
+
+void createWithoutMemory() {
+  {
+    const Scratch scratch;
+    setenv("JXPLATFORM_ROOT", scratch.path().c_str(), 1);
+    EXPECT_GT(failuresUntilSuccess(jxapp::jxInstallCreateSourceDir), 0);
+  }
+  std::exit(testing::Test::HasFailure() ? 1 : 0);
+}
+
+TEST(JxAppDeathTest, CreatingTheSourceDirectoryWithoutMemory_Fails) {
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_EXIT(createWithoutMemory(), testing::ExitedWithCode(0), "");
 }
 
 void useAtTheEnd() {
