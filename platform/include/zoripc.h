@@ -148,7 +148,9 @@ class JSObject {
 using NotificationCallback = void (*)(void* data, const std::string& sender, const std::string& receiver,
                                       const std::string& name, const JSObject& message, unsigned flags);
 
-// Takes `id` as this process's application id, under which it can be reached. Repeating the same id is allowed.
+// Takes `id` as this process's application id, under which it can be reached. Repeating the same id is allowed. An id
+// belongs to one process: where another one has it, this one says so on standard error and ends with exit(1), since
+// nothing that is sent to the id would reach it. Not from a callback.
 void ipcSetAppID(const char* id);
 
 // Sends the notification `name` with `message` to the application `receiver`. `sender` is this application's id; empty

@@ -2,10 +2,12 @@
 
 import pathlib
 import queue
+import signal
 import subprocess
 import threading
 import unittest
 
+import jxbus
 import jxtest
 
 OBJECT = ("/zoripc", "zoripc.Notification1")
@@ -142,6 +144,45 @@ class NotificationsTest(jxtest.Case):
         sender.process.stdin.flush()
         self.assertEqual(sender.process.wait(60), 0)
         self.assertEqual(receiver.event(), f'notified x 1 Bye "{text}" 9')
+
+
+class SecondProgramTest(jxtest.Case):
+    """An id belongs to one program of a bus."""
+
+    def setUp(self):
+        super().setUp()
+        self.address = self.start_bus()
+        self.env.update(JXPLATFORM_SCREEN="127.0.0.1:0", JXPLATFORM_PAGES=str(jxtest.SOURCE / "pages"))
+        self.watch = jxbus.Peer(self, self.address)
+
+    def owner(self, application):
+        """The process that has the id; none while there is none."""
+        name = jxbus.bus_name(application)
+        if self.watch.bus_call("NameHasOwner", "s", name) == [0]:
+            return None
+        return self.watch.bus_call("GetConnectionUnixProcessID", "s", name)[0]
+
+    def start_owner(self, program, application):
+        process = self.start(jxtest.BIN / program)
+        jxtest.wait_until(lambda: self.owner(application), what=f"{program} is on the bus")
+        self.assertEqual(self.owner(application), process.pid)
+        return process
+
+    def test_says_so_and_ends_while_the_first_goes_on(self):
+        for program, application in (("jxdownloader", "jxdownloader"), ("controllerd", "_mac"), ("cloudproxyd", "1")):
+            first = self.start_owner(program, application)
+            root = self.root / f"second-{program}"
+            second = subprocess.run([jxtest.BIN / program], env={**self.env, "JXPLATFORM_ROOT": str(root)},
+                                    capture_output=True, text=True, timeout=60)
+            self.assertEqual((second.returncode, second.stdout, second.stderr),
+                             (1, "", f"libzoripc: process {first.pid} has the id {application} on this bus; end it first\n"))
+            self.assertFalse((root / "screen.url").exists())
+            self.assertEqual(self.owner(application), first.pid)
+
+    def test_program_after_the_first_has_ended_however_takes_the_id(self):
+        for sig in (signal.SIGTERM, signal.SIGKILL):
+            self.stop(self.start_owner("jxdownloader", "jxdownloader"), sig)
+        self.start_owner("jxdownloader", "jxdownloader")
 
 
 class WithoutBusTest(jxtest.Case):

@@ -110,19 +110,21 @@ Bus::Bus(Mailbox& mailbox)
       recipient_{mailbox, id_},
       wakeFd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
-void Bus::setId(const std::string& id) {
+bool Bus::setId(const std::string& id) {
   const std::lock_guard<std::mutex> hold(lock_);
-  if (closed_ || id == id_) return;
-  if (bus_ != nullptr && !id_.empty()) sd_bus_release_name(bus_, busNameOf(id_).c_str());
+  if (closed_ || id == id_) return true;
+  const bool open = ensureOpen();
+  if (open && !id_.empty()) sd_bus_release_name(bus_, busNameOf(id_).c_str());
   id_ = id;
-  if (bus_ != nullptr && sd_bus_is_open(bus_) > 0) {
-    claimName();
-  } else {
-    ensureOpen();
+  if (id_.empty()) return true;
+  if (open && !claimName(false)) {
+    id_.clear();
+    return false;
   }
   // Without a bus as well: the thread is what finds one later.
-  if (!id_.empty()) thread_.start([this] { run(); });
+  thread_.start([this] { run(); });
   wake();
+  return true;
 }
 
 int Bus::send(Notification notification) {
@@ -174,17 +176,36 @@ bool Bus::ensureOpen() {
     dropRetired();
     return false;
   }
-  if (!id_.empty()) claimName();
+  if (!id_.empty()) claimName(true);
   return true;
 }
 
-void Bus::claimName() {
+// False when another process has the name; with `queue` we get it when that one ends.
+bool Bus::claimName(bool queue) {
   const std::string name = busNameOf(id_);
-  const int result = sd_bus_request_name(bus_, name.c_str(), SD_BUS_NAME_QUEUE);
-  if (result < 0 && result != -EALREADY && !isDisconnection(result)) {
+  const int result = sd_bus_request_name(bus_, name.c_str(), queue ? SD_BUS_NAME_QUEUE : 0);
+  if (result > 0 || result == -EALREADY || isDisconnection(result)) return true;
+  if (result == 0) {
+    std::fprintf(stderr,
+                 "libzoripc: %s has taken the id %s on this bus; what is sent to it goes there until that ends\n",
+                 ownerOf(name).c_str(), id_.c_str());
+  } else if (result == -EEXIST) {
+    std::fprintf(stderr, "libzoripc: %s has the id %s on this bus; end it first\n", ownerOf(name).c_str(), id_.c_str());
+  } else {
     std::fprintf(stderr, "libzoripc: the bus does not let us have the name %s: %s\n", name.c_str(),
                  std::strerror(-result));
   }
+  return result != 0 && result != -EEXIST;
+}
+
+// For people.
+std::string Bus::ownerOf(const std::string& name) const {
+  sd_bus_creds* found = nullptr;
+  if (sd_bus_get_name_creds(bus_, name.c_str(), SD_BUS_CREDS_PID, &found) < 0) return "another process";
+  const std::unique_ptr<sd_bus_creds, decltype(&sd_bus_creds_unref)> owner(found, sd_bus_creds_unref);
+  pid_t process = 0;
+  if (sd_bus_creds_get_pid(found, &process) < 0) return "another process";
+  return "process " + std::to_string(process);
 }
 
 void Bus::retire() {

@@ -29,9 +29,10 @@ class Bus {
   Bus(const Bus&) = delete;
   Bus& operator=(const Bus&) = delete;
 
-  // Takes `id` as this application's: owns its bus name now and after each new connection. While another process owns
-  // it, this one waits for it in the bus's queue. An earlier, different id is given up.
-  void setId(const std::string& id);
+  // Takes `id` as this application's: owns its bus name now and after each new connection. An earlier, different id is
+  // given up. False when another process has the id, after a line on standard error: this application has none then.
+  // One that takes it while there is no connection keeps it: that is told likewise, and this application waits for it.
+  bool setId(const std::string& id);
 
   // Hands a notification to the bus; an empty sender means the id set before. 0 when that was done; a negative error
   // number without a bus, or when the notification is none that the bus carries. Failure to deliver it goes to the
@@ -46,7 +47,8 @@ class Bus {
   struct Sent;
 
   bool ensureOpen();
-  void claimName();
+  bool claimName(bool queue);
+  std::string ownerOf(const std::string& name) const;
   int sendOnce(const Notification& notification);
   void retire();
   void dropRetired();

@@ -2,6 +2,7 @@
 #include <zoripc.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <exception>
 
 #include "platform/linux/zoripc/bus.h"
@@ -47,10 +48,8 @@ int guarded(Action action) {
 }  // namespace
 
 void ipcSetAppID(const char* id) {
-  guarded([&] {
-    library().bus.setId(textOf(id));
-    return 0;
-  });
+  const int result = guarded([&] { return library().bus.setId(textOf(id)) ? 0 : -EEXIST; });
+  if (result == -EEXIST) std::exit(1);
 }
 
 int ipcNotify(const char* receiver, const char* name, const JSObject& message, unsigned flags, const char* sender) {

@@ -29,7 +29,7 @@ constexpr long long kDayMs = 86400000;
 struct Application {
   explicit Application(const std::string& id) {
     mailbox.wantFailures(Recorder::callback, &failures);
-    if (!id.empty()) bus.setId(id);
+    EXPECT_TRUE(bus.setId(id));
   }
   Application(const Application&) = delete;
   Application& operator=(const Application&) = delete;
@@ -205,8 +205,8 @@ TEST_F(BusTest, NotificationToOneself_Arrives) {
 TEST_F(BusTest, AnotherId_ReplacesTheFirst) {
   Application receiver("old");
   receiver.mailbox.want("Name", "", Recorder::callback, &receiver.notifications);
-  receiver.bus.setId("new");
-  receiver.bus.setId("new");
+  EXPECT_TRUE(receiver.bus.setId("new"));
+  EXPECT_TRUE(receiver.bus.setId("new"));
   Application sender("s");
   EXPECT_EQ(sender.send("old", "Name", JSObject(1)), 0);
   EXPECT_THAT(sender.failures.wait(1), ElementsAre("s>old Name 1 3"));
@@ -214,14 +214,38 @@ TEST_F(BusTest, AnotherId_ReplacesTheFirst) {
   EXPECT_THAT(receiver.notifications.wait(1), ElementsAre("s>new Name 2 3"));
 }
 
-TEST_F(BusTest, IdInUse_IsInheritedFromItsOwner) {
-  auto first = std::make_unique<Application>("r");
-  Application second("r");
-  second.mailbox.want("Name", "", Recorder::callback, &second.notifications);
-  first.reset();
+TEST_F(BusTest, IdInUse_IsRefusedWithAWord) {
+  Application first("r");
+  first.mailbox.want("Name", "", Recorder::callback, &first.notifications);
+  Application second("old");
+  testing::internal::CaptureStderr();
+  EXPECT_FALSE(second.bus.setId("r"));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "libzoripc: process " + std::to_string(getpid()) + " has the id r on this bus; end it first\n");
+  EXPECT_EQ(second.send("r", "Name", JSObject(1)), 0);
+  EXPECT_THAT(first.notifications.wait(1), ElementsAre(">r Name 1 3"));
+}
+
+// The id of an application that is running already is not refused any more.
+TEST_F(BusTest, IdLostToAnotherOnARestartedBus_IsInheritedFromIt) {
+  Application receiver("r");
+  receiver.mailbox.want("Name", "", Recorder::callback, &receiver.notifications);
+  bus_.stop();
+  std::unique_ptr<Passive> other;
+  bus_.start([&](const std::string& address) {
+    other = std::make_unique<Passive>(address, "zoripc.App.ar");
+    testing::internal::CaptureStderr();
+  });
   Application sender("s");
   EXPECT_EQ(sender.send("r", "Name", JSObject(1)), 0);
-  EXPECT_THAT(second.notifications.wait(1), ElementsAre("s>r Name 1 3"));
+  other->acknowledge();
+  EXPECT_EQ(receiver.send("s", "Name", JSObject(2)), 0);  // so that it is on the bus, and in the queue
+  other.reset();
+  EXPECT_EQ(sender.send("r", "Name", JSObject(3)), 0);
+  EXPECT_THAT(receiver.notifications.wait(1), ElementsAre("s>r Name 3 3"));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "libzoripc: process " + std::to_string(getpid()) +
+                " has taken the id r on this bus; what is sent to it goes there until that ends\n");
 }
 
 TEST_F(BusTest, RestartedBus_IsFoundAgainByBothEnds) {

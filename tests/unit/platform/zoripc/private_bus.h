@@ -7,7 +7,9 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <string>
 
 // A directory with a D-Bus daemon in it, which can be ended and started again at the same address.
@@ -32,12 +34,13 @@ class PrivateBus {
   std::string address() const { return "unix:path=" + path(); }
   pid_t pid() const { return pid_; }
 
-  // Returns once it accepts connections.
-  void start() {
+  // Returns once it accepts connections. Who is to be the first on it connects in `first`, to another address.
+  void start(const std::function<void(const std::string& address)>& first = nullptr) {
     unlink(path().c_str());
     int ready[2] = {-1, -1};
     ASSERT_EQ(pipe(ready), 0);
-    const std::string listen = "--address=" + address();
+    const std::string hidden = address() + "-hidden";
+    const std::string listen = "--address=" + hidden;
     const std::string tell = "--print-address=" + std::to_string(ready[1]);
     pid_ = fork();
     if (pid_ == 0) {
@@ -51,6 +54,8 @@ class PrivateBus {
     char byte = 0;
     EXPECT_EQ(read(ready[0], &byte, 1), 1) << "dbus-daemon did not start";
     close(ready[0]);
+    if (first) first(hidden);
+    EXPECT_EQ(rename((path() + "-hidden").c_str(), path().c_str()), 0);
   }
 
   void stop() {
