@@ -1,0 +1,2 @@
+// The program of which the unit tests take the precompiled GoogleTest.
+int main() {}
