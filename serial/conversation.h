@@ -10,7 +10,13 @@
 namespace tessolan {
 
 // What the host is answered.
-enum class Reply : unsigned char { kNone = 0, kParameterRecord = kSTX, kAcknowledge = kACK, kRepeat = kNAK, kEnd = kEOT };
+enum class Reply : unsigned char {
+  kNone = 0,
+  kParameterRecord = kSTX,
+  kAcknowledge = kACK,
+  kRepeat = kNAK,
+  kEnd = kEOT
+};
 
 constexpr std::size_t kParameterRecordSize = 1 + kParametersSize + 1 + kCheckSize;
 

@@ -1,4 +1,5 @@
-// The number of the mutant that runs, from JX_MUTANT in the environment; 0, none, without it. Set before anything else is.
+// The number of the mutant that runs, from JX_MUTANT in the environment; 0, none, without it. Set before anything else
+// is.
 #include <cstddef>
 
 extern "C" {

@@ -1,6 +1,6 @@
-// Notes which code a test reaches: the places of the instrumented objects (-fsanitize-coverage=trace-pc) go, each once, to the
-// file that JX_REACH names, as 32-bit offsets into the program or library that this object is linked into. System calls are
-// made by number, since the tests wrap the functions.
+// Notes which code a test reaches: the places of the instrumented objects (-fsanitize-coverage=trace-pc) go, each once,
+// to the file that JX_REACH names, as 32-bit offsets into the program or library that this object is linked into.
+// System calls are made by number, since the tests wrap the functions.
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
@@ -33,8 +33,8 @@ __attribute__((no_sanitize_coverage)) const char* fileName() {
 }  // namespace
 
 void __sanitizer_cov_trace_pc() {
-  const auto place = reinterpret_cast<std::uintptr_t>(__builtin_return_address(0)) -
-                     reinterpret_cast<std::uintptr_t>(&__ehdr_start);
+  const auto place =
+      reinterpret_cast<std::uintptr_t>(__builtin_return_address(0)) - reinterpret_cast<std::uintptr_t>(&__ehdr_start);
   if (place >= kMost || __atomic_exchange_n(&reached[place], 1, __ATOMIC_RELAXED) != 0) return;
   const int before = errno;
   const char* name = fileName();

@@ -1,7 +1,7 @@
 #include "shell/information.h"
 
-#include "tests/unit/shell/fixture.h"
 #include "tests/support/in_child.h"
+#include "tests/unit/shell/fixture.h"
 #include "tests/unit/shell/records.h"
 
 namespace {

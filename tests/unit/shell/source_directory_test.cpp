@@ -48,7 +48,7 @@ TEST_F(SourceDirectoryTest, EveryArchive_IsRemoved) {
 
 TEST_F(SourceDirectoryTest, OtherNames_Stay) {
   Names others = {"Upload-1.zip", "notes",          "upload-.zip",   "upload--1.zip", "upload-1",
-                        "upload-1.ZIP", "upload-1.zip.1", "upload-1a.zip", "upload.zip",    "xupload-1.zip"};
+                  "upload-1.ZIP", "upload-1.zip.1", "upload-1a.zip", "upload.zip",    "xupload-1.zip"};
   make(others);
   std::sort(others.begin(), others.end());
   removeLeftArchives();

@@ -2,8 +2,8 @@
 
 #include <initializer_list>
 
-#include "tests/unit/shell/fixture.h"
 #include "tests/support/in_child.h"
+#include "tests/unit/shell/fixture.h"
 #include "tests/unit/shell/records.h"
 
 namespace {
