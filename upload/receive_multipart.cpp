@@ -29,7 +29,7 @@ class Target {
   }
 
  private:
-  static constexpr std::size_t kLongestSuffix = 11;  // "-2147483647"
+  static constexpr std::size_t kLongestSuffix = 12;  // of any int: "--2147483648"
 
   std::string stem_;
   std::string extension_;  // with its dot; empty where there is none

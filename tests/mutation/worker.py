@@ -20,14 +20,21 @@ from running import Runner
 
 MEMORY = 4 << 30  # the addresses that a mutant may have, in bytes
 SCRATCH = "/tmp/jxmutation"
+TREE = os.path.realpath(os.path.join(os.path.dirname(__file__), "..", ".."))
+KEPT = {SCRATCH.split("/")[2]} | ({TREE.split("/")[2]} if TREE.startswith("/tmp/") else set())  # of what lies in /tmp
 OPTIMISED = ["-O2", "-g0", "-w"]  # how the code of survivors is compared with the original's
 PRECOMPILED_FROM = 3  # survivors of a file, for which it pays to compile its inclusions once
 ATTEMPTS = 8  # to compile mutants together, each without those that the last one failed at
 
 
 def isolate():
-    """Everything read-only but /tmp, which is empty and in memory."""
+    """Everything read-only but /tmp, which is in memory and empty, but for the tree where that lies there."""
+    tree = os.open(TREE, os.O_PATH)
     subprocess.run(["mount", "-t", "tmpfs", "-o", "size=2g", "tmpfs", "/tmp"], check=True)
+    if TREE.startswith("/tmp/"):
+        os.makedirs(TREE)
+        subprocess.run(["mount", "--no-canonicalize", "--bind", f"/proc/self/fd/{tree}", TREE], pass_fds=[tree], check=True)
+    os.close(tree)
     with open("/proc/self/mountinfo", encoding="utf-8") as file:
         mounts = [(line.split()[4], line.split()[5]) for line in file]
     for place, options in mounts:
@@ -53,7 +60,7 @@ def sweep():
     except (ProcessLookupError, ChildProcessError):
         pass
     for name in os.listdir("/tmp"):
-        if name != os.path.basename(SCRATCH):
+        if name not in KEPT:
             place = os.path.join("/tmp", name)
             if os.path.isdir(place) and not os.path.islink(place):
                 shutil.rmtree(place, ignore_errors=True)

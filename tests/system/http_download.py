@@ -92,6 +92,7 @@ class HttpDownloadTest(OperatorCase):
         operator = self.assert_urls(("jxa", "http://10.1.0.1:6370"), ("jxa", "http://[2001:db8::1]:6370"))
         jxtest.wait_until(lambda: jxtest.can_connect(jxtest.HTTP_PORT), what="the server listens")
         for host in ("10.1.0.1", "2001:db8::1"):
+            jxtest.wait_until(lambda host=host: jxtest.can_connect(jxtest.HTTP_PORT, host), what=f"there is a way to {host}")
             self.assertTrue(exchange(request("GET", "/"), host=host).endswith(FORM_PAGE), host)
         for result in (0, 1, -2):
             operator.answer(result)  # an asynchronous page stays, and only its end stops the server
