@@ -14,7 +14,7 @@ namespace {
 
 // None with errno.
 Descriptor createAnew(const std::string& path, mode_t mode) {
-  if (unlink(path.c_str()) != 0 && errno != ENOENT) return Descriptor();
+  if (unlink(path.c_str()) != 0 && errno != ENOENT) return {};
   return Descriptor(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
 }
 

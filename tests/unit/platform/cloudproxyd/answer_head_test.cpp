@@ -16,7 +16,7 @@ std::string told(const AnswerHead& head, AnswerHead::State state) {
 // Taken whole, byte by byte, and in two pieces split anywhere, which must all end the same.
 std::string taken(const std::string& bytes) {
   AnswerHead whole;
-  const std::string outcome = told(whole, whole.take(bytes));
+  std::string outcome = told(whole, whole.take(bytes));
   AnswerHead single;
   AnswerHead::State state = single.take("");
   for (const char byte : bytes) state = single.take(std::string(1, byte));

@@ -93,7 +93,7 @@ Time::Time() { script = std::make_unique<Script>(Script{realNs(), 0, {}}); }
 Time::~Time() { script.reset(); }
 
 void Time::at(long long ms, std::function<void()> action) { script->due.emplace(ms, std::move(action)); }
-void Time::every(long long ms, std::function<bool()> action) { repeat(script->nowMs + ms, ms, action); }
+void Time::every(long long ms, const std::function<bool()>& action) { repeat(script->nowMs + ms, ms, action); }
 void Time::pass(long long ms) { script->nowMs += ms; }
 long long Time::now() const { return script->nowMs; }
 

@@ -31,7 +31,7 @@ class Time {
   // Has `action` done by a poll, `ms` milliseconds after the beginning.
   void at(long long ms, std::function<void()> action);
   // Has it done every `ms` milliseconds, for as long as it returns true.
-  void every(long long ms, std::function<bool()> action);
+  void every(long long ms, const std::function<bool()>& action);
 
   // Lets time pass.
   void pass(long long ms);

@@ -260,7 +260,7 @@ TEST(JSObject, LookingIntoAText_ChangesNothingThatIsWritten) {
   EXPECT_EQ(value.dump(), written);
   EXPECT_EQ(value["b"].at(1)["x"].at(1)["y"].getString(), "]");
   EXPECT_EQ(value.dump(), written);
-  const JSObject copy = value;
+  const JSObject copy = value;  // NOLINT(performance-unnecessary-copy-initialization): the copy is what is tested
   EXPECT_EQ(copy["b"].at(2).at(1).at(0).getInt(), 3);
   EXPECT_EQ(copy.dump(), written);
   EXPECT_EQ(value.dump(), written);
