@@ -3,11 +3,14 @@
 import os
 import socket
 import struct
+import time
 import unittest
 
 from jxscreen import CSP, Answer, ScreenCase
 
 BODY_LIMIT = 1 << 20
+RATE = 20  # of the clock where the server's own time-outs are waited for
+SILENCE, WHOLE = 5, 30  # seconds, of a client that says nothing, and for a whole request
 
 
 class BadRequests(ScreenCase):
@@ -251,10 +254,12 @@ class Waiting(ScreenCase):
         self.assertEqual(Answer(self.receive(connection)).json["page"], "b.html")
 
     def test_request_that_trickles_in_for_ever_is_ended(self):
+        self.speed_up(RATE)
         self.drive()
         self.show()
+        begin = time.monotonic()
         connection = self.connect()
-        connection.settimeout(0.5)
+        connection.settimeout(0.5 / RATE)
         connection.sendall(b"GET / HTTP/1.1\r\nX: ")
         sent = 0
         while True:
@@ -267,14 +272,18 @@ class Waiting(ScreenCase):
             except ConnectionError:
                 break
             self.assertLess(sent, 600, "still open after minutes")
+        self.assertGreaterEqual(time.monotonic() - begin, WHOLE / RATE)
 
     def test_silent_connections_are_closed(self):
+        self.speed_up(RATE)
         self.drive()
         self.show()
+        begin = time.monotonic()
         silent = [self.connect() for _ in range(10)]
         silent[0].sendall(b"GET / HT")
         for connection in silent:
             self.receive(connection)
+        self.assertGreaterEqual(time.monotonic() - begin, SILENCE / RATE)
         self.assertEqual(self.get("/").status, 200)
 
 
