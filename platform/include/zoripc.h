@@ -46,7 +46,7 @@ class IPC {
   virtual bool failed() const = 0;
 };
 
-// A TCP connection or listening endpoint.
+// A TCP connection or listening endpoint. One that there was no memory for has failed, and does nothing.
 class TCP : public IPC {
  public:
   TCP();
@@ -81,7 +81,8 @@ class TCP : public IPC {
   std::unique_ptr<Impl> impl_;
 };
 
-// A JSON-like value with value semantics; a new one is null. Distinct objects may be used by distinct threads.
+// A JSON-like value with value semantics; a new one is null. Distinct objects may be used by distinct threads. What
+// needs memory throws std::bad_alloc where there is none, as std::string does; parse() says so instead.
 class JSObject {
  public:
   JSObject();

@@ -7,6 +7,10 @@
 namespace zoripc {
 
 bool TCP::connect(const char* host, unsigned short port, int timeoutMs) {
+  if (impl_ == nullptr) {
+    errno = ENOMEM;
+    return false;
+  }
   impl_->stopListening();
   impl_->stream.reset(-1);
   if (host == nullptr || *host == '\0') {

@@ -101,13 +101,22 @@ void waitOutShortage() { poll(nullptr, 0, kShortageMs); }
 }  // namespace
 
 int TCP::listen(unsigned short port, const char* address) {
+  if (impl_ == nullptr) {
+    errno = ENOMEM;
+    return 0;
+  }
   impl_->stopListening();
   impl_->stream.reset(-1);
-  impl_->listening = address == nullptr ? listenEverywhere(port) : listenOn(address, port);
+  try {
+    impl_->listening = address == nullptr ? listenEverywhere(port) : listenOn(address, port);
+  } catch (const std::bad_alloc&) {
+    errno = ENOMEM;
+  }
   return impl_->listening >= 0 ? 1 : 0;
 }
 
 IPC* TCP::accept(int timeoutMs) {
+  if (impl_ == nullptr) return nullptr;
   const int fd = acceptWithin(impl_->listening, timeoutMs);
   if (fd < 0) {
     if (isShortage(errno)) waitOutShortage();
@@ -125,6 +134,12 @@ IPC* TCP::accept(int timeoutMs) {
   }
 }
 
-std::string TCP::localAddress() const { return impl_->fd() >= 0 ? localAddressOf(impl_->fd()) : ""; }
+std::string TCP::localAddress() const {
+  try {
+    return getFD() >= 0 ? localAddressOf(getFD()) : "";
+  } catch (const std::bad_alloc&) {
+    return "";
+  }
+}
 
 }  // namespace zoripc

@@ -5,16 +5,17 @@
 #include <sys/socket.h>
 
 #include <cerrno>
-#include <deque>
 #include <utility>
 
 namespace failing {
 
 namespace {
 
+// Without an allocation before the first use: memory may have run out by then.
 struct Script {
   std::string name;
-  std::deque<int> errors;
+  std::vector<int> errors;
+  std::size_t met = 0;
   std::function<void()> before;
 };
 
@@ -35,22 +36,20 @@ bool fails(const char* name) {
 }  // namespace
 
 Calls::Calls(const std::string& name, std::vector<int> errors, std::function<void()> before) {
-  script = {name, std::deque<int>(errors.begin(), errors.end()), std::move(before)};
+  script = {name, std::move(errors), 0, std::move(before)};
 }
 
 Calls::~Calls() { script = {}; }
 
-std::size_t Calls::left() const { return script.errors.size(); }
+std::size_t Calls::left() const { return script.errors.size() - script.met; }
 
 Ipv6Alone::Ipv6Alone() { ipv6Alone = true; }
 Ipv6Alone::~Ipv6Alone() { ipv6Alone = false; }
 
 int next(const char* name) {
-  if (script.errors.empty() || script.name != name) return 0;
+  if (script.met == script.errors.size() || script.name != name) return 0;
   if (script.before) script.before();
-  const int error = script.errors.front();
-  script.errors.pop_front();
-  return error;
+  return script.errors[script.met++];
 }
 
 }  // namespace failing
