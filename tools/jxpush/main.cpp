@@ -5,12 +5,12 @@
 
 #include "tools/jxpush/http_status.h"
 #include "tools/jxpush/install_log.h"
+#include "tools/jxpush/make_target.h"
 #include "tools/jxpush/options.h"
 #include "tools/jxpush/problem.h"
 #include "tools/jxpush/progress.h"
 #include "tools/jxpush/result_output.h"
 #include "tools/jxpush/stop_signals.h"
-#include "tools/jxpush/target.h"
 
 namespace jxpush {
 

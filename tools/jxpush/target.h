@@ -61,7 +61,4 @@ struct TargetOptions {
   int stopFd = -1;           // readable once the user has interrupted; -1: never
 };
 
-// The target that `address`, such as "serial:/dev/ttyUSB0" or "http://192.168.1.5", names. Throws Problem(kUsage).
-std::unique_ptr<Target> makeTarget(const std::string& address, const TargetOptions& options);
-
 }  // namespace jxpush

@@ -1,4 +1,4 @@
-#include "tools/jxpush/target.h"
+#include "tools/jxpush/make_target.h"
 
 #include "tools/jxpush/http_target.h"
 #include "tools/jxpush/problem.h"
