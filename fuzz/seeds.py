@@ -89,7 +89,7 @@ SEEDS = {
     "next_param": [b'form-data; name="upload"; filename="a \\"b\\".zip"', b"multipart/form-data; boundary=x", b'a=b=c,"d', b""],
     "base64": [b"", b"f", b"fo", b"foo", b"Zm9vYmFy", b"dXNl cjpw\r\nYXNz", b"-_=="],
     "url": [b"http://host:8080/a?b", b"host", b"host:8080/a?b", b"https://[::1]:80/", b"://", b"a:99999"],
-    # How the bytes arrive, and which record is refused.
+    # Whether check values are set right and what follows the last byte; which record is refused.
     "serial": [b"\x3f\x00" + download(b"content"), b"\x00\x00" + download(), b"\xff\x03" + download(b"x" * 1024, b"y"),
                b"\x08\x00" + record(b"M half\x03") + record(b"R\x03") + record(b"S\x03") + record(b"U\x03"),
                b"\x7f\x00\x15noise" + b"".join(record(letter + b"text\x03") for letter in (b"$", b"D", b"F", b"I", b"L", b"P", b"T")),

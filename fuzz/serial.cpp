@@ -1,6 +1,6 @@
 // Any bytes on the serial line, with check values that are right or not: the terminal's side of the protocol ends, or
-// waits for the host's next byte, and what it takes for a record stands among the bytes. The first byte says how the
-// bytes arrive and what ends them, the second which record is refused.
+// waits for the host's next byte, and what it takes for a record stands among the bytes. The first byte says whether
+// check values are set right and what follows the last byte, the second which record is refused.
 #include <algorithm>
 #include <cstring>
 #include <string>
@@ -110,9 +110,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (data[0] >= 64) setCheckValues(bytes);
   CheckingSystem system(bytes, data[1]);
   MemoryLine line(system);
-  const std::size_t piece = data[0] % 64U * 8U + 1U;
-  std::string answers;
-  for (std::size_t at = 0; at < bytes.size(); at += piece) answers += line.exchange(bytes.substr(at, piece));
+  // In what pieces they arrive makes no difference: what is wanted is waited for.
+  std::string answers = line.exchange(bytes);
   // The host has fallen silent, or the operator gives up.
   if (line.result() == tessolan::Conversation::kGoOn) {
     answers += line.fail(data[0] >= 192 ? Tessolan::kAborted : Tessolan::kFailed);

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <future>
 #include <stdexcept>
 
 #include "tests/unit/serial/calls.h"
@@ -73,11 +74,16 @@ TEST_F(Faults, AbortInACallback_IsNoticedInTheNextWait) {
   EXPECT_EQ(-2, download.result());
 }
 
-TEST_F(Faults, AbortInEachPhaseOfABusyDownload_EndsIt) {
-  for (int moment = 0; moment < 8; ++moment) {
+TEST_F(Faults, AbortWhileRecordsCome_EndsTheDownload) {
+  for (int record = 1; record < 6; ++record) {
     Download download;
+    std::promise<void> reached;
+    int calls = 0;
+    download.system.onCall([&] {
+      if (++calls == record) reached.set_value();
+    });
     std::thread presser([&] {
-      for (int i = 0; i < moment * 250; ++i) std::this_thread::yield();
+      reached.get_future().wait();
       download.receiver.requestAbort();
     });
     do {

@@ -23,7 +23,7 @@ TEST_F(HandlersTest, Root_IsTheFormPage) {
 }
 
 TEST_F(HandlersTest, OtherGets_Are404) {
-  for (const char* target : {"/index.html", "/upload", "/a?", "/certificates.ta", "/certificates_tar",
+  for (const char* target : {"/index.html", "/upload", "/a?", "/a/?x", "/certificates.ta", "/certificates_tar",
                              "/Certificates.tar", "/x/certificates.tar"}) {
     EXPECT_EQ(get(target), kNotFound) << target;
   }
@@ -66,6 +66,13 @@ TEST_F(HandlersTest, OtherPostsBody_IsReadInBlocksOfTheBuffer) {
     if (read.size > 1) sizes.push_back(read.size);
   }
   EXPECT_EQ(sizes, (std::vector<std::size_t>{4096, 4096, 1808}));
+}
+
+TEST_F(HandlersTest, OtherPostInChunks_IsReadToItsEnd) {
+  const std::string head = "POST /other HTTP/1.1\r\nConnection: keep-alive\r\nTransfer-Encoding: chunked\r\n\r\n";
+  for (const std::size_t size : {1U, 100U, 4096U}) {
+    EXPECT_EQ(serve(head + chunked(std::string(size, 'z'), 50) + "GET / HTTP/1.1\r\n\r\n"), kNotFound + kFormPage);
+  }
 }
 
 TEST_F(HandlersTest, OtherPostCutShort_Ends) {
@@ -131,11 +138,29 @@ TEST_F(HandlersTest, ExceptionInTheInstallation_DropsTheConnectionAlone) {
   EXPECT_EQ(serve(postForm(filePart("one") + "\r\n--b--\r\n")), resultPage("Upload successful<br>\n"));
 }
 
+// A request of each kind that is answered, on a connection that is to be kept.
+std::vector<std::string> requestsOfEachKind() {
+  const std::string keep = "Connection: keep-alive\r\n";
+  const std::string type = "Content-Type: multipart/form-data; boundary=b\r\n";
+  return {"GET / HTTP/1.1\r\n" + keep + "\r\n",      "GET /certificates.tar HTTP/1.1\r\n" + keep + "\r\n",
+          "GET /other HTTP/1.1\r\n" + keep + "\r\n", post("/upload", keep + type, filePart("one") + "\r\n--b--\r\n"),
+          post("/upload", keep, "no form"),          post("/other", keep, "body")};
+}
+
+TEST_F(HandlersTest, EveryReply_KeepsTheConnection) {
+  for (const std::string& request : requestsOfEachKind()) {
+    const std::string alone = serve(request);
+    EXPECT_EQ(serve(request + "GET / HTTP/1.1\r\n\r\n"), alone + kFormPage) << request;
+  }
+}
+
 TEST_F(HandlersTest, ReplyThatCannotBeWritten_EndsTheConnection) {
-  ScriptedPeer peer("GET / HTTP/1.1\r\nConnection: keep-alive\r\n\r\nGET / HTTP/1.1\r\n\r\n");
-  peer.failWrite(1);
-  serve(peer);
-  EXPECT_EQ(peer.writeCalls(), 1);
+  for (const std::string& request : requestsOfEachKind()) {
+    ScriptedPeer peer(request + "GET / HTTP/1.1\r\n\r\n");
+    peer.failWrite(1);
+    serve(peer);
+    EXPECT_EQ(peer.writeCalls(), 1) << request;
+  }
 }
 
 TEST_F(HandlersTest, SourceDirectoryOf116Characters_IsTheLongest) {

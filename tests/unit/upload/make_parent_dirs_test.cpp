@@ -28,9 +28,12 @@ TEST_F(MakeParentDirsTest, ExistingDirectory_IsLeftAlone) {
 }
 
 TEST_F(MakeParentDirsTest, MissingDirectories_AreMadeWithTheMask) {
-  const mode_t mask = umask(027);
+  const mode_t mask = umask(0);
+  EXPECT_TRUE(makeParentDirs(path("open/file")));
+  umask(027);
   EXPECT_TRUE(makeParentDirs(path("a/b/c/file")));
   umask(mask);
+  EXPECT_EQ(modeOf("open"), S_IFDIR | 0777U);
   EXPECT_EQ(modeOf("a"), S_IFDIR | 0750U);
   EXPECT_EQ(modeOf("a/b"), S_IFDIR | 0750U);
   EXPECT_EQ(modeOf("a/b/c"), S_IFDIR | 0750U);

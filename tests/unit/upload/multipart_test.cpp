@@ -66,10 +66,10 @@ TEST_F(MultipartTest, MissingDirectories_AreMade) {
 }
 
 TEST_F(MultipartTest, ContentTypes_ThatAreNoForm) {
-  for (const char* type :
-       {"", "text/plain", "multipart/form-data", "Multipart/Form-Data; boundary=b", "multipart/mixed; boundary=b",
-        "boundary=b", "multipart/form-data; Boundary=b", "multipart/form-data; boundary=c",
-        "multipart/form-data; boundary=\"b c\"", "x; multipart/form-data; boundary=b"}) {
+  for (const char* type : {"", "text/plain", "multipart/form-data", "multipart/form-datax; boundary=b",
+                           "Multipart/Form-Data; boundary=b", "multipart/mixed; boundary=b", "boundary=b",
+                           "multipart/form-data; Boundary=b", "multipart/form-data; boundary=c",
+                           "multipart/form-data; boundary=\"b c\"", "x; multipart/form-data; boundary=b"}) {
     EXPECT_FALSE(receive(filePart("x") + kEnd, true, type)) << type;
     EXPECT_EQ(stored(), Files()) << type;
   }
@@ -135,6 +135,8 @@ TEST_F(MultipartTest, Preamble_IsDropped) {
 
 TEST_F(MultipartTest, Epilogue_IsDrained) {
   expectStored(filePart("x") + kEnd + std::string(20000, 'e') + filePart("y") + kEnd, {{"upload-0.zip", "x"}});
+  // Also one that looks like a part.
+  expectStored(filePart("x") + kEnd + filePart("y").substr(5) + kEnd, {{"upload-0.zip", "x"}});
 }
 
 TEST_F(MultipartTest, BoundaryLine_MayCarryMore) {
@@ -163,6 +165,10 @@ TEST_F(MultipartTest, BoundaryLineThatFillsTheBuffer_EndsTheReception) {
 TEST_F(MultipartTest, FoldedHeader_IsJoined) {
   expectStored(part("Content-Disposition: form-data;\r\n\tname=\"upload\";\r\n filename=\"a\"\r\nX: y\r\n", "x") + kEnd,
                {{"upload-0.zip", "x"}});
+}
+
+TEST_F(MultipartTest, LineEndOfTheLastHeader_BelongsToItsOpenQuote) {
+  expectStored(part("Content-Disposition: form-data; filename=a; name=\"upload\r\n", "x") + kEnd, {});
 }
 
 TEST_F(MultipartTest, BareLineFeedsBetweenHeaders_AreAccepted) {

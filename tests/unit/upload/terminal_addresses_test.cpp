@@ -3,6 +3,9 @@
 #include <gtest/gtest.h>
 #include <net/if.h>
 
+#include <string>
+#include <vector>
+
 #include "tests/unit/upload/fake_network.h"
 
 namespace {
@@ -64,15 +67,20 @@ TEST_F(TerminalAddressesTest, LoopbackAndLinkLocal_AreSkippedByTheirText) {
   network.add("lo", "::1", kRunning | IFF_LOOPBACK);
   network.add("eth0", "fe80::1", kRunning);
   network.add("eth0", "fe80::1%1", kRunning);
+  network.add("eth0", "fe80:1::1", kRunning);
   EXPECT_EQ(found(), AddressList());
 }
 
 TEST_F(TerminalAddressesTest, TextsNearTheSkippedOnes_AreListed) {
-  network.add("lo", "127.0.0.2", kRunning | IFF_LOOPBACK);
-  network.add("eth0", "::2", kRunning);
-  network.add("eth0", "fe81::1", kRunning);
-  network.add("eth0", "169.254.1.1", kRunning);
-  EXPECT_EQ(found(), (AddressList{{"lo", "127.0.0.2"}, {"eth0", "::2"}, {"eth0", "fe81::1"}, {"eth0", "169.254.1.1"}}));
+  const std::vector<std::string> near = {"127.0.0.2", "127.0.0.11", "10.127.0.1",  "169.254.1.1",
+                                         "::2",       "::1:2:3",    "1::1",        "fe81::1",
+                                         "fe8:1::1",  "fe90::1",    "2001:fe80::1"};
+  AddressList expected;
+  for (const std::string& address : near) {
+    network.add("eth0", address, kRunning);
+    expected.emplace_back("eth0", address);
+  }
+  EXPECT_EQ(found(), expected);
 }
 
 TEST_F(TerminalAddressesTest, Zone_IsCut) {
