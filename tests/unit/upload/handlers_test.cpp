@@ -138,9 +138,9 @@ TEST_F(HandlersTest, ExceptionInTheInstallation_DropsTheConnectionAlone) {
   EXPECT_EQ(serve(postForm(filePart("one") + "\r\n--b--\r\n")), resultPage("Upload successful<br>\n"));
 }
 
-// A request of each kind that is answered, on a connection that is to be kept.
-std::vector<std::string> requestsOfEachKind() {
-  const std::string keep = "Connection: keep-alive\r\n";
+// A request of each kind that is answered, each with this field.
+std::vector<std::string> requestsOfEachKind(const std::string& connection) {
+  const std::string keep = "Connection: " + connection + "\r\n";
   const std::string type = "Content-Type: multipart/form-data; boundary=b\r\n";
   return {"GET / HTTP/1.1\r\n" + keep + "\r\n",      "GET /certificates.tar HTTP/1.1\r\n" + keep + "\r\n",
           "GET /other HTTP/1.1\r\n" + keep + "\r\n", post("/upload", keep + type, filePart("one") + "\r\n--b--\r\n"),
@@ -148,14 +148,15 @@ std::vector<std::string> requestsOfEachKind() {
 }
 
 TEST_F(HandlersTest, EveryReply_KeepsTheConnection) {
-  for (const std::string& request : requestsOfEachKind()) {
-    const std::string alone = serve(request);
-    EXPECT_EQ(serve(request + "GET / HTTP/1.1\r\n\r\n"), alone + kFormPage) << request;
+  const std::vector<std::string> kept = requestsOfEachKind("keep-alive");
+  const std::vector<std::string> closed = requestsOfEachKind("close");
+  for (std::size_t i = 0; i < kept.size(); ++i) {
+    EXPECT_EQ(serve(kept[i] + "GET / HTTP/1.1\r\n\r\n"), serve(closed[i]) + kFormPage) << kept[i];
   }
 }
 
 TEST_F(HandlersTest, ReplyThatCannotBeWritten_EndsTheConnection) {
-  for (const std::string& request : requestsOfEachKind()) {
+  for (const std::string& request : requestsOfEachKind("keep-alive")) {
     ScriptedPeer peer(request + "GET / HTTP/1.1\r\n\r\n");
     peer.failWrite(1);
     serve(peer);
