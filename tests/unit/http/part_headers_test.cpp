@@ -30,6 +30,7 @@ TEST(IsFileOfField, NamedFile_IsOne) {
   EXPECT_TRUE(isFile(R"(Content-Disposition: form-data; name="upload"; filename="a.zip")"));
   EXPECT_TRUE(isFile("CONTENT-disposition:form-data;filename=a;name=upload"));
   EXPECT_TRUE(isFile(R"(content-disposition: form-data; name="other"; name="upload"; filename="x")"));
+  EXPECT_TRUE(isFile(R"(content-disposition: form-data; name="upload"; name="other"; filename="x")"));
 }
 
 TEST(IsFileOfField, OthersAreNot) {
