@@ -29,6 +29,7 @@ bool isFile(const std::string& line) { return isFileOfField({line}, "upload"); }
 TEST(IsFileOfField, NamedFile_IsOne) {
   EXPECT_TRUE(isFile(R"(Content-Disposition: form-data; name="upload"; filename="a.zip")"));
   EXPECT_TRUE(isFile("CONTENT-disposition:form-data;filename=a;name=upload"));
+  EXPECT_TRUE(isFile(R"(Content-Disposition: form-data; name="upload"; filename="C:a.zip")"));
   EXPECT_TRUE(isFile(R"(content-disposition: form-data; name="other"; name="upload"; filename="x")"));
   EXPECT_TRUE(isFile(R"(content-disposition: form-data; name="upload"; name="other"; filename="x")"));
 }
@@ -45,6 +46,7 @@ TEST(IsFileOfField, OthersAreNot) {
            R"(Content-Disposition: form-data; filename="a")",
            R"(Content-Disposition: attachment; name="upload"; filename="a")",
            R"(Content-Disposition: Form-Data; name="upload"; filename="a")",
+           R"(Content-Disposition: form-data2; name="upload"; filename="a")",
            R"(Content-Disposition: name="upload"; filename="a"; form-data)",
            R"(Content-Disposition :form-data; name="upload"; filename="a")",
            R"( Content-Disposition: form-data; name="upload"; filename="a")",

@@ -61,9 +61,6 @@ unsigned __wrap_sleep(unsigned seconds);
 
 int __wrap_getifaddrs(ifaddrs** list) {
   FakeNetwork& network = FakeNetwork::instance();
-  if (network.failInterfaces) return -1;
-  ++network.lists;
-  ++network.openLists;
   const bool hidden = static_cast<int>(network.sleeps.size()) < network.appearsAfterSleeps;
   nodes.assign(hidden ? 0 : network.entries.size(), Node());
   for (std::size_t i = 0; i < nodes.size(); ++i) {
@@ -75,7 +72,10 @@ int __wrap_getifaddrs(ifaddrs** list) {
     if (!network.entries[i].address.empty()) node.entry.ifa_addr = reinterpret_cast<sockaddr*>(&node.address);
     if (i > 0) nodes[i - 1].entry.ifa_next = &node.entry;
   }
-  *list = nodes.empty() ? nullptr : &nodes[0].entry;
+  *list = nodes.empty() ? nullptr : &nodes[0].entry;  // also when it fails: nobody may look there then
+  if (network.failInterfaces) return -1;
+  ++network.lists;
+  ++network.openLists;
   return 0;
 }
 
@@ -86,6 +86,7 @@ void __wrap_freeifaddrs(ifaddrs* list) {
 
 int __wrap_getnameinfo(const sockaddr* address, socklen_t length, char* host, socklen_t hostSize, char* service,
                        socklen_t serviceSize, int flags) {
+  if (address->sa_family == AF_PACKET) return std::strcpy(host, "020000000001"), 0;
   const int result = __real_getnameinfo(address, length, host, hostSize, service, serviceSize, flags);
   const auto& failing = FakeNetwork::instance().failNames;
   if (std::find(failing.begin(), failing.end(), host) != failing.end()) return EAI_FAIL;
