@@ -201,6 +201,7 @@ std::string writtenBySlot(std::size_t slot, const std::string& path) {
 
 TEST_F(HandlersTest, HandlersStandInTheBasesSlots) {
   EXPECT_EQ(writtenBySlot(22, "/"), kFormPage);
+  EXPECT_EQ(writtenBySlot(22, ""), kNotFound);
   EXPECT_EQ(writtenBySlot(23, "/other"), kNotFound);
   EXPECT_EQ(writtenBySlot(24, "/"), reply("405 Method Not Allowed", "text/plain", ""));
 }

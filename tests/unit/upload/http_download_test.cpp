@@ -138,9 +138,11 @@ TEST_F(HttpDownloadTest, Urls_AreListedInOrder) {
   network.add("eth0", "192.168.1.20", kRunning);
   EXPECT_EQ(urlList(), R"([{"if_name":"eth0","url":"http://192.168.1.20:6370"}])");
   network.add("eth0", "2001:db8::1%1", kRunning);
+  network.add("eth0", "fd::1", kRunning);
   network.add("a\"b", "10.0.0.1", kRunning);
   EXPECT_EQ(urlList(), R"([{"if_name":"eth0","url":"http://192.168.1.20:6370"},)"
                        R"({"if_name":"eth0","url":"http://[2001:db8::1]:6370"},)"
+                       R"({"if_name":"eth0","url":"http://[fd::1]:6370"},)"
                        R"({"if_name":"a\"b","url":"http://10.0.0.1:6370"}])");
 }
 
@@ -218,6 +220,8 @@ TEST(StopOnPageEnd, Stop_StaysSet) {
   const zorgui::UICallbackData other{1};
   stopOnPageEnd(&settings, 0, &left);
   stopOnPageEnd(&settings, 0, &other);
+  EXPECT_TRUE(settings.stop);
+  stopOnPageEnd(&settings, 0, &left);
   EXPECT_TRUE(settings.stop);
 }
 
