@@ -3,7 +3,6 @@
 #include <poll.h>
 
 #include <array>
-#include <cerrno>
 #include <cstdio>
 #include <memory>
 
@@ -44,19 +43,17 @@ std::unique_ptr<zoripc::TCP> openEndpoint(ServerSettings& settings) {
   return nullptr;
 }
 
-// Waits a pass for a connection. A failed wait is no quiet one, and an event without POLLIN is none to act on.
+// Waits a pass for a connection. A wait that failed or that a signal ended is no quiet one: the next begins at once. An
+// event without POLLIN is none to act on.
 Wait waitForConnection(const zoripc::TCP* endpoint) {
   std::array<pollfd, 2> set{};
   set[0].fd = endpoint != nullptr ? endpoint->getFD() : -1;
   set[0].events = POLLIN;
   set[1].fd = -1;  // the place of the second endpoint, which is never opened
   set[1].events = POLLIN;
-  int ready = 0;
-  do {
-    ready = poll(set.data(), endpoint != nullptr ? 1 : 0, kPassMs);
-  } while (ready < 0 && errno == EINTR);
+  const int ready = poll(set.data(), endpoint != nullptr ? 1 : 0, kPassMs);
   if (ready == 0) return Wait::Quiet;
-  return (set[0].revents & POLLIN) != 0 ? Wait::Connection : Wait::Other;
+  return ready > 0 && (set[0].revents & POLLIN) != 0 ? Wait::Connection : Wait::Other;
 }
 
 // A connection that there is no memory or no thread for is dropped, and nothing else.

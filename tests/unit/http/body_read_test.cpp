@@ -74,6 +74,7 @@ TEST(FixedBody, ShortBody_DropsTheConnection) {
     EXPECT_EQ(engine.readBody(buffer, 8), -1);
     EXPECT_TRUE(peer.deleted());
     EXPECT_EQ(engine.connection, nullptr);
+    EXPECT_EQ(engine.bodyRemaining, 5);
     EXPECT_EQ(engine.readBody(buffer, 8), 0);
   }
 }
@@ -323,6 +324,7 @@ TEST(ChunkedBody, FailureInTheTrailer_FinishesTheBody) {
   Chunked inData(ScriptedPeer("5\r\nhe"));
   EXPECT_EQ(inData.readBody(buffer, 8), -1);
   EXPECT_EQ(inData.bodyRemaining, -1);
+  EXPECT_EQ(inData.chunkRemaining, 5);
 }
 
 TEST(ChunkedBody, EveryFailingRead_FailsAndDropsTheConnection) {
@@ -397,14 +399,17 @@ TEST(ChunkedBody, CloseInAResponse_DropsTheConnectionAtTheEnd) {
   EXPECT_EQ(engine.bodyRemaining, 0);
 }
 
-TEST(ChunkedBody, CloseInARequest_KeepsTheConnectionForTheReply) {
-  const ScriptedPeer peer("2\r\nab\r\n0\r\n\r\n");
-  Chunked engine(peer);
-  engine.clientMode = 0;
-  engine.headers["connection"] = "close";
-  char buffer[8];
-  EXPECT_EQ(engine.readBody(buffer, 8), 2);
-  EXPECT_FALSE(peer.deleted());
+TEST(ChunkedBody, CloseOutsideClientMode_KeepsTheConnectionForTheReply) {
+  for (const int mode : {0, 2, -1}) {
+    const ScriptedPeer peer("2\r\nab\r\n0\r\n\r\n");
+    Chunked engine(peer);
+    engine.clientMode = mode;
+    engine.headers["connection"] = "close";
+    char buffer[8];
+    EXPECT_EQ(engine.readBody(buffer, 8), 2);
+    EXPECT_FALSE(peer.deleted()) << mode;
+    EXPECT_EQ(engine.bodyRemaining, 0);
+  }
 }
 
 TEST(ChunkedBody, ResponseWithoutClose_KeepsTheConnection) {

@@ -173,13 +173,18 @@ TEST(FinishBody, ChunkedReplyOtherwise_KeepsTheConnection) {
   EXPECT_EQ(engine.headers.count("connection"), 1U);
 }
 
-TEST(FinishBody, ChunkedRequestOfAClient_IgnoresTheField) {
-  const ScriptedPeer peer;
-  Engine engine(peer);
-  engine.bodyRemaining = -1;
-  engine.headers["connection"] = "close";
-  EXPECT_TRUE(engine.finishBody());
-  EXPECT_FALSE(peer.deleted());
+TEST(FinishBody, ChunkedBodyOutsideServerMode_IgnoresTheField) {
+  for (const int mode : {1, 2, -1}) {
+    const ScriptedPeer peer;
+    Engine engine(peer);
+    engine.bodyRemaining = -7;
+    engine.clientMode = mode;
+    engine.headers["connection"] = "close";
+    EXPECT_TRUE(engine.finishBody());
+    EXPECT_EQ(peer.writes(), (Lines{"0\r\n\r\n"}));
+    EXPECT_FALSE(peer.deleted()) << mode;
+    EXPECT_EQ(engine.bodyRemaining, -7);
+  }
 }
 
 TEST(FinishBody, FixedReplyToARequestThatAskedForClose_KeepsTheConnection) {

@@ -54,39 +54,45 @@ TEST(WriteRequestHeader, OtherMethodCode_WritesNothing) {
 TEST(WriteRequestHeader, ChunkedBodyWithType_AndClose) {
   const ScriptedPeer peer;
   Engine engine(peer);
-  EXPECT_TRUE(engine.writeRequestHeader(HttpMethod::Post, "h:81/x", -1, "a/b", false, {}));
+  EXPECT_TRUE(engine.writeRequestHeader(HttpMethod::Post, "h:81/x", -7, "a/b", false, {}));
   EXPECT_EQ(peer.writes(), (Lines{"POST /x HTTP/1.1\r\n", "Host: h:81\r\n", "Transfer-Encoding: chunked\r\n",
                                   "Content-Type: a/b\r\n", "Connection: close\r\n", "\r\n"}));
-  EXPECT_EQ(engine.bodyRemaining, -1);
+  EXPECT_EQ(engine.bodyRemaining, -7);
+}
+
+// The stream writes of a GET for `url`.
+Lines linesOf(const std::string& url, const HttpHeaders& extra, int proxyForm = 0) {
+  const ScriptedPeer peer;
+  Engine engine(peer);
+  engine.proxyForm = proxyForm;
+  EXPECT_TRUE(engine.writeRequestHeader(HttpMethod::Get, url, 0, "", true, extra));
+  return peer.writes();
 }
 
 TEST(WriteRequestHeader, ProxyForm_CarriesTheAbsoluteUrl) {
-  Lines lines;
-  for (const char* url : {"ftp://h:81/x", "h/x"}) {
-    const ScriptedPeer peer;
-    Engine engine(peer);
-    engine.proxyForm = 1;
-    EXPECT_TRUE(engine.writeRequestHeader(HttpMethod::Get, url, 0, "", true, {}));
-    lines.push_back(peer.writes()[0]);
+  for (const int form : {1, 2, -1}) {
+    EXPECT_EQ(linesOf("ftp://h:81/x", {}, form)[0], "GET ftp://h:81/x HTTP/1.1\r\n");
+    EXPECT_EQ(linesOf("h/x", {}, form)[0], "GET http://h/x HTTP/1.1\r\n");
   }
-  EXPECT_EQ(lines, (Lines{"GET ftp://h:81/x HTTP/1.1\r\n", "GET http://h/x HTTP/1.1\r\n"}));
 }
 
 TEST(WriteRequestHeader, HostField_ReplacesTheHostButNotThePort) {
-  const ScriptedPeer peer;
-  Engine engine(peer);
-  EXPECT_TRUE(engine.writeRequestHeader(HttpMethod::Get, "real:8080/", 0, "", true, {{"HOST", "example"}}));
-  EXPECT_EQ(peer.writes(), (Lines{"GET / HTTP/1.1\r\n", "Host: example:8080\r\n", "Content-Length: 0\r\n",
-                                  "Connection: Keep-Alive\r\n", "\r\n"}));
+  EXPECT_EQ(linesOf("real:8080/", {{"HOST", "example"}}),
+            (Lines{"GET / HTTP/1.1\r\n", "Host: example:8080\r\n", "Content-Length: 0\r\n",
+                   "Connection: Keep-Alive\r\n", "\r\n"}));
+  EXPECT_EQ(linesOf("real", {{"host", ""}})[1], "Host: \r\n");
 }
 
 TEST(WriteRequestHeader, HostFieldInProxyForm_LeavesTheRequestLineAlone) {
-  const ScriptedPeer peer;
-  Engine engine(peer);
-  engine.proxyForm = 1;
-  EXPECT_TRUE(engine.writeRequestHeader(HttpMethod::Get, "http://real:8080/x", 0, "", true, {{"Host", "example"}}));
-  EXPECT_EQ(peer.writes(), (Lines{"GET http://real:8080/x HTTP/1.1\r\n", "Host: example:8080\r\n",
-                                  "Content-Length: 0\r\n", "Connection: Keep-Alive\r\n", "\r\n"}));
+  const Lines lines = linesOf("http://real:8080/x", {{"Host", "example"}}, 1);
+  EXPECT_EQ(lines[0], "GET http://real:8080/x HTTP/1.1\r\n");
+  EXPECT_EQ(lines[1], "Host: example:8080\r\n");
+}
+
+TEST(WriteRequestHeader, SeveralFieldsOfTheEngines_TheLastCounts) {
+  EXPECT_EQ(linesOf("real", {{"AUTHORIZATION", "a"}, {"Authorization", "b"}, {"HOST", "c"}, {"Host", "d"}}),
+            (Lines{"GET / HTTP/1.1\r\n", "Host: d\r\n", "Content-Length: 0\r\n", "Authorization: b\r\n",
+                   "Connection: Keep-Alive\r\n", "\r\n"}));
 }
 
 TEST(WriteRequestHeader, CredentialsAndAuthorizationField_AreBothWritten) {
@@ -100,26 +106,20 @@ TEST(WriteRequestHeader, CredentialsAndAuthorizationField_AreBothWritten) {
 }
 
 TEST(WriteRequestHeader, EmptyAuthorizationField_IsNotWritten) {
-  const ScriptedPeer peer;
-  Engine engine(peer);
-  EXPECT_TRUE(engine.writeRequestHeader(HttpMethod::Get, "h", 0, "", true, {{"Authorization", ""}}));
-  EXPECT_EQ(peer.written().find("uthorization"), std::string::npos);
+  EXPECT_EQ(linesOf("h", {{"Authorization", ""}}), linesOf("h", {}));
 }
 
 TEST(WriteRequestHeader, ExtraFields_FollowInKeyOrderWithoutTheEnginesOwn) {
-  const ScriptedPeer peer;
-  Engine engine(peer);
   const HttpHeaders extra = {{"x-b", "2"},
-                             {"X-A", "1"},
+                             {"X-A", ""},
                              {"Content-Length", "9"},
                              {"content-type", "x"},
                              {"Content-Encoding", "gzip"},
                              {"TRANSFER-ENCODING", "chunked"},
                              {"Connection", "Upgrade"}};
-  EXPECT_TRUE(engine.writeRequestHeader(HttpMethod::Get, "h", 0, "", true, extra));
-  EXPECT_EQ(peer.writes(),
+  EXPECT_EQ(linesOf("h", extra),
             (Lines{"GET / HTTP/1.1\r\n", "Host: h\r\n", "Content-Length: 0\r\n", "Connection: Keep-Alive\r\n",
-                   "Connection: Upgrade\r\n", "X-A: 1\r\n", "x-b: 2\r\n", "\r\n"}));
+                   "Connection: Upgrade\r\n", "X-A: \r\n", "x-b: 2\r\n", "\r\n"}));
 }
 
 TEST(WriteRequestHeader, EveryFailingWrite_GivesFalseAndKeepsTheStream) {
@@ -165,6 +165,33 @@ TEST(Request, WholeExchange_GivesStatusBodyAndType) {
   EXPECT_EQ(result.type, "text/html");
   EXPECT_EQ(peer.writes(), (Lines{"POST /x HTTP/1.1\r\n", "Host: host:8080\r\n", "Content-Length: 4\r\n",
                                   "Content-Type: a/b\r\n", "Connection: Keep-Alive\r\n", "\r\n", "body"}));
+}
+
+TEST(Request, NoKeepAlive_SaysClose) {
+  const ScriptedPeer peer("HTTP/1.1 204 No Content\r\n\r\n");
+  Engine engine(peer);
+  std::string body, type;
+  EXPECT_EQ(engine.request(HttpMethod::Get, "h", "", "", body, type, false), 204);
+  EXPECT_EQ(peer.writes(),
+            (Lines{"GET / HTTP/1.1\r\n", "Host: h\r\n", "Content-Length: 0\r\n", "Connection: close\r\n", "\r\n"}));
+}
+
+// A derived class may report a connection that cannot go on with any status.
+TEST(Request, AnswerThatEndsTheConnection_IsReadOnlyWhenSuccessful) {
+  struct Ending : Engine {
+    using Engine::Engine;
+    int readResponse(bool& keepOpen) override {
+      const int status = Engine::readResponse(keepOpen);
+      keepOpen = false;
+      return status;
+    }
+  };
+  for (const int status : {199, 200, 201, 298, 299, 300}) {
+    Ending engine(ScriptedPeer("HTTP/1.1 " + std::to_string(status) + " x\r\nContent-Length: 5\r\n\r\nhello"));
+    std::string body, type;
+    EXPECT_EQ(engine.request(HttpMethod::Get, "h", "", "", body, type, true), status);
+    EXPECT_EQ(body, status / 100 == 2 ? "hello" : "") << status;
+  }
 }
 
 TEST(Request, ChunkedAnswer_IsGathered) {

@@ -25,10 +25,10 @@ class Engine : public zorhtml::HttpProto {
   using HttpProto::timeout;
 };
 
-// What readHeader gave.
+// What readHeader gave. What it has to set holds something else before.
 struct Head {
   int status = 0;
-  zorhtml::HttpMethod method = zorhtml::HttpMethod::Unknown;
+  zorhtml::HttpMethod method = zorhtml::HttpMethod::Patch;
   std::string path = "left over";
   bool keepOpen = false;
   zorhtml::HttpHeaders headers;

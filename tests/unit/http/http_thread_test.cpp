@@ -100,6 +100,12 @@ TEST(ConnectionLoop, BadRequest_IsAnsweredWithKeepAliveAndEnds) {
   EXPECT_EQ(answersTo("GET / HTTP/1.1\r\nA: b"), refusal("400 Bad Request", "HTTP/1.1"));
 }
 
+TEST(ConnectionLoop, PeerThatLeaves_IsAnsweredAllTheSame) {
+  EXPECT_EQ(answersTo(""), refusal("400 Bad Request"));
+  EXPECT_EQ(answersTo("GET /a HTTP/1.1\r\nConnection: keep-alive\r\n\r\n"),
+            answer("GET /a") + refusal("400 Bad Request"));
+}
+
 TEST(ConnectionLoop, Silence_IsA408) {
   EXPECT_EQ(answersTo("", End::TimedOut), refusal("408 Request Time-out"));
   EXPECT_EQ(answersTo("GET / HTT", End::TimedOut), refusal("408 Request Time-out"));
@@ -225,9 +231,9 @@ TEST(SendResponseClose, Reply_SaysClose) {
   const ScriptedPeer peer;
   TestServer server(peer);
   server.headers["http-version"] = "HTTP/1.1";
-  EXPECT_TRUE(server.sendResponseClose(200, "hello", "a/b", {}));
+  EXPECT_TRUE(server.sendResponseClose(200, "hello", "a/b", {{"X", "y"}}));
   EXPECT_EQ(peer.written(),
-            "HTTP/1.1 200 OK\r\nContent-Length: 5\r\nContent-Type: a/b\r\nConnection: close\r\n\r\nhello");
+            "HTTP/1.1 200 OK\r\nContent-Length: 5\r\nContent-Type: a/b\r\nConnection: close\r\nX: y\r\n\r\nhello");
   EXPECT_FALSE(peer.deleted());
 }
 

@@ -119,6 +119,26 @@ TEST_F(SendFile, FailingBodyWriteOrLastChunk_IsTrue) {
   }
 }
 
+TEST_F(SendFile, FailingBlock_IsTheLast) {
+  struct Counting : Engine {
+    using Engine::Engine;
+    using Engine::writeBody;
+    bool writeBody(const void* data, int length) override { return ++blocks, Engine::writeBody(data, length); }
+    int blocks = 0;
+  };
+  fill(std::string(3 * 4096, 'a'));
+  ScriptedPeer peer;
+  Counting engine(peer.failWrite(8));
+  EXPECT_TRUE(engine.sendFile(206, name_, "a/b", false, {{"X", "y"}}));
+  EXPECT_EQ(engine.blocks, 1);
+}
+
+TEST_F(SendFile, Directory_IsTheLastChunkAlone) {
+  const ScriptedPeer peer;
+  EXPECT_FALSE(send(peer, "/tmp"));
+  EXPECT_EQ(peer.writes(), kHead + (Lines{"0\r\n\r\n"}));
+}
+
 TEST_F(SendFile, NoConnection_IsFalse) {
   Engine engine;
   EXPECT_FALSE(engine.sendFile(200, name_, "", true, {}));

@@ -73,15 +73,16 @@ TEST(WriteResponseHeader, OddStatuses_AreErrors) {
 }
 
 TEST(WriteResponseHeader, ExtraFields_FollowInKeyOrderAsSpelled) {
-  EXPECT_EQ(linesOf(200, 0, "", true, {{"x-lower", " v "}, {"X-Frame", "DENY"}, {"Cache-Control", "no-store"}}),
-            (Lines{"HTTP/1.1 200 OK\r\n", "Connection: Keep-Alive\r\n", "Cache-Control: no-store\r\n",
-                   "X-Frame: DENY\r\n", "x-lower:  v \r\n", "\r\n"}));
+  EXPECT_EQ(linesOf(200, 0, "", true, {{"x-lower", " v "}, {"X-Frame", ""}, {"Cache-Control", "no-store"}}),
+            (Lines{"HTTP/1.1 200 OK\r\n", "Connection: Keep-Alive\r\n", "Cache-Control: no-store\r\n", "X-Frame: \r\n",
+                   "x-lower:  v \r\n", "\r\n"}));
 }
 
-TEST(WriteResponseHeader, Upgrade_GoesBeforeTheFraming) {
-  EXPECT_EQ(linesOf(101, 4, "a/b", true, {{"Content-Type", "x"}, {"Location", "/a"}, {"connection", "Upgrade"}}),
-            (Lines{"HTTP/1.1 101 Switching Protocols\r\n", "connection: Upgrade\r\n", "Content-Length: 4\r\n",
-                   "Content-Type: a/b\r\n", "Connection: Keep-Alive\r\n", "Location: /a\r\n", "\r\n"}));
+TEST(WriteResponseHeader, UpgradeOfAnyCase_GoesBeforeTheFraming) {
+  EXPECT_EQ(
+      linesOf(101, 4, "a/b", true, {{"Accept", "x"}, {"CONNECTION", "uPGRADE"}, {"connection", "Upgrade"}}),
+      (Lines{"HTTP/1.1 101 Switching Protocols\r\n", "CONNECTION: uPGRADE\r\n", "connection: Upgrade\r\n",
+             "Content-Length: 4\r\n", "Content-Type: a/b\r\n", "Connection: Keep-Alive\r\n", "Accept: x\r\n", "\r\n"}));
 }
 
 TEST(WriteResponseHeader, FramingFieldsOfAnyCase_AreDropped) {
@@ -94,8 +95,9 @@ TEST(WriteResponseHeader, FramingFieldsOfAnyCase_AreDropped) {
 }
 
 TEST(WriteResponseHeader, OtherConnectionField_IsWrittenBesideTheEnginesOwn) {
-  EXPECT_EQ(linesOf(200, 0, "", true, {{"Connection", "close"}}),
-            (Lines{"HTTP/1.1 200 OK\r\n", "Connection: Keep-Alive\r\n", "Connection: close\r\n", "\r\n"}));
+  EXPECT_EQ(linesOf(200, 0, "", true, {{"CONNECTION", "Upgrade, x"}, {"Connection", "close"}, {"Upgrade", "upgrade"}}),
+            (Lines{"HTTP/1.1 200 OK\r\n", "Connection: Keep-Alive\r\n", "CONNECTION: Upgrade, x\r\n",
+                   "Connection: close\r\n", "Upgrade: upgrade\r\n", "\r\n"}));
 }
 
 TEST(WriteResponseHeader, EveryFailingWrite_GivesFalseAndKeepsTheStream) {
