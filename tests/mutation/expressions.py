@@ -11,6 +11,7 @@ ARITHMETIC = {b"+": b"-", b"-": b"+", b"*": b"/", b"/": b"*", b"%": b"/", b"&": 
               b"<<=": b">>=", b">>=": b"<<="}
 INTEGERS = (TypeKind.CHAR_U, TypeKind.UCHAR, TypeKind.CHAR_S, TypeKind.SCHAR, TypeKind.USHORT, TypeKind.UINT, TypeKind.ULONG,
             TypeKind.ULONGLONG, TypeKind.SHORT, TypeKind.INT, TypeKind.LONG, TypeKind.LONGLONG, TypeKind.ENUM)
+SYMMETRIC = ("min", "max", "swap")
 ESCAPE = re.compile(rb"\\(?:x[0-9a-fA-F]+|[0-7]{1,3}|u[0-9a-fA-F]{4}|U[0-9a-fA-F]{8}|.)|.", re.S)
 
 
@@ -185,8 +186,8 @@ def other_character(unit):
 
 
 def argument(node):
-    """Two neighbouring arguments of one type swapped."""
-    if node.kind != Kind.CALL_EXPR or node.cursor.spelling.startswith("operator"):
+    """Two neighbouring arguments of one type swapped, where the function tells them apart."""
+    if node.kind != Kind.CALL_EXPR or node.cursor.spelling.startswith("operator") or node.cursor.spelling in SYMMETRIC:
         return
     given = [child for child in node.children if (child.start, child.end) in
              {(one.extent.start.offset, one.extent.end.offset) for one in node.cursor.get_arguments() if one}]

@@ -1,5 +1,6 @@
 """Processes that work on jobs, each in namespaces of its own (worker.py)."""
 
+import contextlib
 import json
 import pathlib
 import queue
@@ -18,7 +19,7 @@ class Failure(Exception):
 class Worker:
     def __init__(self):
         self.process = subprocess.Popen([*SANDBOX, sys.executable, "-B", str(WORKER)], stdin=subprocess.PIPE,
-                                        stdout=subprocess.PIPE, text=True)
+                                        stdout=subprocess.PIPE, text=True, start_new_session=True)
 
     def ask(self, job):
         self.process.stdin.write(json.dumps(job) + "\n")
@@ -32,7 +33,8 @@ class Worker:
         return answer
 
     def close(self):
-        self.process.stdin.close()
+        with contextlib.suppress(BrokenPipeError):
+            self.process.stdin.close()
         self.process.stdout.close()
         self.process.wait()
 
@@ -42,10 +44,11 @@ def work(tasks, count, each):
     waiting = queue.SimpleQueue()
     for task in tasks:
         waiting.put(task)
-    failures = []
+    failures, workers = [], []
 
     def run():
         worker = Worker()
+        workers.append(worker)
         try:
             while not failures:
                 each(worker, waiting.get_nowait())
@@ -59,7 +62,12 @@ def work(tasks, count, each):
     threads = [threading.Thread(target=run) for _ in range(max(1, min(count, waiting.qsize())))]
     for thread in threads:
         thread.start()
-    for thread in threads:
-        thread.join()
+    try:
+        for thread in threads:
+            thread.join()
+    except KeyboardInterrupt:
+        failures.insert(0, KeyboardInterrupt())
+        for worker in workers:
+            worker.process.kill()  # unshare, which takes the worker and all below it along
     if failures:
         raise failures[0]

@@ -161,7 +161,7 @@ def result(node):
     found, plain = returned(node), value.plain
     if plain.kind in (Kind.CXX_BOOL_LITERAL_EXPR, Kind.INTEGER_LITERAL, Kind.CXX_NULL_PTR_LITERAL_EXPR):
         return
-    if value.text in (b"{}", b"nullptr") or re.fullmatch(rb"[\w:]+(\(\)|\{\})", value.text) and plain.kind != Kind.CALL_EXPR:
+    if value.text in (b"{}", b"nullptr", b'""') or re.fullmatch(rb"[\w:]+(\(\)|\{\})", value.text) and plain.kind != Kind.CALL_EXPR:
         return
     if found.kind == TypeKind.BOOL:
         yield value.start, value.end, b"true"
