@@ -32,7 +32,7 @@ class Baseline:
     def original(self, program):
         """The instrumented program: its path and where its libraries are."""
         if any(program.place_of(file)[2] for file in self.linked(program)):
-            return str(program.path), str(self.place / program.name)
+            return str(program.path), str(self.place / f"{program.name}.libraries")
         return str(self.place / program.name), ""
 
     def libraries(self, own):

@@ -113,7 +113,7 @@ class Campaign:
             return
         file = mutants[0].file
         baseline = self.baselines[files[file]]
-        source = (self.project.source / file).read_bytes()
+        source = self.project.text(file)
         job = self.file_job(file, source, baseline, mutants)
         if not job["programs"]:
             for one in mutants:

@@ -11,6 +11,7 @@ ARITHMETIC = {b"+": b"-", b"-": b"+", b"*": b"/", b"/": b"*", b"%": b"/", b"&": 
               b"<<=": b">>=", b">>=": b"<<="}
 INTEGERS = (TypeKind.CHAR_U, TypeKind.UCHAR, TypeKind.CHAR_S, TypeKind.SCHAR, TypeKind.USHORT, TypeKind.UINT, TypeKind.ULONG,
             TypeKind.ULONGLONG, TypeKind.SHORT, TypeKind.INT, TypeKind.LONG, TypeKind.LONGLONG, TypeKind.ENUM)
+HARMLESS = ("move", "forward")  # without them the same is done, with a copy
 SYMMETRIC = ("min", "max", "swap")
 ESCAPE = re.compile(rb"\\(?:x[0-9a-fA-F]+|[0-7]{1,3}|u[0-9a-fA-F]{4}|U[0-9a-fA-F]{8}|.)|.", re.S)
 
@@ -213,7 +214,8 @@ def kind_of(node):
 
 def call(node):
     """A call of one argument replaced by the argument, where it has the type of the result."""
-    if node.kind != Kind.CALL_EXPR or not node.cursor.spelling or node.cursor.spelling.startswith("operator"):
+    if node.kind != Kind.CALL_EXPR or not node.cursor.spelling or node.cursor.spelling.startswith("operator") or \
+            node.cursor.spelling in HARMLESS:
         return
     given = [one for one in node.cursor.get_arguments() if one is not None and one.extent.end.offset <= node.end]
     head = re.match(rb"[\w:]+\(", node.text)

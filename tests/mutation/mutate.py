@@ -45,7 +45,7 @@ def say(text):
 def all_mutants(project, files):
     found = []
     for file in files:
-        found += mutants(file, project.source / file, (project.source / file).read_bytes(), project.arguments(file))
+        found += mutants(file, project.source / file, project.text(file), project.arguments(file))
     return found
 
 

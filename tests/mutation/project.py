@@ -32,6 +32,11 @@ class Project:
         found = [place] if place.suffix == ".cpp" else sorted(place.glob("*.cpp"))
         return [str(file.relative_to(self.source)) for file in found if str(file) in self.entries]
 
+    @functools.lru_cache(maxsize=None)
+    def text(self, file):
+        """The bytes of a file as they were when the run began."""
+        return (self.source / file).read_bytes()
+
     def arguments(self, file):
         """What clang needs to read a file as the compiler does."""
         words = self.entries[str(self.source / file)][0][1]

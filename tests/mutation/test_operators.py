@@ -103,7 +103,7 @@ class Operators(unittest.TestCase):
                    "return g(a, b); ==> return g(b, a);")
 
     def test_call_that_gives_what_it_takes_is_dropped(self):
-        self.check("call", "int t(int a) {\n  f(a);\n  return 1 + f(a);\n}", "return 1 + f(a); ==> return 1 + a;")
+        self.check("call", "int move(int);\nint t(int a) {\n  f(a);\n  field = move(a);\n  return 1 + f(a);\n}", "return 1 + f(a); ==> return 1 + a;")
 
     def test_statements_are_dropped(self):
         self.check("statement", "void t(int a) {\n  int b = 1;\n  a = b;\n  if (ready()) stop();\n  else f(a);\n"
