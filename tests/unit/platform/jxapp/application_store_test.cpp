@@ -3,8 +3,11 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cerrno>
+
 #include "platform/linux/jxapp/failure.h"
 #include "tests/unit/platform/jxapp/scratch.h"
+#include "tests/unit/platform/jxapp/system_calls.h"
 
 namespace {
 
@@ -123,5 +126,143 @@ const Left kLeft[] = {
     {"files", {".new-a", ".old-b", "b/x"}, {"b/", "b/x="}},
 };
 INSTANTIATE_TEST_SUITE_P(States, Sweep, testing::ValuesIn(kLeft));
+
+// What the action fails with; empty when it does not.
+template <typename Action>
+std::string failureOf(Action action) {
+  try {
+    action();
+    return "";
+  } catch (const jxinstall::Failure& failure) {
+    return failure.what();
+  }
+}
+
+// Puts a new version of "a" beside the old one, and commits it.
+std::string update(const Scratch& root, SystemCalls& calls, Replacement replacement) {
+  root.write("apps/a/old", "");
+  const ApplicationStore store(root.path(), replacement);
+  return failureOf([&] {
+    const base::Descriptor staged = store.stage("a");
+    root.write("apps/.new-a/new", "");
+    calls.changes.clear();
+    store.commit("a");
+  });
+}
+
+TEST(ApplicationStore, FolderThatCannotBeOpenedOrRead_IsAFailure) {
+  const Scratch root;
+  SystemCalls calls;
+  calls.fail("open", EACCES, "/apps");
+  EXPECT_EQ(failureOf([&] { const ApplicationStore store(root.path()); }),
+            "the folder of the applications cannot be opened: Permission denied");
+  const ApplicationStore store(root.path());
+  calls.fail("readdir", EIO);
+  EXPECT_EQ(failureOf([&] { store.list(); }), "the folder of the applications cannot be read: Input/output error");
+}
+
+TEST(ApplicationStore, FileInTheFoldersPlace_IsAFailure) {
+  const Scratch root;
+  root.write("apps", "");
+  EXPECT_EQ(failureOf([&] { const ApplicationStore store(root.path()); }),
+            "the folder of the applications cannot be opened: Not a directory");
+}
+
+TEST(ApplicationStore, FolderThatCannotBeStaged_IsAFailure) {
+  const Scratch root;
+  const ApplicationStore store(root.path());
+  SystemCalls calls;
+  calls.fail("mkdirat", ENOSPC, "/.new-a");
+  EXPECT_EQ(failureOf([&] { store.stage("a"); }),
+            "the application's folder cannot be created: No space left on device");
+  for (const char* call : {"openat", "fchmod"}) {
+    calls.fail(call, EIO, "/.new-a");
+    EXPECT_EQ(failureOf([&] { store.stage("a"); }), "the application's folder cannot be opened: Input/output error")
+        << call;
+  }
+}
+
+// The swap is on the disk before the old application goes: a power cut between the two must find one of them.
+TEST(ApplicationStore, Update_IsBroughtToTheDiskBeforeTheOldOneGoes) {
+  const Scratch root;
+  SystemCalls calls;
+  EXPECT_EQ(update(root, calls, Replacement::kExchange), "");
+  ASSERT_GE(calls.changes.size(), 3U);
+  EXPECT_EQ(calls.changes[0], "renameat2 .new-a a");
+  EXPECT_EQ(calls.changes[1], "fsync apps");
+  EXPECT_EQ(calls.changes[2], "unlinkat .new-a");
+}
+
+TEST(ApplicationStore, TwoRenames_HaveTheFirstOnTheDiskBeforeTheSecond) {
+  const Scratch root;
+  SystemCalls calls;
+  EXPECT_EQ(update(root, calls, Replacement::kTwoRenames), "");
+  ASSERT_GE(calls.changes.size(), 4U);
+  EXPECT_EQ(Tree(calls.changes.begin(), calls.changes.begin() + 4),
+            (Tree{"renameat a .old-a", "fsync apps", "renameat .new-a a", "fsync apps"}));
+  EXPECT_EQ(root.tree("apps"), (Tree{"a/", "a/new="}));
+}
+
+TEST(ApplicationStore, SweptOldApplication_IsBroughtToTheDisk) {
+  const Scratch root;
+  root.write("apps/.old-a/old", "");
+  const ApplicationStore store(root.path());
+  SystemCalls calls;
+  store.sweep();
+  ASSERT_GE(calls.changes.size(), 2U);
+  EXPECT_EQ(calls.changes[0], "renameat .old-a a");
+  EXPECT_EQ(calls.changes[1], "fsync apps");
+}
+
+TEST(ApplicationStore, ExchangeThatTheFileSystemLacks_IsDoneByTwoRenames) {
+  for (const int error : {EINVAL, ENOSYS, EOPNOTSUPP}) {
+    const Scratch root;
+    SystemCalls calls;
+    calls.fail("renameat2", error);
+    EXPECT_EQ(update(root, calls, Replacement::kExchange), "") << error;
+    EXPECT_EQ(root.tree("apps"), (Tree{"a/", "a/new="})) << error;
+  }
+}
+
+TEST(ApplicationStore, SwapThatFails_LeavesTheOldOneInItsPlace) {
+  struct Case {
+    Replacement replacement;
+    const char* call;
+    const char* path;
+    const char* failure;
+  };
+  const char* const kInPlace = "the application cannot be put in its place: Input/output error";
+  for (const Case& one : {Case{Replacement::kExchange, "renameat2", "/a", kInPlace},
+                          Case{Replacement::kTwoRenames, "renameat", "/.old-a",
+                               "the old application cannot be moved aside: Input/output error"},
+                          Case{Replacement::kTwoRenames, "fsync", "/apps", kInPlace},
+                          Case{Replacement::kTwoRenames, "renameat", "/a", kInPlace}}) {
+    const Scratch root;
+    SystemCalls calls;
+    calls.fail(one.call, EIO, one.path);
+    EXPECT_EQ(update(root, calls, one.replacement), one.failure) << one.call << one.path;
+    EXPECT_TRUE(root.exists("apps/a/old")) << one.call << one.path;
+    EXPECT_FALSE(root.exists("apps/a/new")) << one.call << one.path;
+  }
+}
+
+// Moving the old one back may meet a reason of its own, which is not the one to tell.
+TEST(ApplicationStore, SwapThatFails_TellsTheFirstReason) {
+  const Scratch root;
+  SystemCalls calls;
+  calls.fail("renameat", EIO, "/a");
+  calls.fail("renameat", EROFS, "/a");
+  EXPECT_EQ(update(root, calls, Replacement::kTwoRenames),
+            "the application cannot be put in its place: Input/output error");
+}
+
+TEST(ApplicationStore, FirstInstallationThatCannotBeRenamed_IsAFailure) {
+  const Scratch root;
+  const ApplicationStore store(root.path());
+  const base::Descriptor staged = store.stage("a");
+  SystemCalls calls;
+  calls.fail("renameat", EIO, "/a");
+  EXPECT_EQ(failureOf([&] { store.commit("a"); }), "the application cannot be put in its place: Input/output error");
+}
 
 }  // namespace
