@@ -18,6 +18,7 @@ FIRST = 6  # so many of the most specific tests run before all others
 CHUNK = 100  # so many mutants of one file go to a worker at a time
 TOGETHER_FROM = 6  # so many mutants of a file, at least, are worth compiling together
 KILLED = ("killed", "timeout")
+PATIENCE = (1, 3, 9)  # how many times the usual limit an unchanged file may take, tried in turn
 
 
 def leading_inclusions(source):
@@ -42,7 +43,7 @@ class Campaign:
         self.outcomes = {}
         self.baselines = {}
         self.models = {}
-        self.sound = set()  # the files that pass unchanged, made and run as a mutant is that is compiled by itself
+        self.sound = {}  # the files that pass unchanged, and the patience that they take
 
     def choose(self, found):
         """The mutants to try, in their order."""
@@ -120,17 +121,17 @@ class Campaign:
                 self.note(one, {"outcome": "survived", "by": "", "why": "no unit test links the file"})
             return
         together = set(worker.ask(job)["together"])
-        checked = set()
+        patience = {}  # by whether a mutant is compiled by itself
         for number, one in enumerate(mutants, 1):
             if self.late():
                 return
             choose = number if number in together else None
-            if (choose is None) not in checked:
-                self.check_unchanged(worker, file, baseline, source, job, None if choose is None else 0)
-                checked.add(choose is None)
+            alone = choose is None
+            if alone not in patience:
+                patience[alone] = self.check_unchanged(worker, file, baseline, source, job, None if alone else 0)
             stages = self.stages(one, baseline, job)
             self.note(one, worker.ask({"do": "mutant", "choose": choose, "text": one.apply(source).decode(), "stages": stages,
-                                       "compare": True}))
+                                       "patience": patience[alone], "compare": True}))
 
     def file_job(self, file, source, baseline, mutants):
         names, programs, compiled = [], [], None
@@ -177,20 +178,24 @@ class Campaign:
         return stages
 
     def check_unchanged(self, worker, file, baseline, source, job, choose):
-        """Makes and runs the file unchanged, as its mutants are made and run: nothing of it counts unless that passes."""
-        if choose is None:  # for a file of which several texts are compiled it is always the same one
-            with self.lock:
-                if file in self.sound:
-                    return
+        """Makes and runs the file unchanged, as its mutants are made and run: nothing of it counts unless that passes. Returns
+        the patience that it takes, for the mutants too: code that is not optimised may be slower than the baseline's."""
+        with self.lock:
+            if choose is None and file in self.sound:  # of a file by itself the same is compiled each time
+                return self.sound[file]
         stages = [{"program": job["names"].index(program), "tests": [[name, test["seconds"]] for name, test in tests.items()
                                                                      if file in test["lines"]]}
                   for program, tests in baseline.tests.items() if program in job["names"]]
-        answer = worker.ask({"do": "mutant", "choose": choose, "text": source.decode(), "compare": False,
-                             "stages": [stage for stage in stages if stage["tests"]]})
+        for patience in PATIENCE:
+            answer = worker.ask({"do": "mutant", "choose": choose, "text": source.decode(), "compare": False,
+                                 "patience": patience, "stages": [stage for stage in stages if stage["tests"]]})
+            if answer["outcome"] not in ("timeout", "unknown"):
+                break
         if answer["outcome"] != "survived":
             raise Failure(f"{file} unchanged is {answer['outcome']} by {answer['by']}")
         with self.lock:
-            self.sound.add(file)
+            self.sound[file] = max(patience, self.sound.get(file, 0))
+        return patience
 
     def note(self, mutant, answer):
         with self.lock:

@@ -148,19 +148,21 @@ class Worker:
                 if done.returncode != 0:
                     return {"outcome": "stillborn", "by": done.stderr.decode(errors="replace")[-2000:]}
                 self.linked.add(made)
-            found = self.run(program, place, {} if alone else {"JX_MUTANT": str(job["choose"])}, stage["tests"])
+            found = self.run(program, place, {} if alone else {"JX_MUTANT": str(job["choose"])}, stage["tests"],
+                             job["patience"])
             if found:
                 return found
         return {"outcome": self.kind_of_survivor(job["text"].encode()) if job["compare"] else "survived", "by": ""}
 
     @staticmethod
-    def run(program, place, environment, tests):
-        """Runs the tests, or the whole command where `tests` is a number: its normal seconds."""
+    def run(program, place, environment, tests, patience):
+        """Runs the tests, or the whole command where `tests` is a number: its normal seconds. `patience` is how many times
+        the usual limit holds."""
         words = [place + word[5:] if word.startswith("@OUT@") else word for word in program["run"]]
         changed = Runner(words, f"{place}:{program['libraries']}", sweep, environment)
         original = Runner(program["original"], program["original_libraries"], sweep)
-        patience = 1.0
-        while patience < 8:
+        most = 4 * patience
+        while patience <= most:
             whole = not isinstance(tests, list)
             found = changed.whole(tests, patience) if whole else changed.tests(tests, patience)
             if not found or found["outcome"] != "timeout":
