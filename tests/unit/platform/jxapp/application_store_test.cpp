@@ -1,6 +1,7 @@
 #include "platform/linux/jxapp/application_store.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -212,6 +213,15 @@ TEST(ApplicationStore, SweptOldApplication_IsBroughtToTheDisk) {
   ASSERT_GE(calls.changes.size(), 2U);
   EXPECT_EQ(calls.changes[0], "renameat .old-a a");
   EXPECT_EQ(calls.changes[1], "fsync apps");
+}
+
+// An empty folder would give way to a rename.
+TEST(ApplicationStore, OldApplicationBesideAnEmptyNewOne_IsSwept) {
+  const Scratch root;
+  root.write("apps/.old-a/old", "");
+  ASSERT_EQ(mkdir((root.path() + "/apps/a").c_str(), 0755), 0);
+  ApplicationStore(root.path()).sweep();
+  EXPECT_EQ(root.tree("apps"), Tree{"a/"});
 }
 
 TEST(ApplicationStore, ExchangeThatTheFileSystemLacks_IsDoneByTwoRenames) {
