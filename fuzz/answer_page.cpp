@@ -1,6 +1,6 @@
 // Any text as the page that answers an upload, and any messages of an installer as the terminal writes them into such a
 // page: the first is read or refused, the second is read, and nothing is in the log that was not in the page.
-#include "tools/jxpush/answer_page.h"
+#include "tools/jxpush/http/answer_page.h"
 
 #include "fuzz/input.h"
 #include "shell/install.h"

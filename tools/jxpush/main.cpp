@@ -3,14 +3,14 @@
 #include <exception>
 #include <vector>
 
-#include "tools/jxpush/http_status.h"
-#include "tools/jxpush/install_log.h"
+#include "tools/jxpush/common/options.h"
+#include "tools/jxpush/common/problem.h"
+#include "tools/jxpush/common/stop_signals.h"
+#include "tools/jxpush/http/status.h"
 #include "tools/jxpush/make_target.h"
-#include "tools/jxpush/options.h"
-#include "tools/jxpush/problem.h"
-#include "tools/jxpush/progress.h"
-#include "tools/jxpush/result_output.h"
-#include "tools/jxpush/stop_signals.h"
+#include "tools/jxpush/output/install_log.h"
+#include "tools/jxpush/output/progress.h"
+#include "tools/jxpush/output/result_output.h"
 
 namespace jxpush {
 

@@ -1,8 +1,8 @@
 #include "tools/jxpush/make_target.h"
 
-#include "tools/jxpush/http_target.h"
-#include "tools/jxpush/problem.h"
-#include "tools/jxpush/serial_target.h"
+#include "tools/jxpush/common/problem.h"
+#include "tools/jxpush/http/target.h"
+#include "tools/jxpush/serial/target.h"
 
 namespace jxpush {
 

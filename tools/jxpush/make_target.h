@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "tools/jxpush/target.h"
+#include "tools/jxpush/common/target.h"
 
 namespace jxpush {
 

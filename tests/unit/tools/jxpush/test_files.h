@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "tools/jxpush/input_file.h"
-#include "tools/jxpush/target.h"
+#include "tools/jxpush/common/input_file.h"
+#include "tools/jxpush/common/target.h"
 
 // A folder with files, removed at the end.
 class TestFiles {

@@ -1,0 +1,77 @@
+#include "tools/jxpush/output/install_log.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/unit/tools/jxpush/test_files.h"
+
+using namespace jxpush;
+using Kind = LogLine::Kind;
+
+namespace {
+
+class ComplaintTest : public testing::Test {
+ protected:
+  ComplaintTest() {
+    for (const char* name : {"a.zip", "b.zip"}) {
+      files_.add(name, name);
+      opened_.emplace_back(files_.path(name));
+      opened_.back().readDigest();
+    }
+  }
+
+  LogLine package(int number, int file) const {
+    return {Kind::Plain, "Package upload-" + std::to_string(number) + ".zip: 5 bytes, sha256 " +
+                             opened_[static_cast<std::size_t>(file)].sha256()};
+  }
+  std::string complaint(const std::vector<LogLine>& log) const { return complaintOf(opened_, log); }
+
+  TestFiles files_;
+  std::vector<InputFile> opened_;
+};
+
+std::string printed(const std::vector<LogLine>& log) {
+  std::FILE* const stream = std::tmpfile();
+  printLog(log, stream);
+  std::string text(static_cast<std::size_t>(std::ftell(stream)), '\0');
+  std::rewind(stream);
+  EXPECT_EQ(text.size(), std::fread(text.data(), 1, text.size(), stream));
+  std::fclose(stream);
+  return text;
+}
+
+}  // namespace
+
+TEST_F(ComplaintTest, AllFilesShown_IsNone) { EXPECT_EQ("", complaint({package(0, 0), package(1, 1)})); }
+
+TEST_F(ComplaintTest, LogThatTellsNoArchives_IsNone) {
+  EXPECT_EQ("", complaint({}));
+  EXPECT_EQ("", complaint({{Kind::Plain, "done"}, {Kind::Warning, "Warning: x"}}));
+}
+
+TEST_F(ComplaintTest, ErrorLine_IsOne) {
+  EXPECT_EQ("the terminal's installer reported an error",
+            complaint({package(0, 0), package(1, 1), {Kind::Error, "Error: x"}}));
+}
+
+TEST_F(ComplaintTest, MissingFile_IsNamed) {
+  EXPECT_EQ("the terminal's log does not show " + files_.path("b.zip") + " as it was sent", complaint({package(0, 0)}));
+}
+
+TEST_F(ComplaintTest, FilesOfSomebodyElse_AreNoticed) {
+  EXPECT_EQ("the terminal's log does not show " + files_.path("a.zip") + " as it was sent",
+            complaint({package(0, 1), package(1, 0)}));
+}
+
+TEST(CountOf, CountsOneKind) {
+  const std::vector<LogLine> log = {{Kind::Error, "a"}, {Kind::Plain, "b"}, {Kind::Error, "c"}};
+  EXPECT_EQ(2U, countOf(log, Kind::Error));
+  EXPECT_EQ(0U, countOf(log, Kind::Warning));
+}
+
+TEST(PrintLog, Lines_AreMarkedAndHarmless) {
+  EXPECT_EQ("   Installed ?[2Jx\n ! Warning: y\n!! Error: z\n   List of installed applications:\n",
+            printed({{Kind::Plain, "Installed \x1b[2Jx"},
+                     {Kind::Warning, "Warning: y"},
+                     {Kind::Error, "Error: z"},
+                     {Kind::List, "List of installed applications:"}}));
+}

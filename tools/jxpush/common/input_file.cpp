@@ -1,0 +1,98 @@
+#include "tools/jxpush/common/input_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+#include <vector>
+
+#include "tools/jxpush/common/problem.h"
+#include "tools/jxpush/common/sha256.h"
+
+namespace jxpush {
+
+namespace {
+
+constexpr std::size_t kPieceSize = 65536;
+
+[[noreturn]] void fail(const std::string& path, const std::string& reason) {
+  throw Problem(ExitCode::kInput, path + ": " + reason);
+}
+
+struct stat statusOf(int fd, const std::string& path) {
+  struct stat status {};
+  if (fstat(fd, &status) != 0) fail(path, std::strerror(errno));
+  return status;
+}
+
+}  // namespace
+
+InputFile::InputFile(const std::string& path) : path_(path), name_(path.substr(path.rfind('/') + 1)) {
+  // Not to block on a pipe, which is refused below.
+  fd_ = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (fd_ < 0) fail(path, std::strerror(errno));
+  try {
+    const struct stat status = statusOf(fd_, path);
+    if (!S_ISREG(status.st_mode)) fail(path, "not a regular file");
+    size_ = static_cast<std::uint64_t>(status.st_size);
+    changedSeconds_ = status.st_mtim.tv_sec;
+    changedNanoseconds_ = status.st_mtim.tv_nsec;
+  } catch (...) {
+    close(fd_);
+    throw;
+  }
+}
+
+InputFile::InputFile(InputFile&& other) noexcept
+    : path_(std::move(other.path_)),
+      name_(std::move(other.name_)),
+      fd_(std::exchange(other.fd_, -1)),
+      size_(other.size_),
+      changedSeconds_(other.changedSeconds_),
+      changedNanoseconds_(other.changedNanoseconds_),
+      sha256_(std::move(other.sha256_)) {}
+
+InputFile::~InputFile() {
+  if (fd_ >= 0) close(fd_);
+}
+
+void InputFile::readDigest(const std::function<bool()>& stopped) {
+  const auto goOn = [&stopped] {
+    if (stopped && stopped()) throw Problem(ExitCode::kInterrupted, "interrupted before anything was sent");
+  };
+  std::vector<unsigned char> piece(kPieceSize);
+  Sha256 digest;
+  for (std::uint64_t at = 0; at < size_;) {
+    goOn();
+    const auto size = static_cast<std::size_t>(std::min<std::uint64_t>(piece.size(), size_ - at));
+    read(at, piece.data(), size);
+    digest.add(piece.data(), size);
+    at += size;
+  }
+  goOn();
+  sha256_ = digest.finish();
+}
+
+void InputFile::read(std::uint64_t offset, void* data, std::size_t size) const {
+  std::size_t done = 0;
+  while (done < size) {
+    const ssize_t got = pread(fd_, static_cast<char*>(data) + done, size - done, static_cast<off_t>(offset + done));
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) fail(path_, std::strerror(errno));
+    if (got == 0) fail(path_, "became shorter while it was read");
+    done += static_cast<std::size_t>(got);
+  }
+}
+
+void InputFile::checkUnchanged() const {
+  const struct stat status = statusOf(fd_, path_);
+  const bool same = static_cast<std::uint64_t>(status.st_size) == size_ && status.st_mtim.tv_sec == changedSeconds_ &&
+                    status.st_mtim.tv_nsec == changedNanoseconds_;
+  if (!same) fail(path_, "changed while it was sent");
+}
+
+}  // namespace jxpush

@@ -1,0 +1,19 @@
+// Whether a terminal's upload server answers, and the certificates it offers.
+#pragma once
+
+#include <vector>
+
+#include "tools/jxpush/common/options.h"
+#include "tools/jxpush/http/certificate_archive.h"
+#include "tools/jxpush/http/exchange.h"
+
+namespace jxpush {
+
+// Asks the terminal. Throws Problem: kNoPort when it is unreachable, kGaveUp when what answers is no terminal or its
+// archive cannot be read, kInterrupted. Blocks.
+std::vector<Certificate> readTerminalCertificates(const HttpConnection& connection);
+
+// The command "status": asks and prints, as text or JSON. Returns the exit code. Throws Problem(kUsage).
+int showStatus(const Options& options);
+
+}  // namespace jxpush
