@@ -116,6 +116,14 @@ TEST_F(Listener, AnyPort_IsWrittenBackBeforeTheFirstPass) {
   EXPECT_EQ(port, 40001);
 }
 
+TEST_F(Listener, AnyResultOfListenButZero_IsSuccess) {
+  for (const int result : {2, -1}) {
+    fake_.listenResult = result;
+    settings_.stop = false;
+    serveThrough({});
+  }
+}
+
 TEST_F(Listener, FixedPort_IsNotWrittenBack) {
   fake_.localAddress = "0.0.0.0:1";
   serveThrough({});
@@ -266,8 +274,10 @@ TEST_F(Listener, FailedPoll_IsNoPassToActOn) {
 
 TEST_F(Listener, FailedAccept_IsIgnored) {
   fake_.accepts = {nullptr, nullptr};
+  wrapped::takeThreadCalls();
   serveThrough({event(POLLIN), event(POLLIN)});
   EXPECT_EQ(fake_.acceptTimeouts.size(), 2U);
+  EXPECT_TRUE(wrapped::takeThreadCalls().empty());
 }
 
 TEST_F(Listener, Connection_IsServedByACopyOfThePrototype) {
