@@ -20,6 +20,7 @@ void FakeTerminal::reset() {
   informationQueries.clear();
   diagnosticQueries.clear();
   diagnostics_.clear();
+  onDiagnostic = nullptr;
 }
 
 void FakeTerminal::diagnose(const Diagnostic& answer) {
@@ -49,6 +50,7 @@ int FakeTerminal::nextDiagnostic(int query, unsigned char* buffer, unsigned shor
 }
 
 int CMDiag(int query, unsigned char* buffer, unsigned short* length) {
+  if (FakeTerminal::instance().onDiagnostic) FakeTerminal::instance().onDiagnostic();
   return FakeTerminal::instance().nextDiagnostic(query, buffer, length);
 }
 

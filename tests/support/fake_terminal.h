@@ -2,6 +2,7 @@
 #pragma once
 
 #include <deque>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -25,6 +26,7 @@ class FakeTerminal {
   std::string serialNumber;  // what is written into the buffer, also when the query fails
   int serialResult = 0;
 
+  std::function<void()> onDiagnostic;       // runs within each diagnostic query, before its answer
   void diagnose(const Diagnostic& answer);  // queues an answer; without one the query fails with -1
   std::size_t diagnosticCalls() const;
   std::size_t diagnosticsLeft() const;

@@ -41,11 +41,13 @@ void note(const std::string& event) {
 bool clockRuns = false;
 long nowMs = 0;
 
+mode_t firstMode = 0700;  // of the first configuration directory
+
 // The first configuration directory is closed to others, the second missing, the third open.
 int statusOf(const std::string& path, mode_t& mode) {
   note("stat " + path);
   if (path == "/mnt/flash/etc/config/jxapp/jx") return errno = ENOENT, -1;
-  mode = S_IFDIR | (path == "/mnt/flash/etc/config/jxapp" ? 0700 : 0755);
+  mode = S_IFDIR | (path == "/mnt/flash/etc/config/jxapp" ? firstMode : 0755);
   return 0;
 }
 
@@ -63,6 +65,7 @@ mode_t __real_umask(mode_t mask);
 int __real_stat(const char* path, struct stat* status);
 int __real_stat64(const char* path, struct stat64* status);
 int __real_chmod(const char* path, mode_t mode);
+int __real_mkdir(const char* path, mode_t mode);
 int __real_setenv(const char* name, const char* value, int overwrite);
 
 // A response that was delivered is waited for however long it takes: none of the waits here ends by its time.
@@ -97,6 +100,12 @@ int __wrap_stat64(const char* path, struct stat64* status) {
 int __wrap_chmod(const char* path, mode_t mode) {
   if (!recording) return __real_chmod(path, mode);
   note("chmod " + std::string(path) + " " + octal(mode));
+  return errno = EROFS, -1;
+}
+
+int __wrap_mkdir(const char* path, mode_t mode) {
+  if (!recording) return __real_mkdir(path, mode);
+  note("mkdir " + std::string(path));
   return errno = EROFS, -1;
 }
 
@@ -175,8 +184,40 @@ FakeGui::Answer answerWith(int result) {
 }
 
 TEST(Program, WrongArgument_IsToldAfterThePreparation) {
-  EXPECT_EQ(run({"jxdownloader", "x"}), kPreparation + "status 1\n");
-  EXPECT_EQ(run({"jxdownloader", "x", "--http"}), kPreparation + "status 1\n");
+  for (const std::string argument : {"x", "", "--HTTP", "--httpx", "--htt", "--http "}) {
+    for (const std::vector<std::string>& more : {std::vector<std::string>{}, std::vector<std::string>{"--http"}}) {
+      std::vector<std::string> arguments{"./any %s", argument};
+      arguments.insert(arguments.end(), more.begin(), more.end());
+      testing::internal::CaptureStderr();
+      EXPECT_EQ(run(arguments), kPreparation + "status 1\n") << argument;
+      EXPECT_EQ(testing::internal::GetCapturedStderr(), "Usage: ./any %s [--http]\n") << argument;
+    }
+  }
+}
+
+// What others lack is added, and nothing is taken away or changed that they have.
+TEST(Program, ModesOfDirectories_GainReadAndSearchForOthers) {
+  const auto changed = [](mode_t mode) {
+    firstMode = mode;
+    const std::string done = run({"jxdownloader", "--http"});
+    firstMode = 0700;
+    const std::string change = "chmod /mnt/flash/etc/config/jxapp ";
+    const std::size_t at = done.find(change);
+    return at == std::string::npos ? "" : done.substr(at + change.size(), done.find('\n', at) - at - change.size());
+  };
+  for (const auto& [before, after] : std::map<mode_t, std::string>{{0, "5"},
+                                                                   {0700, "705"},
+                                                                   {0701, "705"},
+                                                                   {0702, "707"},
+                                                                   {0704, "705"},
+                                                                   {0750, "755"},
+                                                                   {02700, "2705"},
+                                                                   {01770, "1775"},
+                                                                   {0705, ""},
+                                                                   {0755, ""},
+                                                                   {0777, ""}}) {
+    EXPECT_EQ(changed(before), after) << before;
+  }
 }
 
 TEST(Program, ServerAlone_IsPreparedTheSameAndTellsNobody) {

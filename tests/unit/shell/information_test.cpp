@@ -28,6 +28,16 @@ TEST_F(InformationTest, UiVersion_IsShown) {
   EXPECT_EQ(shownVars()["uiVersion"], "4.2 <beta>");
 }
 
+TEST_F(InformationTest, EmptyUiVersion_IsNoUnknownOne) {
+  terminal.guiVersion = "";
+  EXPECT_EQ(shownVars()["uiVersion"], "");
+}
+
+TEST_F(InformationTest, SerialNumberThatBeginsWithAZeroByte_IsUnknown) {
+  terminal.serialNumber = std::string("\0abc", 4);
+  EXPECT_EQ(shownVars()["serialNo"], "unknown");
+}
+
 TEST_F(InformationTest, SerialNumber_IsShown) {
   terminal.serialNumber = "0123-456";
   EXPECT_EQ(shownVars()["serialNo"], "0123-456");

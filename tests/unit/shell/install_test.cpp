@@ -16,16 +16,13 @@
 #include "tests/support/in_child.h"
 #include "tests/support/no_memory.h"
 #include "tests/unit/shell/fixture.h"
+#include "tests/unit/shell/watched_locks.h"
 
-// The clock of a program that ends, which only its own pauses set forward, and the locks that a thread takes.
+// The clock of a program that ends, which only its own pauses set forward.
 namespace watched {
 
 long long nowMs = 0;
 std::function<void()> onPause;
-
-thread_local bool watching = false;
-thread_local pthread_mutex_t* firstLock = nullptr;
-thread_local std::function<void()> beforeLock;  // runs once
 
 }  // namespace watched
 
@@ -39,14 +36,6 @@ TimeStamp TimeStamp::Monotonic() {
 
 // The names are the linker's (--wrap).
 extern "C" {
-int __real_pthread_mutex_lock(pthread_mutex_t* lock);
-
-int __wrap_pthread_mutex_lock(pthread_mutex_t* lock) {
-  if (watched::watching && watched::firstLock == nullptr) watched::firstLock = lock;
-  if (watched::beforeLock) std::exchange(watched::beforeLock, nullptr)();
-  return __real_pthread_mutex_lock(lock);
-}
-
 int __wrap_nanosleep(const timespec* time, timespec* /*rest*/) {
   watched::nowMs += time->tv_sec * 1000 + time->tv_nsec / 1000000;
   if (watched::onPause) watched::onPause();
@@ -154,11 +143,7 @@ TEST_F(InstallTest, FailedNotification_IsIgnored) {
 // The lock of installations: the first that one takes.
 pthread_mutex_t* installLock() {
   std::string text;
-  watched::firstLock = nullptr;
-  watched::watching = true;
-  installPackages(text);
-  watched::watching = false;
-  return watched::firstLock;
+  return watched::firstLockOf([&text] { installPackages(text); });
 }
 
 // Whether another thread could take `lock` now; it is free again afterwards.

@@ -1,10 +1,13 @@
 #include "shell/sponsor.h"
 
+#include <atomic>
+#include <future>
 #include <initializer_list>
 
 #include "tests/support/in_child.h"
 #include "tests/unit/shell/fixture.h"
 #include "tests/unit/shell/records.h"
+#include "tests/unit/shell/watched_locks.h"
 
 namespace {
 
@@ -100,6 +103,11 @@ TEST_F(SponsorTest, BytesBeyondTheReturnedLength_DoNotCount) {
   terminal.reset();
   diagnose({{0, sponsorRecord("000001", "CUT"), 25}});
   EXPECT_EQ(found(), "/");
+  for (unsigned short size = 14; size < 20; ++size) {  // a cut identifier, behind which the rest of it lies
+    terminal.reset();
+    diagnose({{0, recordHead(6, "100000", 0, kAcceptedIdentifier), size}, {0, sponsorRecord("654321", "NEXT"), {}}});
+    EXPECT_EQ(found(), "654321/NEXT") << size;
+  }
 }
 
 TEST_F(SponsorTest, NameFieldBeyondTheData_IsSkipped) {
@@ -220,6 +228,31 @@ TEST_F(SponsorTest, Found_IsNeverLookedUpAgain) {
     return all + std::to_string(terminal.diagnosticCalls());
   });
   EXPECT_EQ(result, "/ 000001/ONE 000001/ONE 000001/ONE 2");
+}
+
+// The second waits for the first, and then finds what that has found; whoever comes later does not even wait.
+TEST_F(SponsorTest, LookupsAtOnce_AskOnceAndAgree) {
+  const std::string result = inChild([this] {
+    diagnose({{0, sponsorRecord("000042", "ALL"), {}}, {0, sponsorRecord("000043", "OTHER"), {}}});
+    std::promise<void> looking;
+    std::promise<void> waiting;
+    std::atomic<bool> isFirst{true};
+    terminal.onDiagnostic = [&] {
+      if (!isFirst.exchange(false)) return;
+      looking.set_value();
+      waiting.get_future().wait();
+    };
+    auto first = std::async(std::launch::async, lookUpSponsor);
+    looking.get_future().wait();
+    auto second = std::async(std::launch::async, [&] {
+      watched::beforeLock = [&] { waiting.set_value(); };
+      return lookUpSponsor();
+    });
+    const std::string found = first.get().number + " " + second.get().name;
+    EXPECT_EQ(watched::firstLockOf([] { EXPECT_EQ(lookUpSponsor().number, "000042"); }), nullptr);
+    return found + " " + std::to_string(terminal.diagnosticCalls());
+  });
+  EXPECT_EQ(result, "000042 ALL 1");
 }
 
 }  // namespace
