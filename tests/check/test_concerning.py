@@ -62,7 +62,7 @@ class ConcerningTest(unittest.TestCase):
         self.assertFalse(concerning.concerns_everything("http/thread.cpp"))
 
     def test_what_is_built_for_a_test(self):
-        self.assertEqual([concerning.target(name) for name in ("unit.http.sockets", "fuzz.url", "system.wire", "check.names")],
+        self.assertEqual([concerning.target(name) for name in ("unit.http.sockets", "fuzz.url", "system.wire", "check.test_names")],
                          ["unit_http_sockets", "fuzz_url", "programs", None])
 
 

@@ -38,6 +38,7 @@ extern "C" int fsync(int fd) {
   return -1;
 }
 
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): the header's names are reserved
 extern "C" int rename(const char* from, const char* to) noexcept {
   calls.push_back("rename " + baseName(from) + " " + baseName(to));
   return renameat(AT_FDCWD, from, AT_FDCWD, to);

@@ -99,7 +99,8 @@ long long Time::now() const { return script->nowMs; }
 
 }  // namespace driven
 
-// In place of the C library's, for every library of the process.
+// In place of the C library's, for every library of the process; the headers give its parameters reserved names.
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
 extern "C" {
 
 int clock_gettime(clockid_t clock, timespec* now) {
@@ -128,3 +129,4 @@ int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, cl
 }
 
 }  // extern "C"
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)

@@ -54,7 +54,8 @@ int next(const char* name) {
 
 }  // namespace failing
 
-// In place of the C library's, for every library of the process.
+// In place of the C library's, for every library of the process; the headers give its parameters reserved names.
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
 extern "C" {
 
 int accept4(int fd, sockaddr* address, socklen_t* length, int flags) {
@@ -82,3 +83,4 @@ int socket(int family, int type, int protocol) {
 }
 
 }  // extern "C"
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)
