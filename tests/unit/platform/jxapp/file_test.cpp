@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -16,7 +15,6 @@ using base::Descriptor;
 using jxinstall::listDirectory;
 using jxinstall::openAt;
 using jxinstall::readAt;
-using jxinstall::readFile;
 using jxinstall::removeTree;
 using Names = std::vector<std::string>;
 
@@ -66,54 +64,6 @@ TEST_F(File, ReadThatFails_IsMinusOneWhateverCameBefore) {
   calls_.fail("pread", EIO, "", 1);
   EXPECT_EQ(readAt(file.get(), read.data(), 10, 0), -1);
   EXPECT_EQ(errno, EIO);
-}
-
-TEST_F(File, WholeFile_IsReadUpToItsBound) {
-  root_.write("file", "12345");
-  std::string content = "before";
-  EXPECT_TRUE(readFile(folder_.get(), "file", 5, content));
-  EXPECT_EQ(content, "12345");
-  EXPECT_FALSE(readFile(folder_.get(), "file", 4, content));
-  EXPECT_EQ(errno, EFBIG);
-  ASSERT_EQ(truncate(pathOf("file").c_str(), off_t{1} << 40U), 0);
-  EXPECT_FALSE(readFile(folder_.get(), "file", 4, content)) << "it takes no memory either";
-  EXPECT_EQ(errno, EFBIG);
-  root_.write("empty", "");
-  EXPECT_TRUE(readFile(folder_.get(), "empty", 0, content));
-  EXPECT_EQ(content, "");
-}
-
-TEST_F(File, FileThatGetsShorter_IsReadAsItIs) {
-  root_.write("file", "12345");
-  calls_.before = [&](const std::string& name, const std::string&) {
-    if (name != "pread") return;
-    EXPECT_EQ(truncate(pathOf("file").c_str(), 2), 0);
-  };
-  std::string content;
-  EXPECT_TRUE(readFile(folder_.get(), "file", 5, content));
-  EXPECT_EQ(content, "12");
-}
-
-TEST_F(File, WhatIsNoFile_IsNotRead) {
-  std::string content;
-  EXPECT_FALSE(readFile(folder_.get(), "none", 5, content));
-  EXPECT_EQ(errno, ENOENT);
-  root_.write("folder/x", "");
-  ASSERT_EQ(mkfifo(pathOf("pipe").c_str(), 0600), 0);
-  for (const char* name : {"folder", "pipe"}) {
-    EXPECT_FALSE(readFile(folder_.get(), name, 1 << 20, content)) << name;
-    EXPECT_EQ(errno, EINVAL) << name;
-  }
-}
-
-TEST_F(File, FileThatCannotBeRead_Fails) {
-  root_.write("file", "12345");
-  for (const char* call : {"openat", "fstat", "pread"}) {
-    calls_.fail(call, EIO, "/file");
-    std::string content;
-    EXPECT_FALSE(readFile(folder_.get(), "file", 5, content)) << call;
-    EXPECT_EQ(errno, EIO) << call;
-  }
 }
 
 TEST_F(File, Names_AreSortedByTheirBytes) {
