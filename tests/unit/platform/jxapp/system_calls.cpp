@@ -10,6 +10,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdarg>
+#include <cstring>
 #include <ctime>
 
 // The names of the calls that have offsets of 64 bits where `long` has 32.
@@ -44,24 +45,32 @@ ssize_t __real_write(int fd, const void* bytes, size_t size);
 
 namespace {
 
-SystemCalls* active = nullptr;
+SystemCalls* active = nullptr;  // without one, the calls take no memory either
 
 std::string pathOf(int fd) {
+  if (active == nullptr) return "";
   std::array<char, 4096> path{};
   const ssize_t size = readlink(("/proc/self/fd/" + std::to_string(fd)).c_str(), path.data(), path.size());
   return size > 0 ? std::string(path.data(), static_cast<std::size_t>(size)) : "";
 }
 
-std::string pathOf(int directory, const char* name) { return pathOf(directory) + '/' + name; }
+std::string pathOf(int directory, const char* name) { return active == nullptr ? "" : pathOf(directory) + '/' + name; }
 
 bool refuses(const char* name, const std::string& path) { return active != nullptr && active->refuses(name, path); }
 
-// A call that has no path of its own.
-void note(const std::string& change) {
-  if (active != nullptr) active->changes.push_back(change);
+const char* lastName(const char* path) {
+  const char* slash = std::strrchr(path, '/');
+  return slash == nullptr ? path : slash + 1;
 }
 
-void note(const std::string& name, const std::string& path) { note(name + ' ' + path.substr(path.rfind('/') + 1)); }
+// The name of a call and its paths.
+template <class... Paths>
+void note(const char* name, const Paths&... paths) {
+  if (active == nullptr) return;
+  std::string change = name;
+  ((change += ' ', change += paths), ...);
+  active->changes.push_back(change);
+}
 
 }  // namespace
 
@@ -106,7 +115,7 @@ int JX_WRAP(open)(const char* path, int flags, ...) {
   va_start(arguments, flags);
   const auto mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : mode_t{0};
   va_end(arguments);
-  return refuses("open", path) ? -1 : JX_REAL(open)(path, flags, mode);
+  return refuses("open", active != nullptr ? path : "") ? -1 : JX_REAL(open)(path, flags, mode);
 }
 
 int JX_WRAP(openat)(int directory, const char* path, int flags, ...) {
@@ -137,12 +146,12 @@ DIR* __wrap_fdopendir(int fd) { return refuses("fdopendir", pathOf(fd)) ? nullpt
 int __wrap_flock(int fd, int operation) { return refuses("flock", pathOf(fd)) ? -1 : __real_flock(fd, operation); }
 
 int __wrap_fsync(int fd) {
-  note("fsync", pathOf(fd));
+  note("fsync", lastName(pathOf(fd).c_str()));
   return refuses("fsync", pathOf(fd)) ? -1 : __real_fsync(fd);
 }
 
 int __wrap_mkdirat(int directory, const char* path, mode_t mode) {
-  note("mkdirat", path);
+  note("mkdirat", lastName(path));
   return refuses("mkdirat", pathOf(directory, path)) ? -1 : __real_mkdirat(directory, path, mode);
 }
 
@@ -154,7 +163,7 @@ int __wrap_nanosleep(const timespec* time, timespec* left) {
 }
 
 int __wrap_renameat(int oldDirectory, const char* oldPath, int newDirectory, const char* newPath) {
-  note(std::string("renameat ") + oldPath, newPath);
+  note("renameat", oldPath, lastName(newPath));
   return refuses("renameat", pathOf(newDirectory, newPath))
              ? -1
              : __real_renameat(oldDirectory, oldPath, newDirectory, newPath);
@@ -163,13 +172,13 @@ int __wrap_renameat(int oldDirectory, const char* oldPath, int newDirectory, con
 // The installer's only one is renameat2().
 long __wrap_syscall(long number, int oldDirectory, const char* oldPath, int newDirectory, const char* newPath,
                     unsigned flags) {
-  note(std::string("renameat2 ") + oldPath, newPath);
+  note("renameat2", oldPath, lastName(newPath));
   if (refuses("renameat2", pathOf(newDirectory, newPath))) return -1;
   return __real_syscall(number, oldDirectory, oldPath, newDirectory, newPath, flags);
 }
 
 int __wrap_unlinkat(int directory, const char* path, int flags) {
-  note("unlinkat", path);
+  note("unlinkat", lastName(path));
   return refuses("unlinkat", pathOf(directory, path)) ? -1 : __real_unlinkat(directory, path, flags);
 }
 
