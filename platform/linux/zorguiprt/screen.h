@@ -8,7 +8,6 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -16,22 +15,9 @@
 #include <string>
 #include <thread>
 
+#include "platform/linux/zorguiprt/page.h"
+
 namespace jxplatform {
-
-// What a page hands back: its result, and the variables it sets or, without a value, removes.
-struct PageResult {
-  int result = 0;
-  std::map<std::string, std::optional<std::string>> vars;
-};
-
-// A page that is ready to be shown.
-struct PageContent {
-  std::string page;  // its file name
-  std::map<std::string, std::string> vars;
-  std::string html;                    // processed
-  std::optional<int> autoResult = {};  // of a synchronous page that returns by itself
-  bool standsIn = false;               // for an asynchronous page that could not be read
-};
 
 // Ends what `callback` (may be null) waits for, on the calling thread, where the page that would end it is not there:
 // tells it 1, by which a page aborts what goes on behind it, and then -1, by which it is left.

@@ -6,7 +6,7 @@
 #include <string>
 #include <variant>
 
-#include "platform/linux/zorguiprt/screen.h"
+#include "platform/linux/zorguiprt/page.h"
 
 namespace jxplatform {
 
