@@ -1,8 +1,8 @@
-"""The include check itself: what it lets pass and what it names."""
+"""The include check itself: what it lets pass and what it names. It runs at the root of the tree."""
 
 import unittest
 
-from arrows import violations
+from arrows import circles, violations
 
 
 class ArrowsTest(unittest.TestCase):
@@ -37,7 +37,7 @@ class ArrowsTest(unittest.TestCase):
     def test_platform_and_tools_keep_off_the_subsystems(self):
         self.assert_forbidden("platform/linux/zoripc/a.cpp", '#include "http/thread.h"')
         self.assert_forbidden("tools/jxpush/a.cpp", '#include "platform/linux/support/root.h"')
-        self.assert_allowed("tools/jxpush/a.cpp", '#include "serial/crc16.h"')
+        self.assert_allowed("tools/jxpush/serial/a.cpp", '#include "serial/crc16.h"')
 
     def test_everything_may_use_the_lowest_floor_which_uses_nothing(self):
         for folder in ("http", "shell", "upload", "serial", "cloudproxy", "platform/linux/zoripc", "tools/jxpush"):
@@ -45,6 +45,43 @@ class ArrowsTest(unittest.TestCase):
         self.assert_forbidden("base/text.cpp", '#include "http/thread.h"')
         self.assert_forbidden("base/text.cpp", "#include <zoripc.h>")
         self.assert_forbidden("base/text.cpp", "#include <openssl/evp.h>")
+
+    def test_rooms_of_the_port_know_the_shared_one_and_what_they_stand_on(self):
+        self.assert_allowed("platform/linux/jsproc/a.cpp", '#include "platform/linux/zorhtml/html_escape.h"')
+        self.assert_allowed("platform/linux/services/cloudproxyd/a.cpp", '#include "platform/linux/support/root.h"')
+        for file, header in (("zorhtml/a.cpp", "jsproc/utf8.h"), ("jxapp/a.cpp", "zorguiprt/screen.h"),
+                             ("support/root.cpp", "jxapp/file.h"), ("services/controllerd/a.cpp", "services/cloudproxyd/b.h")):
+            self.assert_forbidden("platform/linux/" + file, f'#include "platform/linux/{header}"')
+
+    def test_ways_to_a_terminal_do_not_know_each_other(self):
+        self.assert_allowed("tools/jxpush/main.cpp", '#include "tools/jxpush/serial/records.h"')
+        self.assert_forbidden("tools/jxpush/http/a.cpp", '#include "tools/jxpush/serial/records.h"')
+        self.assert_forbidden("tools/jxpush/common/a.cpp", '#include "tools/jxpush/http/a.h"')
+        self.assert_forbidden("tools/jxpush/output/a.cpp", '#include "tools/jxpush/make_target.h"')
+
+    def test_unit_test_includes_what_its_room_may_and_what_tests_share(self):
+        for header in ("upload/a.h", "http/thread.h", "shell/pages.h", "tests/support/no_memory.h", "tests/unit/upload/b.h"):
+            self.assert_allowed("tests/unit/upload/a_test.cpp", f'#include "{header}"')
+        for header in ("serial/crc16.h", "program/main.h", "tests/unit/http/wrapped_calls.h"):
+            self.assert_forbidden("tests/unit/upload/a_test.cpp", f'#include "{header}"')
+        self.assert_allowed("tests/unit/platform/cloudproxyd/a.cpp", '#include "platform/linux/services/cloudproxyd/b.h"')
+        self.assert_forbidden("tests/unit/platform/zoripc/a.cpp", '#include "platform/linux/zorhtml/b.h"')
+        self.assert_allowed("tests/unit/tools/jxpush/http/a.cpp", '#include "tests/unit/tools/jxpush/test_files.h"')
+
+    def test_benches_fuzzers_and_the_model_have_their_arrows(self):
+        self.assert_allowed("fuzz/url.cpp", '#include "http/url.h"')
+        self.assert_forbidden("bench/serial/a.cpp", '#include "http/url.h"')
+        self.assert_forbidden("tests/model/a.cpp", '#include "platform/linux/jxapp/package.h"')
+        self.assert_forbidden("http/a.cpp", '#include "tests/support/no_memory.h"')
+
+    def test_file_outside_every_room_is_named(self):
+        self.assert_forbidden("helpers/a.cpp", "")
+        self.assert_forbidden("tests/unit/helpers/a.cpp", "")
+
+    def test_circle_is_named_once_also_through_a_source(self):
+        self.assertEqual(circles({"a/x.h": "", "a/x.cpp": '#include "a/x.h"\n#include "a/y.h"', "a/y.h": '#include "a/x.h"',
+                                  "a/z.cpp": '#include "a/x.h"\n#include "a/y.h"'}), [["a/x", "a/y"]])
+        self.assertEqual(circles({"a/x.cpp": '#include "a/y.h"', "a/y.h": "#include <a/x.h>"}), [])
 
     def test_relative_includes_are_named(self):
         self.assert_forbidden("http/a.cpp", '#include "thread.h"')

@@ -9,11 +9,11 @@ import tempfile
 import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).parents[1] / "system"))
+import jxlibraries
 import jxtest
 
 PROGRAM = ("usr/bin/jxdownloader", "usr/sbin/controllerd", "usr/sbin/cloudproxyd",
-           *(f"usr/lib/jxdownloader/lib{name}.so"
-             for name in ("jsproc", "jxapp", "zorguiprt", "zorhtml", "zoripc", "zorplatforminfo", "zorsec")))
+           *(f"usr/lib/jxdownloader/{name}" for name in jxlibraries.FILES))
 TOOLS = ("usr/bin/jxpush", "usr/bin/jxpack")
 DEVICES = ("ttyGS0", "ttyAMA0", "ttyAMA1")
 

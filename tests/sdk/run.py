@@ -1,6 +1,6 @@
 """Builds the program as the terminal's maker does: against an SDK in a foreign place, made from platform/include alone.
 
-Usage: tests/sdk/run.py FOLDER. FOLDER/sdk becomes the stand-in: the contract headers, and the seven libraries. They are empty
+Usage: tests/sdk/run.py FOLDER. FOLDER/sdk becomes the stand-in: the contract headers, and the libraries. They are empty
 at first; then each gets an empty function for every symbol that the program's objects leave open and that a header of the
 contract declares. What no header declares is an error, and so is any file of the Linux port that the compiler has read."""
 
@@ -17,8 +17,8 @@ from contract import Contract
 SOURCE = pathlib.Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(SOURCE / "tests/system"))
 import jxdocuments
+import jxlibraries
 
-LIBRARIES = ("zorguiprt", "zoripc", "jxapp", "jsproc", "zorplatforminfo", "zorsec", "zorhtml")
 COMPILER = os.environ.get("CXX", "g++")
 DATA = ("_ZTV", "_ZTI", "_ZTS")  # tables of a class; the rest are functions
 
@@ -58,7 +58,7 @@ def open_symbols(objects):
 
 def by_library(symbols, contract):
     """The symbols of each library, and the demangled ones that no header declares."""
-    libraries, undeclared = {name: [] for name in LIBRARIES}, []
+    libraries, undeclared = {name: [] for name in jxlibraries.NAMES}, []
     names = subprocess.run(["c++filt"], input="\n".join(symbols), capture_output=True, text=True, check=True).stdout
     for symbol, name in zip(symbols, names.splitlines()):
         library = contract.library_of(name)
@@ -89,7 +89,7 @@ def make_sdk(sdk):
     shutil.rmtree(sdk, ignore_errors=True)
     shutil.copytree(SOURCE / "platform/include", sdk / "include")
     (sdk / "lib").mkdir()
-    for name in LIBRARIES:
+    for name in jxlibraries.NAMES:
         make_library(sdk, name)
 
 
@@ -124,7 +124,7 @@ def check_program(program):
     """It needs the seven libraries and the language's, and starts with them."""
     needed = {line.split("[")[1].rstrip("]") for line in output_of("readelf", "-d", program).splitlines() if "(NEEDED)" in line}
     language = ("libstdc++.", "libgcc_s.", "libm.", "libc.", "ld-linux")
-    strange = [name for name in needed if not name.startswith(language) and name not in {f"lib{n}.so" for n in LIBRARIES}]
+    strange = [name for name in needed if not name.startswith(language) and name not in jxlibraries.FILES]
     if strange:
         fail("The program needs libraries that are not the terminal's", strange)
     run = subprocess.run([program, "--other"], capture_output=True, text=True)

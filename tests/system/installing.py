@@ -9,14 +9,14 @@ import subprocess
 import tempfile
 import unittest
 
+import jxlibraries
 import jxtest
 
 PROGRAMS = ("bin/jxdownloader", "bin/jxpush", "bin/jxpack", "sbin/controllerd", "sbin/cloudproxyd")
-LIBRARIES = ("jsproc", "jxapp", "zorguiprt", "zorhtml", "zoripc", "zorplatforminfo", "zorsec")
 UNITS = ("http", "terminal", "controllerd", "cloudproxyd")
 FILES = (
     *PROGRAMS,
-    *(f"lib/jxdownloader/lib{name}.so" for name in LIBRARIES),
+    *(f"lib/jxdownloader/{name}" for name in jxlibraries.FILES),
     *(f"lib/systemd/system/jxdownloader-{name}.service" for name in UNITS),
     "lib/sysusers.d/jxdownloader.conf", "lib/tmpfiles.d/jxdownloader.conf", "lib/udev/rules.d/60-jxdownloader.rules",
     "share/dbus-1/system.d/zoripc.conf",
@@ -67,9 +67,9 @@ class Installed(jxtest.Case):
             self.assertNotIn("not found", told, program)
             found = re.findall(r"lib(\w+)\.so => (\S+)", told)
             for name, path in found:
-                if name in LIBRARIES:
+                if name in jxlibraries.NAMES:
                     self.assertEqual(pathlib.Path(path).resolve(), prefix.resolve() / f"lib/jxdownloader/lib{name}.so")
-            uses_port = any(name in LIBRARIES for name, _ in found)
+            uses_port = any(name in jxlibraries.NAMES for name, _ in found)
             self.assertEqual(uses_port, program not in ("bin/jxpush", "bin/jxpack"), program)
 
 
