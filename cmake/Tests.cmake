@@ -3,7 +3,7 @@
 
 # Texts, scripts and installed files. (Nor are the pages looked at in a browser but in the release build: what a browser asks
 # of the programs is asked by system.screen* too.)
-set(no_program check.arrows check.concerning check.coverage check.posix check.sdk check.test_names
+set(no_program check.arrows check.concerning check.coverage check.lint check.posix check.sdk check.test_names
   system.documents system.installing system.manuals)
 
 # The address sanitizer: everything that runs code of ours. system.installer_killed stops before each system call the code
@@ -24,8 +24,8 @@ set(not_under_thread ${not_under_address} model.compare
 # The counters of coverage: what reaches the program and its subsystems.
 set(not_for_coverage ${no_program} fuzz.answer_page fuzz.package fuzz.page fuzz.screen_request
   system.cloudproxyd system.cloudproxyd_check system.controllerd system.installer system.installer_faults
-  system.installer_killed system.notifications system.pack system.push_serial system.screen system.screen_life
-  system.screen_requests system.signatures
+  system.installer_killed system.notifications system.pack system.push_serial system.sanitizers system.screen
+  system.screen_life system.screen_requests system.signatures
   unit.base unit.platform.cloudproxyd unit.platform.controllerd unit.platform.jsproc unit.platform.jxapp
   unit.platform.zorguiprt unit.platform.zorhtml unit.platform.zoripc unit.platform.zorplatforminfo unit.platform.zorsec
   unit.tools.jxpack unit.tools.jxpush unit.tools.jxpush.http unit.tools.jxpush.line unit.tools.jxpush.port)
