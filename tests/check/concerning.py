@@ -40,7 +40,7 @@ FOLDERS = {
     "pages": r"browser\.pages|browser\.operating",
     "fuzz": r"fuzz\..*",
     "docs": r"check\.test_names|system\.manuals",
-    "tests/check": r"check\.(arrows|concerning|test_names|posix)",
+    "tests/check": r"check\.(arrows|concerning|lint|test_names|posix)",
     "tests/coverage": r"check\.coverage",
     "tests/model": r"model\.compare",
     "tests/mutation": r"check\.mutation_\w+",
