@@ -18,7 +18,7 @@ set(not_under_thread ${not_under_address} model.compare
   system.clock system.http_client system.installer system.installer_faults system.pack system.push_http_answers
   system.push_serial system.signatures
   unit.base unit.cloudproxy unit.upload.activity unit.upload.memory unit.platform.cloudproxyd unit.platform.controllerd
-  unit.platform.jxapp unit.platform.zorhtml unit.platform.zorplatforminfo unit.platform.zorsec
+  unit.platform.jxapp unit.platform.openssl unit.platform.zorhtml unit.platform.zorplatforminfo unit.platform.zorsec
   unit.tools.jxpack unit.tools.jxpush unit.tools.jxpush.http unit.tools.jxpush.line unit.tools.jxpush.port)
 
 # The counters of coverage: what reaches the program and its subsystems.
@@ -27,7 +27,7 @@ set(not_for_coverage ${no_program} fuzz.answer_page fuzz.package fuzz.page fuzz.
   system.installer_killed system.notifications system.pack system.push_serial system.sanitizers system.screen
   system.screen_life system.screen_requests system.signatures
   unit.base unit.platform.cloudproxyd unit.platform.controllerd unit.platform.jsproc unit.platform.jxapp
-  unit.platform.zorguiprt unit.platform.zorhtml unit.platform.zoripc unit.platform.zorplatforminfo unit.platform.zorsec
+  unit.platform.openssl unit.platform.zorguiprt unit.platform.zorhtml unit.platform.zoripc unit.platform.zorplatforminfo unit.platform.zorsec
   unit.tools.jxpack unit.tools.jxpush unit.tools.jxpush.http unit.tools.jxpush.line unit.tools.jxpush.port)
 
 if(JX_SANITIZE MATCHES thread)

@@ -27,6 +27,7 @@ FOLDERS = {
     "platform/include": r"check\.sdk|unit\.platform\..*",
     "platform/linux/jsproc": r"unit\.platform\.jsproc",
     "platform/linux/jxapp": r"unit\.platform\.jxapp|fuzz\.package|system\.installer",
+    "platform/linux/openssl": r"unit\.platform\.(openssl|jxapp|cloudproxyd)|unit\.tools\..*",
     "platform/linux/services/cloudproxyd": r"unit\.platform\.cloudproxyd|fuzz\.notification",
     "platform/linux/services/controllerd": r"unit\.platform\.controllerd|system\.controllerd",
     "platform/linux/support": r"unit\.platform\..*",

@@ -53,6 +53,16 @@ class ArrowsTest(unittest.TestCase):
                              ("support/root.cpp", "jxapp/file.h"), ("services/controllerd/a.cpp", "services/cloudproxyd/b.h")):
             self.assert_forbidden("platform/linux/" + file, f'#include "platform/linux/{header}"')
 
+    def test_room_of_openssl_serves_the_port_and_the_tools_and_knows_neither(self):
+        owners = '#include "platform/linux/openssl/owners.h"'
+        for room in ("platform/linux/jxapp", "platform/linux/services/cloudproxyd", "tools/jxpack", "tools/jxpush/common",
+                     "tools/jxpush/http", "tests/unit/tools/jxpush/http", "tests/unit/platform/openssl"):
+            self.assert_allowed(room + "/a.cpp", owners)
+        for room in ("platform/linux/support", "platform/linux/zoripc", "http", "base", "tools/jxpush/serial"):
+            self.assert_forbidden(room + "/a.cpp", owners)
+        for header in ("platform/linux/support/root.h", "tools/jxpack/signer.h"):
+            self.assert_forbidden("platform/linux/openssl/a.cpp", f'#include "{header}"')
+
     def test_ways_to_a_terminal_do_not_know_each_other(self):
         self.assert_allowed("tools/jxpush/main.cpp", '#include "tools/jxpush/serial/records.h"')
         self.assert_forbidden("tools/jxpush/http/a.cpp", '#include "tools/jxpush/serial/records.h"')

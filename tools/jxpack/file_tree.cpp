@@ -2,16 +2,17 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <openssl/evp.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
+#include <cstdio>
 #include <memory>
-#include <system_error>
+#include <optional>
 
+#include "base/file_io.h"
+#include "platform/linux/openssl/sha256.h"
 #include "tools/jxpack/package_rules.h"
 #include "tools/jxpack/problem.h"
 
@@ -21,37 +22,12 @@ namespace {
 constexpr std::size_t kBlockBytes = std::size_t{64} * 1024;
 
 [[noreturn]] void failRead(const std::string& path) {
-  throw Problem(ExitCode::kFile, path + ": cannot be read: " + std::generic_category().message(errno));
+  throw Problem(ExitCode::kFile, path + ": cannot be read: " + base::errorText(errno));
 }
 
 [[noreturn]] void refuse(const std::string& path, const std::string& why) {
   throw Problem(ExitCode::kRefused, path + ": " + why);
 }
-
-class Digest {
- public:
-  Digest() : context_(EVP_MD_CTX_new(), EVP_MD_CTX_free) {
-    check(context_ && EVP_DigestInit_ex(context_.get(), EVP_sha256(), nullptr) == 1);
-  }
-  void add(const char* data, std::size_t size) { check(EVP_DigestUpdate(context_.get(), data, size) == 1); }
-  std::string hex() {
-    std::array<unsigned char, EVP_MAX_MD_SIZE> bytes{};
-    unsigned int size = 0;
-    check(EVP_DigestFinal_ex(context_.get(), bytes.data(), &size) == 1);
-    std::string text;
-    for (unsigned int i = 0; i < size; ++i) {
-      text += "0123456789abcdef"[bytes[i] >> 4];
-      text += "0123456789abcdef"[bytes[i] & 15];
-    }
-    return text;
-  }
-
- private:
-  static void check(bool done) {
-    if (!done) throw Problem(ExitCode::kSigning, "the SHA-256 digest cannot be computed");
-  }
-  std::unique_ptr<EVP_MD_CTX, void (*)(EVP_MD_CTX*)> context_;
-};
 
 using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
@@ -59,14 +35,16 @@ std::string readAndDigest(const std::string& path,
                           const std::function<void(const char* data, std::size_t size)>& sink) {
   const File file(std::fopen(path.c_str(), "rbe"), std::fclose);
   if (!file) failRead(path);
-  Digest digest;
+  jxplatform::Sha256 digest;
   std::vector<char> block(kBlockBytes);
   while (const std::size_t got = std::fread(block.data(), 1, block.size(), file.get())) {
     digest.add(block.data(), got);
     if (sink) sink(block.data(), got);
   }
   if (std::ferror(file.get()) != 0) failRead(path);
-  return digest.hex();
+  const std::optional<std::string> hex = digest.hex();
+  if (!hex) throw Problem(ExitCode::kSigning, "the SHA-256 digest cannot be computed");
+  return *hex;
 }
 
 std::vector<std::string> namesIn(const std::string& folder) {

@@ -1,52 +1,38 @@
 #include "tools/jxpack/signer.h"
 
-#include <openssl/bio.h>
 #include <openssl/cms.h>
 #include <openssl/err.h>
 #include <openssl/pem.h>
-#include <openssl/x509_vfy.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <ctime>
 #include <limits>
-#include <memory>
-#include <system_error>
 
+#include "base/file_io.h"
+#include "platform/linux/openssl/bio.h"
 #include "tools/jxpack/problem.h"
 
 namespace jxpack {
 namespace {
 
-template <auto kFree>
-struct Freer {
-  template <typename T>
-  void operator()(T* object) const {
-    kFree(object);
-  }
-};
-
-void freeCertificates(STACK_OF(X509) * stack) { sk_X509_pop_free(stack, X509_free); }
-
-using Bio = std::unique_ptr<BIO, Freer<BIO_free_all>>;
-using Cms = std::unique_ptr<CMS_ContentInfo, Freer<CMS_ContentInfo_free>>;
-using Key = std::unique_ptr<EVP_PKEY, Freer<EVP_PKEY_free>>;
-using Certificate = std::unique_ptr<X509, Freer<X509_free>>;
-using Certificates = std::unique_ptr<STACK_OF(X509), Freer<freeCertificates>>;
-using Time = std::unique_ptr<ASN1_TIME, Freer<ASN1_TIME_free>>;
+using jxplatform::Bio;
+using jxplatform::Certificate;
+using jxplatform::Certificates;
+using jxplatform::Cms;
+using jxplatform::Key;
+using jxplatform::noPassphrase;
+using jxplatform::Time;
 
 [[noreturn]] void fail(const std::string& text) { throw Problem(ExitCode::kSigning, text); }
 
 Bio openFile(const std::string& path) {
   Bio file(BIO_new_file(path.c_str(), "rb"));
   if (!file) {
-    throw Problem(ExitCode::kFile, path + ": cannot be read: " + std::generic_category().message(errno));
+    throw Problem(ExitCode::kFile, path + ": cannot be read: " + base::errorText(errno));
   }
   return file;
 }
-
-// In the place of OpenSSL's question for a passphrase at the terminal.
-int noPassphrase(char* /*buffer*/, int /*size*/, int /*writing*/, void* /*data*/) { return -1; }
 
 Key readKey(const std::string& path) {
   const Bio file = openFile(path);
@@ -117,7 +103,7 @@ std::string sign(const std::string& manifest, const std::string& keyPath, const 
   const Key key = readKey(keyPath);
   const Signer signer = readCertificates(certificatePath);
   checkCertificate(signer, key, certificatePath);
-  const Bio content(BIO_new_mem_buf(manifest.data(), static_cast<int>(manifest.size())));
+  const Bio content = jxplatform::memoryOf(manifest);
   const Cms cms(CMS_sign(nullptr, nullptr, signer.others.get(), nullptr, kFlags | CMS_PARTIAL));
   CMS_SignerInfo* const info =
       cms ? CMS_add1_signer(cms.get(), signer.own.get(), key.get(), EVP_sha256(), kFlags | CMS_PARTIAL) : nullptr;

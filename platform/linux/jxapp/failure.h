@@ -1,7 +1,9 @@
 // Why a package is refused, within the installer; never leaves it.
 #pragma once
 
+#include <optional>
 #include <stdexcept>
+#include <string>
 
 namespace jxinstall {
 
@@ -11,5 +13,11 @@ class Failure : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
+
+// The digest, where the cryptographic library gave one. Throws Failure.
+[[nodiscard]] inline std::string orFailure(const std::optional<std::string>& digest) {
+  if (!digest) throw Failure("the SHA-256 digest cannot be computed");
+  return *digest;
+}
 
 }  // namespace jxinstall

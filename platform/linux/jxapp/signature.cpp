@@ -1,6 +1,5 @@
 #include "platform/linux/jxapp/signature.h"
 
-#include <openssl/bio.h>
 #include <openssl/cms.h>
 #include <openssl/cmserr.h>
 #include <openssl/err.h>
@@ -8,48 +7,27 @@
 #include <openssl/x509_vfy.h>
 #include <openssl/x509v3.h>
 
-#include <limits>
-#include <memory>
 #include <utility>
 #include <vector>
 
 #include "base/text.h"
 #include "platform/linux/jxapp/certificates.h"
+#include "platform/linux/openssl/bio.h"
 
 namespace jxinstall {
 namespace {
 
-template <auto kFree>
-struct Freer {
-  template <typename T>
-  void operator()(T* object) const {
-    kFree(object);
-  }
-};
-
-void freeCertificates(STACK_OF(X509) * stack) { sk_X509_pop_free(stack, X509_free); }
-void freeStackOnly(STACK_OF(X509) * stack) { sk_X509_free(stack); }
-
-using Bio = std::unique_ptr<BIO, Freer<BIO_free_all>>;
-using Cms = std::unique_ptr<CMS_ContentInfo, Freer<CMS_ContentInfo_free>>;
-using Certificate = std::unique_ptr<X509, Freer<X509_free>>;
-using Certificates = std::unique_ptr<STACK_OF(X509), Freer<freeCertificates>>;
-using BorrowedCertificates = std::unique_ptr<STACK_OF(X509), Freer<freeStackOnly>>;
-using Store = std::unique_ptr<X509_STORE, Freer<X509_STORE_free>>;
-using StoreContext = std::unique_ptr<X509_STORE_CTX, Freer<X509_STORE_CTX_free>>;
+using jxplatform::Bio;
+using jxplatform::BorrowedCertificates;
+using jxplatform::Certificate;
+using jxplatform::Certificates;
+using jxplatform::Cms;
+using jxplatform::contentOf;
+using jxplatform::memoryOf;
+using jxplatform::Store;
+using jxplatform::StoreContext;
 
 constexpr const char* kUnreadable = "has a signature that is not a detached CMS signature in DER";
-
-Bio memoryOf(const std::string& bytes) {
-  if (bytes.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) return nullptr;
-  return Bio(BIO_new_mem_buf(bytes.data(), static_cast<int>(bytes.size())));
-}
-
-std::string contentOf(BIO* memory) {
-  char* data = nullptr;
-  const long size = BIO_get_mem_data(memory, &data);
-  return size > 0 ? std::string(data, static_cast<std::size_t>(size)) : "";
-}
 
 std::string subjectOf(const X509* certificate) {
   const Bio text(BIO_new(BIO_s_mem()));
@@ -72,7 +50,7 @@ Store trustedStore(const std::string& root) {
   for (const auto& [name, content] : files) {
     const Bio text = memoryOf(content);
     while (text && store) {
-      const Certificate certificate(PEM_read_bio_X509(text.get(), nullptr, nullptr, nullptr));
+      const Certificate certificate(PEM_read_bio_X509(text.get(), nullptr, jxplatform::noPassphrase, nullptr));
       if (!certificate) break;
       X509_STORE_add_cert(store.get(), certificate.get());
     }

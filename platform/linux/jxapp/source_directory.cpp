@@ -7,8 +7,8 @@
 #include <tuple>
 
 #include "base/file_io.h"
-#include "platform/linux/jxapp/digest.h"
 #include "platform/linux/jxapp/failure.h"
+#include "platform/linux/openssl/sha256.h"
 
 namespace jxinstall {
 namespace {
@@ -52,7 +52,7 @@ SourceArchive::SourceArchive(int directory, std::string name)
 }
 
 std::string SourceArchive::digest() const {
-  Sha256 digest;
+  jxplatform::Sha256 digest;
   std::vector<char> block(kBlockBytes);
   std::uint64_t offset = 0;
   while (offset < size()) {
@@ -63,7 +63,7 @@ std::string SourceArchive::digest() const {
     digest.add(block.data(), static_cast<std::size_t>(got));
     offset += static_cast<std::uint64_t>(got);
   }
-  return digest.hex();
+  return orFailure(digest.hex());
 }
 
 bool SourceArchive::isTakenOver(int directory) const {

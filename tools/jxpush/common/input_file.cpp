@@ -10,8 +10,8 @@
 #include <utility>
 #include <vector>
 
+#include "platform/linux/openssl/sha256.h"
 #include "tools/jxpush/common/problem.h"
-#include "tools/jxpush/common/sha256.h"
 
 namespace jxpush {
 
@@ -65,7 +65,7 @@ void InputFile::readDigest(const std::function<bool()>& stopped) {
     if (stopped && stopped()) throw Problem(ExitCode::kInterrupted, "interrupted before anything was sent");
   };
   std::vector<unsigned char> piece(kPieceSize);
-  Sha256 digest;
+  jxplatform::Sha256 digest;
   for (std::uint64_t at = 0; at < size_;) {
     goOn();
     const auto size = static_cast<std::size_t>(std::min<std::uint64_t>(piece.size(), size_ - at));
@@ -74,7 +74,7 @@ void InputFile::readDigest(const std::function<bool()>& stopped) {
     at += size;
   }
   goOn();
-  sha256_ = digest.finish();
+  sha256_ = orProblem(digest.hex());
 }
 
 void InputFile::read(std::uint64_t offset, void* data, std::size_t size) const {

@@ -1,6 +1,7 @@
 // How jxpush ends, and the failure that leads there.
 #pragma once
 
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -64,5 +65,11 @@ class Problem : public std::runtime_error {
   ExitCode code_;
   const char* status_;
 };
+
+// The digest, where the cryptographic library gave one. Throws Problem(kGaveUp).
+[[nodiscard]] inline std::string orProblem(const std::optional<std::string>& digest) {
+  if (!digest) throw Problem(ExitCode::kGaveUp, "libcrypto cannot compute SHA-256");
+  return *digest;
+}
 
 }  // namespace jxpush

@@ -2,7 +2,6 @@
 
 #include <archive.h>
 #include <archive_entry.h>
-#include <openssl/bio.h>
 #include <openssl/err.h>
 #include <openssl/pem.h>
 #include <openssl/x509.h>
@@ -12,7 +11,9 @@
 #include <memory>
 #include <stdexcept>
 
-#include "tools/jxpush/common/sha256.h"
+#include "platform/linux/openssl/bio.h"
+#include "platform/linux/openssl/sha256.h"
+#include "tools/jxpush/common/problem.h"
 
 namespace jxpush {
 
@@ -22,29 +23,21 @@ constexpr std::int64_t kLargestEntry = std::int64_t{1} << 20;
 constexpr std::size_t kMostCertificates = 10000;
 constexpr std::int64_t kPerDay = 86400;
 
-template <class Type, void (*release)(Type*)>
-struct Release {
-  void operator()(Type* object) const { release(object); }
-};
-using X509Pointer = std::unique_ptr<X509, Release<X509, X509_free>>;
-using BioPointer = std::unique_ptr<BIO, Release<BIO, BIO_free_all>>;
-using TimePointer = std::unique_ptr<ASN1_TIME, Release<ASN1_TIME, ASN1_TIME_free>>;
+using jxplatform::Bio;
 using Reader = std::unique_ptr<archive, int (*)(archive*)>;
 
 std::string nameText(const X509_NAME* name) {
-  const BioPointer bio(BIO_new(BIO_s_mem()));
+  const Bio bio(BIO_new(BIO_s_mem()));
   // One line; control characters are escaped, what is no ASCII stays UTF-8.
   constexpr unsigned long kFlags =
       XN_FLAG_ONELINE & ~static_cast<unsigned long>(ASN1_STRFLGS_ESC_MSB) & ~static_cast<unsigned long>(XN_FLAG_SPC_EQ);
   if (!bio || X509_NAME_print_ex(bio.get(), name, 0, kFlags) < 0) return "";
-  char* text = nullptr;
-  const long size = BIO_get_mem_data(bio.get(), &text);
-  return {text, static_cast<std::size_t>(size)};
+  return jxplatform::contentOf(bio.get());
 }
 
 // Certificates outlive a time_t of 32 bits.
 std::int64_t secondsOf(const ASN1_TIME* time) {
-  const TimePointer epoch(ASN1_TIME_set(nullptr, 0));
+  const jxplatform::Time epoch(ASN1_TIME_set(nullptr, 0));
   int days = 0;
   int seconds = 0;
   return epoch && ASN1_TIME_diff(&days, &seconds, epoch.get(), time) == 1 ? days * kPerDay + seconds : 0;
@@ -54,10 +47,10 @@ std::string digestOf(X509* certificate) {
   unsigned char* der = nullptr;
   const int size = i2d_X509(certificate, &der);
   if (size < 0) return "";
-  Sha256 digest;
+  jxplatform::Sha256 digest;
   digest.add(der, static_cast<std::size_t>(size));
   OPENSSL_free(der);
-  return digest.finish();
+  return orProblem(digest.hex());
 }
 
 Certificate describe(const std::string& file, X509* x509) {
@@ -71,14 +64,11 @@ Certificate describe(const std::string& file, X509* x509) {
   return certificate;
 }
 
-// Never asks anybody for a password.
-int noPassword(char* /*buffer*/, int /*size*/, int /*writing*/, void* /*data*/) { return -1; }
-
 void addCertificates(const std::string& file, const std::string& pem, std::vector<Certificate>& found) {
   const std::size_t before = found.size();
-  const BioPointer bio(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
+  const Bio bio = jxplatform::memoryOf(pem);
   while (bio && found.size() < kMostCertificates) {
-    const X509Pointer x509(PEM_read_bio_X509(bio.get(), nullptr, noPassword, nullptr));
+    const jxplatform::Certificate x509(PEM_read_bio_X509(bio.get(), nullptr, jxplatform::noPassphrase, nullptr));
     if (!x509) break;
     found.push_back(describe(file, x509.get()));
   }
@@ -128,7 +118,7 @@ std::vector<Certificate> readCertificateArchive(const std::string& archive) {
 }
 
 std::string timeText(std::int64_t seconds) {
-  const TimePointer time(
+  const jxplatform::Time time(
       ASN1_TIME_adj(nullptr, 0, static_cast<int>(seconds / kPerDay), static_cast<long>(seconds % kPerDay)));
   std::tm parts{};
   char text[32] = "";

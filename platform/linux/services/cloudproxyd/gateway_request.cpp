@@ -13,10 +13,10 @@
 #include "base/descriptor.h"
 #include "base/host_port.h"
 #include "base/regular_file.h"
+#include "platform/linux/openssl/owners.h"
+#include "platform/linux/openssl/trusted_certificates.h"
 #include "platform/linux/services/cloudproxyd/answer_head.h"
 #include "platform/linux/support/connect.h"
-#include "platform/linux/support/openssl.h"
-#include "platform/linux/support/trusted_certificates.h"
 
 namespace cloudproxyd {
 

@@ -8,7 +8,14 @@
 
 #include <stdexcept>
 
+#include "platform/linux/openssl/bio.h"
+
 namespace {
+
+using jxplatform::Bio;
+using jxplatform::Cms;
+using jxplatform::contentOf;
+using jxplatform::memoryOf;
 
 void check(bool done) {
   if (!done) throw std::runtime_error("OpenSSL refuses");
@@ -21,18 +28,12 @@ void addExtension(X509* certificate, int kind, const char* value) {
   X509_EXTENSION_free(extension);
 }
 
-std::string bytesOf(BIO* memory) {
-  char* data = nullptr;
-  const long size = BIO_get_mem_data(memory, &data);
-  return {data, static_cast<std::size_t>(size)};
-}
-
 }  // namespace
 
 std::string Identity::certificatePem() const {
-  const std::unique_ptr<BIO, decltype(&BIO_free_all)> memory(BIO_new(BIO_s_mem()), BIO_free_all);
+  const Bio memory(BIO_new(BIO_s_mem()));
   check(PEM_write_bio_X509(memory.get(), certificate.get()) == 1);
-  return bytesOf(memory.get());
+  return contentOf(memory.get());
 }
 
 Identity makeIdentity(const CertificateWish& wish, const Identity* issuer) {
@@ -63,17 +64,15 @@ std::string signatureOf(const Identity& signer, const std::string& content, cons
   if (wish.withoutAttributes) flags |= CMS_NOATTR;
   if (wish.withoutCertificate) flags |= CMS_NOCERTS;
   const EVP_MD* const digest = wish.sha1 ? EVP_sha1() : EVP_sha256();
-  const std::unique_ptr<BIO, decltype(&BIO_free_all)> data(
-      BIO_new_mem_buf(content.data(), static_cast<int>(content.size())), BIO_free_all);
-  const std::unique_ptr<CMS_ContentInfo, decltype(&CMS_ContentInfo_free)> cms(
-      CMS_sign(nullptr, nullptr, nullptr, nullptr, flags), CMS_ContentInfo_free);
+  const Bio data = memoryOf(content);
+  const Cms cms(CMS_sign(nullptr, nullptr, nullptr, nullptr, flags));
   check(CMS_add1_signer(cms.get(), signer.certificate.get(), signer.key.get(), digest, flags) != nullptr);
   if (wish.second != nullptr) {
     check(CMS_add1_signer(cms.get(), wish.second->certificate.get(), wish.second->key.get(), digest, flags) != nullptr);
   }
   if (wish.intermediate != nullptr) check(CMS_add1_cert(cms.get(), wish.intermediate->certificate.get()) == 1);
   check(CMS_final(cms.get(), data.get(), nullptr, flags) == 1);
-  const std::unique_ptr<BIO, decltype(&BIO_free_all)> memory(BIO_new(BIO_s_mem()), BIO_free_all);
+  const Bio memory(BIO_new(BIO_s_mem()));
   check(i2d_CMS_bio(memory.get(), cms.get()) == 1);
-  return bytesOf(memory.get());
+  return contentOf(memory.get());
 }

@@ -1,6 +1,6 @@
 #include "tests/unit/platform/jxapp/zip_bytes.h"
 
-#include "platform/linux/jxapp/digest.h"
+#include "platform/linux/openssl/sha256.h"
 
 namespace {
 
@@ -61,9 +61,9 @@ std::string zipBytes(const std::vector<RawEntry>& entries, const RawEnd& end) {
 }
 
 std::string sha256Of(const std::string& bytes) {
-  jxinstall::Sha256 digest;
+  jxplatform::Sha256 digest;
   digest.add(bytes.data(), bytes.size());
-  return digest.hex();
+  return digest.hex().value();
 }
 
 std::string manifestOf(const std::string& name, const std::string& version,

@@ -3,12 +3,11 @@
 #include <archive.h>
 #include <archive_entry.h>
 #include <gtest/gtest.h>
-#include <openssl/evp.h>
 #include <openssl/pem.h>
-#include <openssl/x509.h>
 
-#include <memory>
 #include <stdexcept>
+
+#include "platform/linux/openssl/bio.h"
 
 using namespace jxpush;
 
@@ -18,8 +17,8 @@ using Pair = std::pair<std::string, std::string>;
 
 // A self-signed certificate, valid from 2020-01-02T03:04:05Z to 2050-12-31T23:59:59Z, in PEM.
 std::string makeCertificate(const std::string& name) {
-  const std::unique_ptr<EVP_PKEY, void (*)(EVP_PKEY*)> key(EVP_EC_gen("P-256"), EVP_PKEY_free);
-  const std::unique_ptr<X509, void (*)(X509*)> x509(X509_new(), X509_free);
+  const jxplatform::Key key(EVP_EC_gen("P-256"));
+  const jxplatform::Certificate x509(X509_new());
   X509_set_version(x509.get(), 2);
   ASN1_INTEGER_set(X509_get_serialNumber(x509.get()), 1);
   ASN1_TIME_set_string(X509_getm_notBefore(x509.get()), "200102030405Z");
@@ -32,11 +31,9 @@ std::string makeCertificate(const std::string& name) {
   X509_set_issuer_name(x509.get(), subject);
   X509_set_pubkey(x509.get(), key.get());
   EXPECT_GT(X509_sign(x509.get(), key.get(), EVP_sha256()), 0);
-  const std::unique_ptr<BIO, void (*)(BIO*)> bio(BIO_new(BIO_s_mem()), BIO_free_all);
+  const jxplatform::Bio bio(BIO_new(BIO_s_mem()));
   EXPECT_EQ(1, PEM_write_bio_X509(bio.get(), x509.get()));
-  char* text = nullptr;
-  const long size = BIO_get_mem_data(bio.get(), &text);
-  return {text, static_cast<std::size_t>(size)};
+  return jxplatform::contentOf(bio.get());
 }
 
 la_ssize_t append(archive* /*writer*/, void* data, const void* bytes, std::size_t size) {
