@@ -30,6 +30,11 @@ std::string hexDigits(const unsigned char* bytes, std::size_t size) {
   return text;
 }
 
+std::string withoutControls(std::string text) {
+  std::replace_if(text.begin(), text.end(), isControl, '?');
+  return text;
+}
+
 std::string printable(std::string text) {
   std::replace_if(
       text.begin(), text.end(), [](char c) { return !isPrintable(c); }, '?');

@@ -20,6 +20,12 @@ namespace base {
 // Whether `c` is printable ASCII, the blank included.
 [[nodiscard]] constexpr bool isPrintable(char c) { return c >= ' ' && c <= '~'; }
 
+// Whether `c` is a control character of ASCII.
+[[nodiscard]] constexpr bool isControl(char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; }
+
+// `text` with "?" for every control character, which a terminal may obey; UTF-8 stays.
+[[nodiscard]] std::string withoutControls(std::string text);
+
 // `text` with "?" for every byte that is not printable ASCII: fit for a terminal or a log.
 [[nodiscard]] std::string printable(std::string text);
 

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <map>
 
+#include "base/text.h"
+
 namespace jxpack {
 namespace {
 
@@ -18,14 +20,6 @@ bool isWord(const std::string& text, First first, const std::string& others) {
   const auto allowed = [&](char c) { return first(c) || others.find(c) != std::string::npos; };
   return !text.empty() && text.size() <= kMaxNameBytes && first(text.front()) &&
          std::all_of(text.begin(), text.end(), allowed);
-}
-
-bool isControl(char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; }
-
-std::string lowerCase(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(),
-                 [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
-  return text;
 }
 
 // The path and every directory on the way to it.
@@ -55,7 +49,8 @@ std::string descriptionProblem(const std::string& description) {
     return "the description has " + std::to_string(description.size()) + " bytes, at most " +
            std::to_string(kMaxDescriptionBytes) + " are allowed";
   }
-  if (std::any_of(description.begin(), description.end(), isControl)) return "the description has a control character";
+  if (std::any_of(description.begin(), description.end(), base::isControl))
+    return "the description has a control character";
   return "";
 }
 
@@ -65,7 +60,7 @@ std::string pathProblem(const std::string& path) {
     return "the path has " + std::to_string(path.size()) + " bytes, at most " + std::to_string(kMaxPathBytes) +
            " are allowed";
   }
-  const auto isAllowed = [](char c) { return c >= ' ' && c <= '~' && c != '\\'; };
+  const auto isAllowed = [](char c) { return base::isPrintable(c) && c != '\\'; };
   if (!std::all_of(path.begin(), path.end(), isAllowed)) {
     return "the path has a character that is not printable ASCII, or a backslash";
   }
@@ -78,12 +73,12 @@ std::string caseProblem(const std::vector<std::string>& paths) {
   std::map<std::string, std::string> seen;
   for (const std::string& path : paths) {
     for (const std::string& part : withParents(path)) {
-      const auto place = seen.try_emplace(lowerCase(part), part).first;
+      const auto place = seen.try_emplace(base::lowerCase(part), part).first;
       if (place->second != part) return "\"" + place->second + "\" and \"" + part + "\" differ in case only";
     }
   }
-  const std::string manifest = lowerCase(kManifestName);
-  const std::string signature = lowerCase(kSignatureName);
+  const std::string manifest = base::lowerCase(kManifestName);
+  const std::string signature = base::lowerCase(kSignatureName);
   for (const std::string& name : {manifest, signature}) {
     if (seen.count(name) != 0) return "\"" + seen[name] + "\" and \"" + name + "\" differ in case only";
   }

@@ -25,7 +25,7 @@ std::string nameProblem(const std::string& name) {
   if (name.front() == '/') return "the name is an absolute path";
   for (const char c : name) {
     if (c == '\\') return "the name has a backslash";
-    if (c < ' ' || c > '~') return "the name has a character that is not printable ASCII";
+    if (!base::isPrintable(c)) return "the name has a character that is not printable ASCII";
   }
   std::size_t begin = 0;
   while (begin <= name.size()) {

@@ -74,8 +74,7 @@ std::string descriptionOf(const json& object) {
     throw Failure("manifest.json: \"description\" has " + std::to_string(text.size()) + " bytes, at most " +
                   std::to_string(kMaxDescriptionBytes) + " are allowed");
   }
-  const auto isControl = [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; };
-  if (std::any_of(text.begin(), text.end(), isControl)) {
+  if (std::any_of(text.begin(), text.end(), base::isControl)) {
     throw Failure("manifest.json: \"description\" has a control character");
   }
   return text;

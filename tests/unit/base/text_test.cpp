@@ -32,6 +32,12 @@ TEST(HexDigits, AreTwoForEachByte) {
   EXPECT_EQ(base::hexDigits(bytes.data(), 0), "");
 }
 
+TEST(WithoutControls, Utf8AndWhatIsPrintable_Stay) {
+  EXPECT_EQ(base::withoutControls("a ~\"\xc3\x96\x80\xff"), "a ~\"\xc3\x96\x80\xff");
+  EXPECT_EQ(base::withoutControls("\x01\x1b[2J\x1f\x7f\n"), "??[2J???");
+  EXPECT_EQ(base::withoutControls(std::string(1, '\0')), "?");
+}
+
 TEST(Printable, EveryOtherByteIsAQuestionMark) {
   EXPECT_EQ(base::printable("a ~\"\x1f\x7f\x80\n"), "a ~\"????");
   EXPECT_EQ(base::printable(std::string(1, '\0')), "?");

@@ -2,6 +2,8 @@
 
 #include <random>
 
+#include "base/text.h"
+
 namespace jxpush {
 
 namespace {
@@ -13,8 +15,8 @@ constexpr const char* kHexDigits = "0123456789ABCDEF";
 std::string quoted(const std::string& name) {
   std::string text = "\"";
   for (const char c : name) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte < 0x20 || byte == 0x7F) {
+    if (base::isControl(c)) {
+      const auto byte = static_cast<unsigned char>(c);
       text += '%';
       text += kHexDigits[byte >> 4U];
       text += kHexDigits[byte & 0xFU];

@@ -1,11 +1,11 @@
 #include "tools/jxpush/http/status.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <ctime>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
+#include "base/text.h"
 #include "http/status_text.h"
 #include "tools/jxpush/common/problem.h"
 #include "tools/jxpush/common/stop_signals.h"
@@ -61,11 +61,7 @@ nlohmann::json toJson(const Certificate& certificate) {
 }
 
 // Names come from outside and may hold what a terminal would obey.
-void printLine(std::string line) {
-  std::replace_if(
-      line.begin(), line.end(), [](char byte) { return static_cast<unsigned char>(byte) < 0x20 || byte == 0x7F; }, '?');
-  std::printf("%s\n", line.c_str());
-}
+void printLine(const std::string& line) { std::printf("%s\n", base::withoutControls(line).c_str()); }
 
 void printText(const HttpConnection& connection, const std::vector<Certificate>& certificates) {
   printLine("A terminal answers at " + connection.address.text());

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "base/text.h"
+
 namespace jxpush {
 
 namespace {
@@ -12,7 +14,7 @@ namespace {
 const std::string kPackage = "Package upload-";
 
 bool tellsArchives(const std::vector<LogLine>& log) {
-  return std::any_of(log.begin(), log.end(), [](const LogLine& line) { return line.text.rfind(kPackage, 0) == 0; });
+  return std::any_of(log.begin(), log.end(), [](const LogLine& line) { return base::beginsWith(line.text, kPackage); });
 }
 
 // The line that the installer writes for an archive.
@@ -76,11 +78,8 @@ void printLog(const std::vector<LogLine>& log, std::FILE* stream) {
   for (const LogLine& line : log) {
     const Look look = lookOf(line.kind);
     const bool coloured = colours && *look.colour != '\0';
-    std::string text = line.text;
     // The terminal's text may hold what the user's terminal would obey.
-    std::replace_if(
-        text.begin(), text.end(), [](char byte) { return static_cast<unsigned char>(byte) < 0x20 || byte == 0x7F; },
-        '?');
+    const std::string text = base::withoutControls(line.text);
     std::fprintf(stream, "%s%s%s%s\n", coloured ? look.colour : "", look.mark, text.c_str(), coloured ? "\033[0m" : "");
   }
   std::fflush(stream);

@@ -9,6 +9,8 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "base/text.h"
+
 namespace jxpush {
 
 namespace {
@@ -36,9 +38,7 @@ std::string lineOf(const Progress& progress) {
   std::string line = progress.file->name() + text;
   if (progress.sentAgain > 0) line += "  " + std::to_string(progress.sentAgain) + " sent again";
   // A name may hold what a terminal would obey.
-  std::replace_if(
-      line.begin(), line.end(), [](char byte) { return static_cast<unsigned char>(byte) < 0x20 || byte == 0x7F; }, '?');
-  return line;
+  return base::withoutControls(line);
 }
 
 // One line that is written over.
