@@ -1,18 +1,15 @@
 #include "http/part_headers.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstddef>
 
+#include "http/header_text.h"
 #include "http/next_param.h"
 
 namespace {
 
 bool isDisposition(const std::string& line, std::size_t colon) {
-  std::string key = line.substr(0, colon);
-  std::transform(key.begin(), key.end(), key.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return key == "content-disposition";
+  return zorhtml::toLowerCopy(line.substr(0, colon)) == "content-disposition";
 }
 
 // True when the parameters name the field; `fileName` is changed where they tell one.

@@ -11,6 +11,7 @@
 #include <ctime>
 #include <exception>
 
+#include "base/text.h"
 #include "shell/controller.h"
 
 namespace {
@@ -34,12 +35,10 @@ class InstallGuard {
   InstallGuard& operator=(const InstallGuard&) = delete;
 };
 
-bool beginsWith(const std::string& line, const char* prefix) { return line.rfind(prefix, 0) == 0; }
-
 // Warnings share the red of errors, deliberately: there is no third colour.
 const char* spanOf(const std::string& line) {
-  if (beginsWith(line, "Error:") || beginsWith(line, "Warning:")) return "<span style='color:#f00'>";
-  if (beginsWith(line, "List of installed applications")) return "<span style='color:#0a0'>";
+  if (base::beginsWith(line, "Error:") || base::beginsWith(line, "Warning:")) return "<span style='color:#f00'>";
+  if (base::beginsWith(line, "List of installed applications")) return "<span style='color:#0a0'>";
   return nullptr;
 }
 

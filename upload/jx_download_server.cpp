@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "base/text.h"
 #include "shell/install.h"
 #include "shell/source_directory.h"
 
@@ -27,8 +28,6 @@ constexpr const char* kFormPage =
 constexpr const char* kResultPageBegin = "<!DOCTYPE html>\n<html>\n<body>\n<form action='/' method='GET'>\n";
 constexpr const char* kResultPageEnd = "<input type='submit' value='OK'>\n</form>\n</body>\n</html>\n";
 
-bool beginsWith(const std::string& text, const char* prefix) { return text.rfind(prefix, 0) == 0; }
-
 // A directory whose name does not fit is a mistake in how the terminal is set up, which ends the process.
 std::string uploadTarget() {
   std::array<char, 128> name{};
@@ -42,9 +41,9 @@ std::string uploadTarget() {
 JXDownloadServer::~JXDownloadServer() = default;
 
 bool JXDownloadServer::doGET(const std::string& path) {
-  if (path == "/" || beginsWith(path, "/?")) return sendResponse(200, kFormPage, "text/html", {});
+  if (path == "/" || base::beginsWith(path, "/?")) return sendResponse(200, kFormPage, "text/html", {});
   // A prefix is enough, deliberately: with a query or a longer extension it is the same archive.
-  if (beginsWith(path, "/certificates.tar")) return sendCertificates();
+  if (base::beginsWith(path, "/certificates.tar")) return sendCertificates();
   return sendNotFound();
 }
 

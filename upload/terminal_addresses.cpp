@@ -9,6 +9,8 @@
 #include <array>
 #include <memory>
 
+#include "base/text.h"
+
 namespace {
 
 struct FreeInterfaces {
@@ -27,7 +29,7 @@ std::string numericText(const sockaddr* address) {
 
 bool isReachable(const ifaddrs& entry, const std::string& text) {
   if (text.empty() || (entry.ifa_flags & IFF_RUNNING) == 0) return false;
-  return text != "127.0.0.1" && text != "::1" && text.rfind("fe80:", 0) != 0;
+  return text != "127.0.0.1" && text != "::1" && !base::beginsWith(text, "fe80:");
 }
 
 }  // namespace

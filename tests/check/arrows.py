@@ -41,7 +41,7 @@ ALLOWED = {
     "fuzz": {"base", "http", "shell", "upload", "serial", "cloudproxy", "platform/linux/jxapp", "platform/linux/zorguiprt",
              "platform/linux/zorhtml", "platform/linux/services/cloudproxyd", "platform/linux/services/controllerd",
              "tools/jxpush/http", "tests/support"},
-    "tests/model": {"upload", "tests/support"},
+    "tests/model": {"base", "upload", "tests/support"},
     "tests/mutation": set(),
     "tests/support": {"base", "http", "serial", "cloudproxy", "platform/linux/jxapp", "platform/linux/support"},
 }

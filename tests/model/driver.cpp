@@ -10,20 +10,15 @@
 #include <iterator>
 #include <string>
 
+#include "base/text.h"
 #include "tests/support/scripted_stream.h"
 #include "upload/jx_download_server.h"
 
 namespace {
 
 std::string hex(const std::string& bytes) {
-  static const char digits[] = "0123456789abcdef";
-  std::string text;
-  for (const char c : bytes) {
-    const auto byte = static_cast<unsigned char>(c);
-    text += digits[byte >> 4U];
-    text += digits[byte & 15U];
-  }
-  return text.empty() ? "-" : text;
+  if (bytes.empty()) return "-";
+  return base::hexDigits(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
 }
 
 // Opens the engine's state to the comparison.

@@ -1,5 +1,6 @@
 #include "tools/jxpush/make_target.h"
 
+#include "base/text.h"
 #include "tools/jxpush/common/problem.h"
 #include "tools/jxpush/http/target.h"
 #include "tools/jxpush/serial/target.h"
@@ -8,7 +9,7 @@ namespace jxpush {
 
 std::unique_ptr<Target> makeTarget(const std::string& address, const TargetOptions& options) {
   const std::string serial = "serial:";
-  if (address.compare(0, serial.size(), serial) == 0 && address.size() > serial.size()) {
+  if (base::beginsWith(address, serial) && address.size() > serial.size()) {
     return std::make_unique<SerialTarget>(address.substr(serial.size()), options);
   }
   if (isHttpTarget(address)) return std::make_unique<HttpTarget>(parseHttpAddress(address), options);

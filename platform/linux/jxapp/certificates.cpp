@@ -9,6 +9,7 @@
 #include <exception>
 #include <memory>
 
+#include "base/text.h"
 #include "platform/linux/jxapp/file.h"
 
 namespace jxinstall {
@@ -17,12 +18,7 @@ namespace {
 using Writer = std::unique_ptr<archive, int (*)(archive*)>;
 using Entry = std::unique_ptr<archive_entry, void (*)(archive_entry*)>;
 
-bool isPemName(const std::string& name) {
-  constexpr const char* kSuffix = ".pem";
-  constexpr std::size_t kSuffixBytes = 4;
-  return name.size() > kSuffixBytes && name.front() != '.' &&
-         name.compare(name.size() - kSuffixBytes, kSuffixBytes, kSuffix) == 0;
-}
+bool isPemName(const std::string& name) { return base::endsWith(name, ".pem") && name.front() != '.'; }
 
 // The archive is handed to whoever asks for it: a private key that was put here by mistake must not be.
 bool isPublicCertificate(const std::string& content) {

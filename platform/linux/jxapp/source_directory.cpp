@@ -7,6 +7,7 @@
 #include <tuple>
 
 #include "base/file_io.h"
+#include "base/text.h"
 #include "platform/linux/jxapp/failure.h"
 #include "platform/linux/openssl/sha256.h"
 
@@ -19,8 +20,8 @@ constexpr std::size_t kBlockBytes = std::size_t{64} * 1024;
 std::string numberOf(const std::string& name) {
   const std::string prefix = "upload-";
   const std::string suffix = ".zip";
-  if (name.size() <= prefix.size() + suffix.size() || name.compare(0, prefix.size(), prefix) != 0 ||
-      name.compare(name.size() - suffix.size(), suffix.size(), suffix) != 0) {
+  if (name.size() <= prefix.size() + suffix.size() || !base::beginsWith(name, prefix) ||
+      !base::endsWith(name, suffix)) {
     return "";
   }
   std::string digits = name.substr(prefix.size(), name.size() - prefix.size() - suffix.size());

@@ -1,5 +1,7 @@
 #include "platform/linux/zoripc/application_name.h"
 
+#include "base/text.h"
+
 namespace zoripc {
 
 namespace {
@@ -10,7 +12,6 @@ bool isPlain(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') |
 }  // namespace
 
 std::string busNameOf(const std::string& id) {
-  constexpr const char* kDigits = "0123456789abcdef";
   std::string name = "zoripc.App.a";
   for (const char c : id) {
     if (isPlain(c)) {
@@ -18,9 +19,7 @@ std::string busNameOf(const std::string& id) {
       continue;
     }
     const auto byte = static_cast<unsigned char>(c);
-    name += '_';
-    name += kDigits[byte >> 4U];
-    name += kDigits[byte & 0xFU];
+    name += '_' + base::hexDigits(&byte, 1);
   }
   return name;
 }

@@ -3,7 +3,8 @@
 #include <arpa/inet.h>
 
 #include <algorithm>
-#include <cctype>
+
+#include "base/text.h"
 
 #include "tools/jxpush/common/problem.h"
 
@@ -17,13 +18,6 @@ constexpr std::size_t kLongestHost = 253;
 
 [[noreturn]] void refuse(const std::string& target, const std::string& reason) {
   throw Problem(ExitCode::kUsage, "--to " + target + ": " + reason);
-}
-
-// `prefix` in lower case.
-bool beginsWith(const std::string& text, const std::string& prefix) {
-  return text.size() >= prefix.size() &&
-         std::equal(prefix.begin(), prefix.end(), text.begin(),
-                    [](char wanted, char is) { return std::tolower(static_cast<unsigned char>(is)) == wanted; });
 }
 
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
@@ -51,7 +45,7 @@ void readBracketed(const std::string& text, const std::string& target, HttpAddre
   if (percent == std::string::npos) return;
   // In a URL the percent sign itself is written "%25".
   std::string zone = text.substr(percent + 1);
-  if (beginsWith(zone, "25") && zone.size() > 2) zone.erase(0, 2);
+  if (base::beginsWith(zone, "25") && zone.size() > 2) zone.erase(0, 2);
   if (zone.empty() || !std::all_of(zone.begin(), zone.end(), isNameCharacter)) refuse(target, "the zone is malformed");
   address.host += "%" + zone;
 }
@@ -78,12 +72,16 @@ std::string cutPort(std::string& authority, const std::string& target) {
 
 }  // namespace
 
-bool isHttpTarget(const std::string& target) { return beginsWith(target, "http:") || beginsWith(target, "https:"); }
+bool isHttpTarget(const std::string& target) {
+  const std::string lower = base::lowerCase(target);
+  return base::beginsWith(lower, "http:") || base::beginsWith(lower, "https:");
+}
 
 HttpAddress parseHttpAddress(const std::string& target) {
   const std::string scheme = "http://";
-  if (beginsWith(target, "https:")) refuse(target, "a terminal does not speak https");
-  if (!beginsWith(target, scheme)) refuse(target, "expected http://HOST[:PORT]");
+  const std::string lower = base::lowerCase(target);
+  if (base::beginsWith(lower, "https:")) refuse(target, "a terminal does not speak https");
+  if (!base::beginsWith(lower, scheme)) refuse(target, "expected http://HOST[:PORT]");
   std::string authority = target.substr(scheme.size());
   if (!authority.empty() && authority.back() == '/') authority.pop_back();
   if (authority.find_first_of("/?#") != std::string::npos)

@@ -4,6 +4,8 @@
 #include <cstring>
 #include <iterator>
 
+#include "base/text.h"
+
 namespace jxpush {
 
 namespace {
@@ -33,12 +35,10 @@ struct Entity {
 // All that the terminal writes.
 constexpr Entity kEntities[] = {{"&amp;", '&'}, {"&lt;", '<'}, {"&gt;", '>'}, {"&quot;", '"'}, {"&apos;", '\''}};
 
-bool beginsWith(const std::string& text, const char* prefix) { return text.rfind(prefix, 0) == 0; }
-
 LogLine::Kind kindOf(const std::string& text) {
-  if (beginsWith(text, "Error:")) return LogLine::Kind::Error;
-  if (beginsWith(text, "Warning:")) return LogLine::Kind::Warning;
-  if (beginsWith(text, "List of installed applications")) return LogLine::Kind::List;
+  if (base::beginsWith(text, "Error:")) return LogLine::Kind::Error;
+  if (base::beginsWith(text, "Warning:")) return LogLine::Kind::Warning;
+  if (base::beginsWith(text, "List of installed applications")) return LogLine::Kind::List;
   return LogLine::Kind::Plain;
 }
 
@@ -140,12 +140,11 @@ class LogParser {
 
 std::optional<AnswerPage> parseAnswerPage(const std::string& html) {
   const std::size_t around = std::strlen(kBegin) + std::strlen(kEnd);
-  if (html.size() < around || !beginsWith(html, kBegin)) return std::nullopt;
-  if (html.compare(html.size() - std::strlen(kEnd), std::string::npos, kEnd) != 0) return std::nullopt;
+  if (html.size() < around || !base::beginsWith(html, kBegin) || !base::endsWith(html, kEnd)) return std::nullopt;
   const std::string inner = html.substr(std::strlen(kBegin), html.size() - around);
   AnswerPage page;
   if (inner == kFailed) return page;
-  if (!beginsWith(inner, kStored)) return std::nullopt;
+  if (!base::beginsWith(inner, kStored)) return std::nullopt;
   page.stored = true;
   const std::string log = inner.substr(std::strlen(kStored));
   LogParser parser(log);
