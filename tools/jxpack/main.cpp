@@ -1,11 +1,15 @@
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <cstdio>
 #include <exception>
 #include <string>
 
+#include "base/atomic_file.h"
+#include "base/file_io.h"
 #include "tools/jxpack/file_tree.h"
 #include "tools/jxpack/manifest_text.h"
-#include "tools/jxpack/output_file.h"
 #include "tools/jxpack/package_writer.h"
 #include "tools/jxpack/problem.h"
 #include "tools/jxpack/signer.h"
@@ -37,6 +41,10 @@ void declare(CLI::App& app, Options& options) {
       "3 a file cannot be read or written, 4 key or certificate do not serve.");
 }
 
+[[noreturn]] void failWrite(const std::string& path) {
+  throw jxpack::Problem(jxpack::ExitCode::kFile, path + ": cannot be written: " + base::errorText(errno));
+}
+
 void makePackage(Options options) {
   if (options.output.empty()) options.output = options.facts.name + '-' + options.facts.version + ".zip";
   while (options.folder.size() > 1 && options.folder.back() == '/') options.folder.pop_back();
@@ -47,9 +55,11 @@ void makePackage(Options options) {
   content.files = jxpack::readTree(options.folder, options.output);
   content.manifest = jxpack::manifestText(options.facts, content.files);
   if (!options.key.empty()) content.signature = jxpack::sign(content.manifest, options.key, options.certificate);
-  jxpack::OutputFile output(options.output);
+  // A draft of its own for each process: two may make the same package at once.
+  base::AtomicFile output(options.output, '.' + std::to_string(getpid()) + ".new");
+  if (!output) failWrite(options.output);
   jxpack::writePackage(output.fd(), content);
-  output.commit();
+  if (!output.commit(base::Flush::kYes)) failWrite(options.output);
   std::printf("%s: %zu files%s\n", options.output.c_str(), content.files.size(), content.signature ? ", signed" : "");
 }
 

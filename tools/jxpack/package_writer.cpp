@@ -8,8 +8,8 @@
 #include <cerrno>
 #include <memory>
 #include <new>
-#include <system_error>
 
+#include "base/file_io.h"
 #include "tools/jxpack/package_rules.h"
 #include "tools/jxpack/problem.h"
 
@@ -55,21 +55,14 @@ class ZipWriter {
   // A failure is kept for check(): the library, told of it, would not free what its packer holds.
   static la_ssize_t write(archive* /*archive*/, void* data, const void* bytes, std::size_t size) {
     auto* const self = static_cast<ZipWriter*>(data);
-    const auto* next = static_cast<const char*>(bytes);
-    std::size_t left = size;
-    while (left > 0 && self->error_ == 0) {
-      const ssize_t put = ::write(self->fd_, next, left);
-      if (put < 0 && errno != EINTR) self->error_ = errno;
-      if (put <= 0) continue;
-      next += put;
-      left -= static_cast<std::size_t>(put);
-    }
+    const bool put = self->error_ != 0 || base::writeAll(self->fd_, {static_cast<const char*>(bytes), size});
+    if (!put) self->error_ = errno;
     return static_cast<la_ssize_t>(size);
   }
 
   void check(bool done) const {
     if (error_ != 0) {
-      throw Problem(ExitCode::kFile, "the package cannot be written: " + std::generic_category().message(error_));
+      throw Problem(ExitCode::kFile, "the package cannot be written: " + base::errorText(error_));
     }
     if (done) return;
     const char* const reason = archive_error_string(archive_.get());
@@ -82,7 +75,7 @@ class ZipWriter {
   std::unique_ptr<archive, int (*)(archive*)> archive_;
 };
 
-void writeAll(int fd, const PackageContent& content, const char* compression) {
+void writeArchive(int fd, const PackageContent& content, const char* compression) {
   ZipWriter zip(fd, compression);
   zip.addText(kManifestName, content.manifest);
   if (content.signature) zip.addText(kSignatureName, *content.signature);
@@ -96,7 +89,7 @@ void writeAll(int fd, const PackageContent& content, const char* compression) {
 std::uint64_t sizeOf(int fd) {
   struct stat status {};
   if (fstat(fd, &status) != 0) {
-    throw Problem(ExitCode::kFile, "the package cannot be examined: " + std::generic_category().message(errno));
+    throw Problem(ExitCode::kFile, "the package cannot be examined: " + base::errorText(errno));
   }
   return static_cast<std::uint64_t>(status.st_size);
 }
@@ -111,12 +104,12 @@ std::uint64_t unpackedBytes(const PackageContent& content) {
 
 void writePackage(int fd, const PackageContent& content) {
   const std::uint64_t unpacked = unpackedBytes(content);
-  writeAll(fd, content, "deflate");
+  writeArchive(fd, content, "deflate");
   if (unpacked > kFreeUnpackedBytes && unpacked > kMaxRatio * sizeOf(fd)) {
     if (ftruncate(fd, 0) != 0 || lseek(fd, 0, SEEK_SET) != 0) {
-      throw Problem(ExitCode::kFile, "the package cannot be rewritten: " + std::generic_category().message(errno));
+      throw Problem(ExitCode::kFile, "the package cannot be rewritten: " + base::errorText(errno));
     }
-    writeAll(fd, content, "store");
+    writeArchive(fd, content, "store");
   }
   if (unpacked > kMaxUnpackedBytes || sizeOf(fd) > kMaxArchiveBytes) {
     throw Problem(ExitCode::kRefused, "the package has " + std::to_string(sizeOf(fd)) + " bytes, " +
