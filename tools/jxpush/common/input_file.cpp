@@ -6,10 +6,9 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
-#include <utility>
 #include <vector>
 
+#include "base/file_io.h"
 #include "platform/linux/openssl/sha256.h"
 #include "tools/jxpush/common/problem.h"
 
@@ -25,39 +24,21 @@ constexpr std::size_t kPieceSize = 65536;
 
 struct stat statusOf(int fd, const std::string& path) {
   struct stat status {};
-  if (fstat(fd, &status) != 0) fail(path, std::strerror(errno));
+  if (fstat(fd, &status) != 0) fail(path, base::errorText(errno));
   return status;
 }
 
 }  // namespace
 
-InputFile::InputFile(const std::string& path) : path_(path), name_(path.substr(path.rfind('/') + 1)) {
-  // Not to block on a pipe, which is refused below.
-  fd_ = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (fd_ < 0) fail(path, std::strerror(errno));
-  try {
-    const struct stat status = statusOf(fd_, path);
-    if (!S_ISREG(status.st_mode)) fail(path, "not a regular file");
-    size_ = static_cast<std::uint64_t>(status.st_size);
-    changedSeconds_ = status.st_mtim.tv_sec;
-    changedNanoseconds_ = status.st_mtim.tv_nsec;
-  } catch (...) {
-    close(fd_);
-    throw;
-  }
-}
-
-InputFile::InputFile(InputFile&& other) noexcept
-    : path_(std::move(other.path_)),
-      name_(std::move(other.name_)),
-      fd_(std::exchange(other.fd_, -1)),
-      size_(other.size_),
-      changedSeconds_(other.changedSeconds_),
-      changedNanoseconds_(other.changedNanoseconds_),
-      sha256_(std::move(other.sha256_)) {}
-
-InputFile::~InputFile() {
-  if (fd_ >= 0) close(fd_);
+// Not to block on a pipe, which is refused below.
+InputFile::InputFile(const std::string& path)
+    : path_(path), name_(path.substr(path.rfind('/') + 1)), fd_(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {
+  if (!fd_) fail(path, base::errorText(errno));
+  const struct stat status = statusOf(fd_.get(), path);
+  if (!S_ISREG(status.st_mode)) fail(path, "not a regular file");
+  size_ = static_cast<std::uint64_t>(status.st_size);
+  changedSeconds_ = status.st_mtim.tv_sec;
+  changedNanoseconds_ = status.st_mtim.tv_nsec;
 }
 
 void InputFile::readDigest(const std::function<bool()>& stopped) {
@@ -80,16 +61,17 @@ void InputFile::readDigest(const std::function<bool()>& stopped) {
 void InputFile::read(std::uint64_t offset, void* data, std::size_t size) const {
   std::size_t done = 0;
   while (done < size) {
-    const ssize_t got = pread(fd_, static_cast<char*>(data) + done, size - done, static_cast<off_t>(offset + done));
+    const ssize_t got =
+        pread(fd_.get(), static_cast<char*>(data) + done, size - done, static_cast<off_t>(offset + done));
     if (got < 0 && errno == EINTR) continue;
-    if (got < 0) fail(path_, std::strerror(errno));
+    if (got < 0) fail(path_, base::errorText(errno));
     if (got == 0) fail(path_, "became shorter while it was read");
     done += static_cast<std::size_t>(got);
   }
 }
 
 void InputFile::checkUnchanged() const {
-  const struct stat status = statusOf(fd_, path_);
+  const struct stat status = statusOf(fd_.get(), path_);
   const bool same = static_cast<std::uint64_t>(status.st_size) == size_ && status.st_mtim.tv_sec == changedSeconds_ &&
                     status.st_mtim.tv_nsec == changedNanoseconds_;
   if (!same) fail(path_, "changed while it was sent");

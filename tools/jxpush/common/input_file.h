@@ -6,17 +6,19 @@
 #include <functional>
 #include <string>
 
+#include "base/descriptor.h"
+
 namespace jxpush {
 
 class InputFile {
  public:
   // Opens the regular file `path`. Throws Problem(kInput).
   explicit InputFile(const std::string& path);
-  InputFile(InputFile&& other) noexcept;
+  InputFile(InputFile&&) noexcept = default;
   InputFile& operator=(InputFile&&) = delete;
   InputFile(const InputFile&) = delete;
   InputFile& operator=(const InputFile&) = delete;
-  ~InputFile();
+  ~InputFile() = default;
 
   const std::string& path() const { return path_; }
   const std::string& name() const { return name_; }  // the path's last part
@@ -35,7 +37,7 @@ class InputFile {
  private:
   std::string path_;
   std::string name_;
-  int fd_ = -1;
+  base::Descriptor fd_;
   std::uint64_t size_ = 0;
   std::int64_t changedSeconds_ = 0;
   std::int64_t changedNanoseconds_ = 0;

@@ -6,8 +6,8 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstring>
 
+#include "base/file_io.h"
 #include "tools/jxpush/common/problem.h"
 
 namespace jxpush {
@@ -36,7 +36,7 @@ extern "C" void noteStop(int /*number*/) {
 }  // namespace
 
 int catchStopSignals() {
-  if (pipe2(stopPipe, O_CLOEXEC | O_NONBLOCK) != 0) throw Problem(ExitCode::kGaveUp, std::strerror(errno));
+  if (pipe2(stopPipe, O_CLOEXEC | O_NONBLOCK) != 0) throw Problem(ExitCode::kGaveUp, base::errorText(errno));
   struct sigaction action {};
   action.sa_handler = noteStop;
   for (StopSignal& each : signals) {

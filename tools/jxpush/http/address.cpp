@@ -1,9 +1,8 @@
 #include "tools/jxpush/http/address.h"
 
-#include <arpa/inet.h>
-
 #include <algorithm>
 
+#include "base/host_port.h"
 #include "base/text.h"
 
 #include "tools/jxpush/common/problem.h"
@@ -13,7 +12,6 @@ namespace jxpush {
 namespace {
 
 constexpr unsigned short kDefaultPort = 6370;
-constexpr std::size_t kMostPortDigits = 5;
 constexpr std::size_t kLongestHost = 253;
 
 [[noreturn]] void refuse(const std::string& target, const std::string& reason) {
@@ -27,9 +25,8 @@ bool isNameCharacter(char c) {
 }
 
 unsigned short readPort(const std::string& text, const std::string& target) {
-  const bool digits = !text.empty() && text.size() <= kMostPortDigits && std::all_of(text.begin(), text.end(), isDigit);
-  const unsigned long port = digits ? std::stoul(text) : 0;
-  if (port == 0 || port > 65535) refuse(target, "the port is a number from 1 to 65535");
+  const int port = base::parsePort(text).value_or(0);
+  if (port == 0) refuse(target, "the port is a number from 1 to 65535");
   return static_cast<unsigned short>(port);
 }
 
@@ -38,10 +35,9 @@ unsigned short readPort(const std::string& text, const std::string& target) {
 void readBracketed(const std::string& text, const std::string& target, HttpAddress& address) {
   const std::size_t percent = text.find('%');
   const std::string numeric = text.substr(0, percent);
-  in6_addr binary{};
-  if (inet_pton(AF_INET6, numeric.c_str(), &binary) != 1) refuse(target, "what is in brackets is no IPv6 address");
+  if (!base::isIpv6(numeric)) refuse(target, "what is in brackets is no IPv6 address");
   address.host = numeric;
-  address.hostField = "[" + numeric + "]";
+  address.hostField = base::hostAndPort(numeric, address.port);
   if (percent == std::string::npos) return;
   // In a URL the percent sign itself is written "%25".
   std::string zone = text.substr(percent + 1);
@@ -55,7 +51,8 @@ void readName(const std::string& text, const std::string& target, HttpAddress& a
   if (text.size() > kLongestHost || !std::all_of(text.begin(), text.end(), isNameCharacter)) {
     refuse(target, "the host is malformed");
   }
-  address.host = address.hostField = text;
+  address.host = text;
+  address.hostField = base::hostAndPort(text, address.port);
 }
 
 // Splits the port off; its text is empty, without the colon, where none is given.
@@ -97,7 +94,6 @@ HttpAddress parseHttpAddress(const std::string& target) {
   } else {
     readName(authority, target, address);
   }
-  address.hostField += ":" + std::to_string(address.port);
   return address;
 }
 

@@ -9,14 +9,15 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cstring>
+
+#include "base/deadline.h"
+#include "base/file_io.h"
 
 namespace jxpush {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
 constexpr std::size_t kGathered = 65536;
 constexpr int kArrivalPeriodMs = 100;
 
@@ -32,14 +33,6 @@ void watchForDeath(int fd) {
   setsockopt(fd, IPPROTO_TCP, TCP_KEEPCNT, &tries, sizeof tries);
 }
 
-Clock::time_point deadlineOf(int timeoutMs) { return Clock::now() + std::chrono::milliseconds(timeoutMs); }
-
-// For poll(): rounded up, so that it does not return before.
-int millisecondsUntil(Clock::time_point end) {
-  const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
-  return static_cast<int>(std::max<decltype(left)>(left, 0));
-}
-
 }  // namespace
 
 std::string StreamState::text(int silenceMs) const {
@@ -51,7 +44,7 @@ std::string StreamState::text(int silenceMs) const {
     case End::Closed:
       return "the terminal closed the connection";
     default:
-      return std::string("the connection broke (") + std::strerror(error) + ")";
+      return std::string("the connection broke (") + base::errorText(error) + ")";
   }
 }
 
@@ -75,10 +68,10 @@ bool TerminalStream::ends(StreamState::End end, int error) {
 
 // False when the stream has ended; `happened` is 0 when the time was over.
 bool TerminalStream::waitFor(short events, int timeoutMs, short& happened) {
-  const auto end = deadlineOf(timeoutMs);
+  const base::Deadline end(timeoutMs);
   for (;;) {
     pollfd entries[2] = {{connection_->getFD(), events, 0}, {stopFd_, POLLIN, 0}};
-    const int count = poll(entries, 2, timeoutMs < 0 ? -1 : millisecondsUntil(end));
+    const int count = poll(entries, 2, end.remainingMs());
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) return ends(StreamState::End::Broken, errno);
     if (entries[1].revents != 0) return ends(StreamState::End::Interrupted);
@@ -134,16 +127,16 @@ bool TerminalStream::flush() {
 
 bool TerminalStream::waitUntilArrived(const std::function<void()>& onProgress) {
   std::uint64_t left = unacknowledged();
-  auto end = deadlineOf(silenceMs_);
+  base::Deadline end(silenceMs_);
   while (left > 0) {
     short happened = 0;
     if (!waitFor(POLLIN, kArrivalPeriodMs, happened)) return false;
     if (happened != 0) return true;
     const std::uint64_t now = unacknowledged();
     if (now < left) {
-      end = deadlineOf(silenceMs_);
+      end = base::Deadline(silenceMs_);
       onProgress();
-    } else if (Clock::now() >= end) {
+    } else if (end.passed()) {
       return ends(StreamState::End::Silent);
     }
     left = now;
@@ -152,10 +145,10 @@ bool TerminalStream::waitUntilArrived(const std::function<void()>& onProgress) {
 }
 
 bool TerminalStream::receive(int timeoutMs) {
-  const auto end = deadlineOf(timeoutMs);
+  const base::Deadline end(timeoutMs);
   for (;;) {
     short happened = 0;
-    if (!waitFor(POLLIN, timeoutMs < 0 ? -1 : millisecondsUntil(end), happened)) return false;
+    if (!waitFor(POLLIN, end.remainingMs(), happened)) return false;
     if (happened == 0) return ends(StreamState::End::Silent);
     const ssize_t count = recv(connection_->getFD(), input_.data(), input_.size(), MSG_DONTWAIT);
     if (count == 0) return ends(StreamState::End::Closed);
@@ -175,11 +168,11 @@ bool TerminalStream::readExact(void* data, std::size_t size, int timeoutMs, int 
 std::size_t TerminalStream::read(void* data, std::size_t size, int timeoutMs) {
   if (!flush()) return 0;
   std::size_t done = 0;
-  const auto end = deadlineOf(timeoutMs);
+  const base::Deadline end(timeoutMs);
   while (done < size) {
     if (inputBegin_ == inputEnd_) {
       if (state_.end != StreamState::End::None) break;
-      if (!receive(timeoutMs < 0 ? -1 : millisecondsUntil(end))) break;
+      if (!receive(end.remainingMs())) break;
     }
     const std::size_t count = std::min(size - done, inputEnd_ - inputBegin_);
     std::memcpy(static_cast<char*>(data) + done, input_.data() + inputBegin_, count);
