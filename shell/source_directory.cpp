@@ -18,7 +18,9 @@ struct CloseDirectory {
   void operator()(DIR* directory) const { closedir(directory); }
 };
 
-int openSourceDirectory() { return open(jxapp::jxInstallSourceDir(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }
+base::Descriptor openSourceDirectory() {
+  return base::Descriptor(open(jxapp::jxInstallSourceDir(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+}
 
 // As both roads name what they store, and as the installer takes it.
 bool isArchiveName(const char* name) {
@@ -38,22 +40,16 @@ bool isFile(int directory, const char* name) {
 
 // The lock is the directory's own, so that nothing lies there but archives, and it ends with the process, however that
 // ends.
-SourceDirectoryUse::SourceDirectoryUse() : fd_(openSourceDirectory()) {
-  if (fd_ >= 0) flock(fd_, LOCK_SH | LOCK_NB);
-}
-
-SourceDirectoryUse::~SourceDirectoryUse() {
-  if (fd_ >= 0) close(fd_);
+SourceDirectoryUse::SourceDirectoryUse() : directory_(openSourceDirectory()) {
+  if (directory_) flock(directory_.get(), LOCK_SH | LOCK_NB);
 }
 
 void removeLeftArchives() {
-  const int fd = openSourceDirectory();
-  if (fd < 0) return;
-  const std::unique_ptr<DIR, CloseDirectory> directory(fdopendir(fd));
-  if (!directory) {
-    close(fd);
-    return;
-  }
+  base::Descriptor opened = openSourceDirectory();
+  if (!opened) return;
+  const std::unique_ptr<DIR, CloseDirectory> directory(fdopendir(opened.get()));
+  if (!directory) return;
+  const int fd = opened.release();  // the stream has it
   if (flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) return;
   while (const dirent* const entry = readdir(directory.get())) {
     if (isArchiveName(entry->d_name) && isFile(fd, entry->d_name)) unlinkat(fd, entry->d_name, 0);

@@ -9,6 +9,7 @@
 #include <optional>
 #include <thread>
 
+#include "base/deadline.h"
 #include "base/file_io.h"
 #include "platform/linux/jxapp/disk_space.h"
 #include "platform/linux/jxapp/failure.h"
@@ -30,11 +31,11 @@ class InstallationLock {
   InstallationLock(const std::string& root, int timeoutMs)
       : root_(open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
     if (!root_) throw Failure("the platform root cannot be opened: " + base::errorText(errno));
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    const base::Deadline end(timeoutMs);
     while (flock(root_.get(), LOCK_EX | LOCK_NB) != 0) {
       if (errno != EWOULDBLOCK && errno != EINTR)
         throw Failure("the platform root cannot be locked: " + base::errorText(errno));
-      if (std::chrono::steady_clock::now() >= end) {
+      if (end.passed()) {
         throw Failure("another installation is still running after " + std::to_string(timeoutMs) + " ms");
       }
       std::this_thread::sleep_for(kPause);

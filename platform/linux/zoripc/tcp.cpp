@@ -1,7 +1,6 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <new>
 #include <utility>
@@ -9,11 +8,6 @@
 #include "platform/linux/zoripc/tcp_impl.h"
 
 namespace zoripc {
-
-void TCP::Impl::stopListening() {
-  if (listening >= 0) close(listening);
-  listening = -1;
-}
 
 void setNoDelay(int fd) {
   const int on = 1;

@@ -11,7 +11,7 @@ bool TCP::connect(const char* host, unsigned short port, int timeoutMs) {
     errno = ENOMEM;
     return false;
   }
-  impl_->stopListening();
+  impl_->listening = {};
   impl_->stream.reset(-1);
   if (host == nullptr || *host == '\0') {
     errno = EHOSTUNREACH;

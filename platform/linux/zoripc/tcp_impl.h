@@ -5,6 +5,7 @@
 
 #include <memory>
 
+#include "base/descriptor.h"
 #include "platform/linux/zoripc/socket_stream.h"
 
 namespace zoripc {
@@ -15,13 +16,12 @@ class TCP::Impl {
   explicit Impl(int connectedFd = -1) : stream(connectedFd) {}
   Impl(const Impl&) = delete;
   Impl& operator=(const Impl&) = delete;
-  ~Impl() { stopListening(); }
+  ~Impl() = default;
 
-  void stopListening();
-  int fd() const { return listening >= 0 ? listening : stream.fd(); }
+  int fd() const { return listening ? listening.get() : stream.fd(); }
 
   SocketStream stream;
-  int listening = -1;
+  base::Descriptor listening;
 };
 
 // Makes small messages leave at once. A failure costs speed only and is ignored.

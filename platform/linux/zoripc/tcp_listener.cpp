@@ -1,7 +1,6 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <memory>
@@ -19,43 +18,37 @@ namespace {
 // next poll reports it again at once.
 constexpr int kShortageMs = 100;
 
-void closeKeepingError(int fd) {
-  const int error = errno;
-  close(fd);
-  errno = error;
-}
-
-// A descriptor that listens, or -1 with errno set.
-int listenAt(const sockaddr* address, socklen_t length) {
-  const int fd = socket(address->sa_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-  if (fd < 0) return -1;
+// A descriptor that listens, or none with errno set.
+base::Descriptor listenAt(const sockaddr* address, socklen_t length) {
+  base::Descriptor made(socket(address->sa_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (!made) return made;
+  const int fd = made.get();
   const int on = 1;
   const int off = 0;
   setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
   setNoDelay(fd);  // which the accepted connections inherit
   if (address->sa_family == AF_INET6) setsockopt(fd, IPPROTO_IPV6, IPV6_V6ONLY, &off, sizeof off);
-  if (bind(fd, address, length) == 0 && ::listen(fd, SOMAXCONN) == 0) return fd;
-  closeKeepingError(fd);
-  return -1;
+  if (bind(fd, address, length) == 0 && ::listen(fd, SOMAXCONN) == 0) return made;
+  return {};
 }
 
-int listenEverywhere(unsigned short port) {
+base::Descriptor listenEverywhere(unsigned short port) {
   sockaddr_in6 six{};
   six.sin6_family = AF_INET6;
   six.sin6_port = htons(port);
-  const int fd = listenAt(reinterpret_cast<const sockaddr*>(&six), sizeof six);
-  if (fd >= 0 || (errno != EAFNOSUPPORT && errno != EADDRNOTAVAIL)) return fd;
+  base::Descriptor made = listenAt(reinterpret_cast<const sockaddr*>(&six), sizeof six);
+  if (made || (errno != EAFNOSUPPORT && errno != EADDRNOTAVAIL)) return made;
   sockaddr_in four{};
   four.sin_family = AF_INET;
   four.sin_port = htons(port);
   return listenAt(reinterpret_cast<const sockaddr*>(&four), sizeof four);
 }
 
-int listenOn(const char* address, unsigned short port) {
+base::Descriptor listenOn(const char* address, unsigned short port) {
   const jxplatform::AddressList found = jxplatform::resolve(address, port, AI_NUMERICHOST | AI_PASSIVE);
   if (found != nullptr) return listenAt(found->ai_addr, found->ai_addrlen);
   errno = EINVAL;
-  return -1;
+  return {};
 }
 
 bool isShortage(int error) { return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM; }
@@ -82,15 +75,15 @@ bool isPassing(int error) {
   }
 }
 
-// A connected descriptor, or -1 with errno set. Without time everything that is there already gets its turn.
-int acceptWithin(int listening, int timeoutMs) {
+// A connected descriptor, or none with errno set. Without time everything that is there already gets its turn.
+base::Descriptor acceptWithin(int listening, int timeoutMs) {
   const base::Deadline deadline(timeoutMs);
   for (;;) {
-    const int fd = accept4(listening, nullptr, nullptr, SOCK_CLOEXEC);
-    if (fd >= 0 || !isPassing(errno)) return fd;
+    base::Descriptor made(accept4(listening, nullptr, nullptr, SOCK_CLOEXEC));
+    if (made || !isPassing(errno)) return made;
     const bool nothingThere = errno == EAGAIN;
     const int leftMs = deadline.remainingMs();
-    if (leftMs == 0 && (nothingThere || timeoutMs > 0)) return -1;
+    if (leftMs == 0 && (nothingThere || timeoutMs > 0)) return made;
     pollfd entry{listening, POLLIN, 0};
     if (nothingThere) poll(&entry, 1, leftMs);
   }
@@ -105,30 +98,30 @@ int TCP::listen(unsigned short port, const char* address) {
     errno = ENOMEM;
     return 0;
   }
-  impl_->stopListening();
+  impl_->listening = {};
   impl_->stream.reset(-1);
   try {
     impl_->listening = address == nullptr ? listenEverywhere(port) : listenOn(address, port);
   } catch (const std::bad_alloc&) {
     errno = ENOMEM;
   }
-  return impl_->listening >= 0 ? 1 : 0;
+  return impl_->listening ? 1 : 0;
 }
 
 IPC* TCP::accept(int timeoutMs) {
   if (impl_ == nullptr) return nullptr;
-  const int fd = acceptWithin(impl_->listening, timeoutMs);
-  if (fd < 0) {
+  base::Descriptor made = acceptWithin(impl_->listening.get(), timeoutMs);
+  if (!made) {
     if (isShortage(errno)) waitOutShortage();
     return nullptr;
   }
   try {
     auto connection = std::make_unique<Impl>();
     std::unique_ptr<TCP> stream(new TCP(std::move(connection)));
-    stream->impl_->stream.reset(fd);
+    stream->impl_->stream.reset(made.release());
     return stream.release();
   } catch (const std::bad_alloc&) {
-    close(fd);
+    made = {};
     waitOutShortage();
     return nullptr;
   }
