@@ -28,17 +28,11 @@ constexpr long kClockCheckNs = 100000000;
 constexpr int kNoProxy = -1;
 constexpr int kNoGateway = -2;
 
-constexpr const char* kCannotReadInformation =
-    "<span style='color:#f00'><b>Error:</b></span><br>Cannot read information.<br>Cloudproxy not running?";
-constexpr const char* kCannotReadSettings =
-    "<span style='color:#f00'><b>Error:</b></span><br>Cannot read settings.<br>Cloudproxy not running?";
-constexpr const char* kCannotWriteSettings =
-    "<span style='color:#f00'><b>Error:</b></span><br>Cannot write settings.<br>Cloudproxy not running?";
-constexpr const char* kNoResponse =
-    "<span style='color:#f00'><b>Error:</b></span><br>No response.<br>Cloudproxy not running?";
-constexpr const char* kNoCloudResponse = "<span style='color:#f00'><b>Error:</b></span><br>No cloud response (timeout)";
-constexpr const char* kReachable = "<span style='color:#0f0'><b>Cloud reachable</b></span><br>";
-constexpr const char* kNotReachable = "<span style='color:#f00'><b>Cloud not reachable</b></span><br>";
+constexpr const char* kCannotReadInformation = "Cannot read information.<br>Cloudproxy not running?";
+constexpr const char* kCannotReadSettings = "Cannot read settings.<br>Cloudproxy not running?";
+constexpr const char* kCannotWriteSettings = "Cannot write settings.<br>Cloudproxy not running?";
+constexpr const char* kNoResponse = "No response.<br>Cloudproxy not running?";
+constexpr const char* kNoCloudResponse = "No cloud response (timeout)";
 
 void showResult(PageVars& vars, const std::string& text) {
   vars["text"] = text;
@@ -47,7 +41,7 @@ void showResult(PageVars& vars, const std::string& text) {
 
 void runInformation(PageVars& vars) {
   ProxyInfo info;
-  if (readProxyInfo(info) != 0) return showResult(vars, kCannotReadInformation);
+  if (readProxyInfo(info) != 0) return showResult(vars, errorText(kCannotReadInformation));
   vars["version"] = info.version;
   vars["auth_ex_support"] = std::string(1, info.auth_ex_support);
   vars["device_type"] = info.device_type;
@@ -64,7 +58,7 @@ int writeSettings(const std::string& environment, const std::string& cert, bool 
 
 void runSettings(PageVars& vars) {
   ProxySettings settings;
-  if (readProxySettings(settings) != 0) return showResult(vars, kCannotReadSettings);
+  if (readProxySettings(settings) != 0) return showResult(vars, errorText(kCannotReadSettings));
   vars["cloud_env"] = settings.cloud_env;
   vars["cloud_env_list"] = settings.cloud_env_list;
   vars["auth_ex_support"] = std::string(1, settings.auth_ex_support);
@@ -74,7 +68,7 @@ void runSettings(PageVars& vars) {
   settings.cert = vars["cert"];
   if (writeSettings(settings.cloud_env, settings.cert, settings.auth_ex_support == '1') == 0) return;
   vars.clear();
-  showResult(vars, kCannotWriteSettings);
+  showResult(vars, errorText(kCannotWriteSettings));
 }
 
 // Returns the code; `reason` becomes its text where there is one. What the proxy says of the result does not count: a
@@ -94,16 +88,17 @@ void waitUntil(const TimeStamp& deadline) {
 }
 
 std::string describeStatus(const std::string& host, int code, const std::string& reason) {
-  const char* const heading = code >= 200 && code <= 299 ? kReachable : kNotReachable;
-  return heading + zorgui::uiPrint(
-                       "<b>Gateway:</b><div class='text_nowrap_tick'>%s</div>"
-                       "<b>Status</b>:<div class='text_nowrap_tick'>%d (%s)</div>",
-                       host.c_str(), code, reason.c_str());
+  const bool isReachable = code >= 200 && code <= 299;
+  const std::string head = isReachable ? successHead("Cloud reachable") : failureHead("Cloud not reachable");
+  return head + zorgui::uiPrint(
+                    "<b>Gateway:</b><div class='text_nowrap_tick'>%s</div>"
+                    "<b>Status</b>:<div class='text_nowrap_tick'>%d (%s)</div>",
+                    host.c_str(), code, reason.c_str());
 }
 
 void runCheck(PageVars& vars) {
   ProxySettings settings;
-  if (readProxySettings(settings) != 0) return showResult(vars, kCannotReadSettings);
+  if (readProxySettings(settings) != 0) return showResult(vars, errorText(kCannotReadSettings));
   vars["text"] = "Connect to gateway:<div class='text_nowrap_tick'>" + settings.cloud_hostname + "</div>";
   showPageAsync(vars, "wait.html");
   // So long the waiting page stays for the operator to read, unless there is no status to show after it.
@@ -111,8 +106,8 @@ void runCheck(PageVars& vars) {
   vars.clear();
   std::string reason;
   const int code = checkCloud(reason);
-  if (code == kNoProxy) return showResult(vars, kNoResponse);
-  if (code < 0) return showResult(vars, kNoCloudResponse);
+  if (code == kNoProxy) return showResult(vars, errorText(kNoResponse));
+  if (code < 0) return showResult(vars, errorText(kNoCloudResponse));
   waitUntil(deadline);
   showResult(vars, describeStatus(settings.cloud_hostname, code, reason));
 }

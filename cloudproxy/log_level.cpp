@@ -64,7 +64,7 @@ void runLogLevelPage() {
   PageVars vars;
   const int level = readLogLevel();
   if (level < 0) {
-    vars["text"] = "<span style='color:#f00'><b>Error:</b></span><br>Cannot read loglevel.<br>Cloudproxy not running?";
+    vars["text"] = errorText("Cannot read loglevel.<br>Cloudproxy not running?");
     showPage(vars, "result.html");
     return;
   }

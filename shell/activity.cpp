@@ -10,7 +10,7 @@ namespace {
 void showFailure() {
   try {
     PageVars vars;
-    vars["text"] = "<span style='color:#f00'><b>Error:</b></span><br>Cannot continue.<br>Out of memory?";
+    vars["text"] = errorText("Cannot continue.<br>Out of memory?");
     showPage(vars, "result.html");
   } catch (const std::exception&) {
     return;

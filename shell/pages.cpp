@@ -5,6 +5,14 @@
 #include <cstdio>
 #include <utility>
 
+namespace {
+
+std::string headOf(const char* colour, const char* words) {
+  return std::string("<span style='color:") + colour + "'><b>" + words + "</b></span><br>";
+}
+
+}  // namespace
+
 int showPage(PageVars& vars, const std::string& page, zorgui::UICallback callback, void* data) {
   return zorgui::uiInvokeURL(0, 0, vars, page, callback, data);
 }
@@ -17,6 +25,12 @@ int showPlainPage(const std::string& page, zorgui::UICallback callback, void* da
   PageVars vars;
   return showPage(vars, page, callback, data);
 }
+
+std::string failureHead(const char* words) { return headOf("#f00", words); }
+
+std::string successHead(const char* words) { return headOf("#0f0", words); }
+
+std::string errorText(const char* what) { return failureHead("Error:") + what; }
 
 void formatText(std::string& text, const char* format, ...) {
   text.clear();  // before the arguments are read: a text that is its own argument is empty there

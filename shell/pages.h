@@ -23,5 +23,13 @@ void showPageAsync(const PageVars& vars, const std::string& page, zorgui::UIAsyn
 // Shows `page` without variables and blocks until it returns. Returns the page's result.
 int showPlainPage(const std::string& page, zorgui::UICallback callback = nullptr, void* data = nullptr);
 
+// The words with which a result page's text begins: bold, on a line of their own, in red for a failure and in green for
+// a success. HTML, as is `what` below.
+std::string failureHead(const char* words);
+std::string successHead(const char* words);
+
+// What a result page says of a failure: "Error:" as such a head, and then `what`.
+std::string errorText(const char* what);
+
 // Formats into `text`, which is cleared first, as the C library's printf does.
 void formatText(std::string& text, const char* format, ...) __attribute__((format(printf, 2, 3)));

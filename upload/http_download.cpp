@@ -26,9 +26,7 @@ void waitForAddresses(PageVars& vars, AddressList& addresses) {
 }
 
 void showNoAddress(PageVars& vars) {
-  vars["text"] =
-      "<span style='color:#f00'><b>Error:</b></span><br>Cannot fetch terminal IP address.<br>Network not (yet) "
-      "running?";
+  vars["text"] = errorText("Cannot fetch terminal IP address.<br>Network not (yet) running?");
   showPage(vars, "result.html");
 }
 

@@ -101,4 +101,10 @@ TEST(FormatText, OutputAsArgument_IsClearedBeforeItIsRead) {
   EXPECT_EQ(text, "[]");
 }
 
+TEST_F(PagesTest, Heads_AreBoldAndRedOrGreenOnALineOfTheirOwn) {
+  EXPECT_EQ(failureHead("Download aborted"), "<span style='color:#f00'><b>Download aborted</b></span><br>");
+  EXPECT_EQ(successHead("Download successful"), "<span style='color:#0f0'><b>Download successful</b></span><br>");
+  EXPECT_EQ(errorText("No response.<br>"), "<span style='color:#f00'><b>Error:</b></span><br>No response.<br>");
+}
+
 }  // namespace
