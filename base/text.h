@@ -8,8 +8,13 @@
 
 namespace base {
 
-[[nodiscard]] bool beginsWith(std::string_view text, std::string_view beginning);
-[[nodiscard]] bool endsWith(std::string_view text, std::string_view ending);
+[[nodiscard]] constexpr bool beginsWith(std::string_view text, std::string_view beginning) {
+  return text.substr(0, beginning.size()) == beginning;
+}
+
+[[nodiscard]] constexpr bool endsWith(std::string_view text, std::string_view ending) {
+  return text.size() >= ending.size() && text.substr(text.size() - ending.size()) == ending;
+}
 
 // `text` with the letters A to Z in lower case.
 [[nodiscard]] std::string lowerCase(std::string text);
