@@ -4,11 +4,12 @@
 
 #include "fuzz/input.h"
 #include "shell/install.h"
+#include "upload/upload_pages.h"
 
 namespace {
 
-const std::string kBegin = "<!DOCTYPE html>\n<html>\n<body>\n<form action='/' method='GET'>\nUpload successful<br>\n";
-const std::string kEnd = "<input type='submit' value='OK'>\n</form>\n</body>\n</html>\n";
+const std::string kBegin = std::string(kUploadResultBegin) + kUploadSuccessful;
+const std::string kEnd = kUploadResultEnd;
 
 void checkLog(const jxpush::AnswerPage& page, std::size_t size) {
   std::size_t bytes = 0;

@@ -9,24 +9,9 @@
 #include "base/text.h"
 #include "shell/install.h"
 #include "shell/source_directory.h"
+#include "upload/upload_pages.h"
 
 namespace {
-
-constexpr const char* kFormPage =
-    "<!DOCTYPE html>\n"
-    "<html>\n"
-    "<body>\n"
-    "<form action='upload' method='post' enctype='multipart/form-data'>\n"
-    "  <h1>JX application file upload</h1>\n"
-    "  Filename: <input type='file' name='upload' multiple><br>\n"
-    "  <input type='submit' value='Upload file'>\n"
-    "</form><br>\n"
-    "Certificates on terminal: <a href='certificates.tar'>certificates.tar</a>\n"
-    "</body>\n"
-    "</html>\n";
-
-constexpr const char* kResultPageBegin = "<!DOCTYPE html>\n<html>\n<body>\n<form action='/' method='GET'>\n";
-constexpr const char* kResultPageEnd = "<input type='submit' value='OK'>\n</form>\n</body>\n</html>\n";
 
 // A directory whose name does not fit is a mistake in how the terminal is set up, which ends the process.
 std::string uploadTarget() {
@@ -41,7 +26,7 @@ std::string uploadTarget() {
 JXDownloadServer::~JXDownloadServer() = default;
 
 bool JXDownloadServer::doGET(const std::string& path) {
-  if (path == "/" || base::beginsWith(path, "/?")) return sendResponse(200, kFormPage, "text/html", {});
+  if (path == "/" || base::beginsWith(path, "/?")) return sendResponse(200, kUploadForm, "text/html", {});
   // A prefix is enough, deliberately: with a query or a longer extension it is the same archive.
   if (base::beginsWith(path, "/certificates.tar")) return sendCertificates();
   return sendNotFound();
@@ -67,15 +52,15 @@ bool JXDownloadServer::sendCertificates() {
 bool JXDownloadServer::receiveUpload() {
   static_cast<void>(jxapp::jxInstallCreateSourceDir());  // without it no file can be opened, which shows in the page
   // Made before anything is stored: memory that runs out between reception and installation would leave files behind.
-  std::string page = std::string(kResultPageBegin) + "Upload successful<br>\n";
+  std::string page = std::string(kUploadResultBegin) + kUploadSuccessful;
   {
     const SourceDirectoryUse use;
     if (receiveMultipart("upload", uploadTarget(), true)) {
       installPackages(page);
     } else {
-      page = std::string(kResultPageBegin) + "Upload failed<br>\n";
+      page = std::string(kUploadResultBegin) + kUploadFailed;
     }
   }
-  page += kResultPageEnd;
+  page += kUploadResultEnd;
   return sendResponse(200, page, "text/html", {});
 }

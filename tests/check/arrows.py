@@ -33,7 +33,7 @@ ALLOWED = {
     "tools/jxpack": {"base", "platform/linux/openssl"},
     "tools/jxpush": {"base", "tools/jxpush/common", "tools/jxpush/http", "tools/jxpush/output", "tools/jxpush/serial"},
     "tools/jxpush/common": {"base", "platform/linux/openssl"},
-    "tools/jxpush/http": {"base", "http", "platform/linux/openssl", "tools/jxpush/common"},
+    "tools/jxpush/http": {"base", "http", "platform/linux/openssl", "tools/jxpush/common", "upload"},
     "tools/jxpush/output": {"base", "tools/jxpush/common"},
     "tools/jxpush/serial": {"base", "serial", "tools/jxpush/common"},
     "bench/http": {"base", "http", "shell", "upload"},

@@ -38,6 +38,8 @@ class ArrowsTest(unittest.TestCase):
         self.assert_forbidden("platform/linux/zoripc/a.cpp", '#include "http/thread.h"')
         self.assert_forbidden("tools/jxpush/a.cpp", '#include "platform/linux/support/root.h"')
         self.assert_allowed("tools/jxpush/serial/a.cpp", '#include "serial/crc16.h"')
+        self.assert_allowed("tools/jxpush/http/a.cpp", '#include "upload/upload_pages.h"')
+        self.assert_forbidden("tools/jxpush/output/a.cpp", '#include "upload/upload_pages.h"')
 
     def test_everything_may_use_the_lowest_floor_which_uses_nothing(self):
         for folder in ("http", "shell", "upload", "serial", "cloudproxy", "platform/linux/zoripc", "tools/jxpush"):

@@ -3,29 +3,14 @@
 #include <algorithm>
 #include <cstring>
 #include <iterator>
+#include <string_view>
 
 #include "base/text.h"
+#include "upload/upload_pages.h"
 
 namespace jxpush {
 
 namespace {
-
-constexpr const char* kBegin = "<!DOCTYPE html>\n<html>\n<body>\n<form action='/' method='GET'>\n";
-constexpr const char* kEnd = "<input type='submit' value='OK'>\n</form>\n</body>\n</html>\n";
-constexpr const char* kStored = "Upload successful<br>\n";
-constexpr const char* kFailed = "Upload failed<br>\n";
-constexpr const char* kFormPage =
-    "<!DOCTYPE html>\n"
-    "<html>\n"
-    "<body>\n"
-    "<form action='upload' method='post' enctype='multipart/form-data'>\n"
-    "  <h1>JX application file upload</h1>\n"
-    "  Filename: <input type='file' name='upload' multiple><br>\n"
-    "  <input type='submit' value='Upload file'>\n"
-    "</form><br>\n"
-    "Certificates on terminal: <a href='certificates.tar'>certificates.tar</a>\n"
-    "</body>\n"
-    "</html>\n";
 
 struct Entity {
   const char* html;
@@ -139,20 +124,22 @@ class LogParser {
 }  // namespace
 
 std::optional<AnswerPage> parseAnswerPage(const std::string& html) {
-  const std::size_t around = std::strlen(kBegin) + std::strlen(kEnd);
+  constexpr std::string_view kBegin = kUploadResultBegin;
+  constexpr std::string_view kEnd = kUploadResultEnd;
+  const std::size_t around = kBegin.size() + kEnd.size();
   if (html.size() < around || !base::beginsWith(html, kBegin) || !base::endsWith(html, kEnd)) return std::nullopt;
-  const std::string inner = html.substr(std::strlen(kBegin), html.size() - around);
+  const std::string inner = html.substr(kBegin.size(), html.size() - around);
   AnswerPage page;
-  if (inner == kFailed) return page;
-  if (!base::beginsWith(inner, kStored)) return std::nullopt;
+  if (inner == kUploadFailed) return page;
+  if (!base::beginsWith(inner, kUploadSuccessful)) return std::nullopt;
   page.stored = true;
-  const std::string log = inner.substr(std::strlen(kStored));
+  const std::string log = inner.substr(std::strlen(kUploadSuccessful));
   LogParser parser(log);
   if (!parser.run()) return std::nullopt;
   page.log = std::move(parser.lines);
   return page;
 }
 
-bool isFormPage(const std::string& html) { return html == kFormPage; }
+bool isFormPage(const std::string& html) { return html == kUploadForm; }
 
 }  // namespace jxpush

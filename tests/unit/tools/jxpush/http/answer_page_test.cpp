@@ -2,14 +2,17 @@
 
 #include <gtest/gtest.h>
 
+#include "upload/upload_pages.h"
+
 using namespace jxpush;
 using Kind = LogLine::Kind;
 
 namespace {
 
-const std::string kBegin = "<!DOCTYPE html>\n<html>\n<body>\n<form action='/' method='GET'>\n";
-const std::string kEnd = "<input type='submit' value='OK'>\n</form>\n</body>\n</html>\n";
-const std::string kStored = "Upload successful<br>\n";
+// Which bytes they are, the upload server's tests say.
+const std::string kBegin = kUploadResultBegin;
+const std::string kEnd = kUploadResultEnd;
+const std::string kStored = kUploadSuccessful;
 const std::string kRed = "<span style='color:#f00'>";
 const std::string kGreen = "<span style='color:#0a0'>";
 
@@ -34,7 +37,7 @@ void expectLines(const std::string& log, const std::vector<LogLine>& lines) {
 }  // namespace
 
 TEST(AnswerPage, UploadFailed_HasNoLog) {
-  const auto page = parseAnswerPage(kBegin + "Upload failed<br>\n" + kEnd);
+  const auto page = parseAnswerPage(kBegin + kUploadFailed + kEnd);
   ASSERT_TRUE(page);
   EXPECT_FALSE(page->stored);
   EXPECT_TRUE(page->log.empty());
@@ -165,11 +168,7 @@ TEST(AnswerPage, WhatTheTerminalDoesNotWrite_IsNoPage) {
 }
 
 TEST(FormPage, OnlyTheTerminalsOwn_IsOne) {
-  const std::string page =
-      "<!DOCTYPE html>\n<html>\n<body>\n<form action='upload' method='post' enctype='multipart/form-data'>\n"
-      "  <h1>JX application file upload</h1>\n  Filename: <input type='file' name='upload' multiple><br>\n"
-      "  <input type='submit' value='Upload file'>\n</form><br>\n"
-      "Certificates on terminal: <a href='certificates.tar'>certificates.tar</a>\n</body>\n</html>\n";
+  const std::string page = kUploadForm;
   EXPECT_TRUE(isFormPage(page));
   EXPECT_FALSE(isFormPage(page + "\n"));
   EXPECT_FALSE(isFormPage(""));
