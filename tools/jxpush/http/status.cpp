@@ -2,11 +2,11 @@
 
 #include <cstdio>
 #include <ctime>
-#include <nlohmann/json.hpp>
 #include <stdexcept>
 
 #include "base/text.h"
 #include "http/status_text.h"
+#include "tools/jxpush/common/json_line.h"
 #include "tools/jxpush/common/problem.h"
 #include "tools/jxpush/common/stop_signals.h"
 #include "tools/jxpush/http/answer_page.h"
@@ -81,7 +81,7 @@ void printText(const HttpConnection& connection, const std::vector<Certificate>&
 }
 
 int report(const nlohmann::json& result) {
-  std::printf("%s\n", result.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
+  std::printf("%s\n", jsonLine(result).c_str());
   std::fflush(stdout);
   return result["code"];
 }

@@ -6,10 +6,10 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <nlohmann/json.hpp>
 #include <string>
 
 #include "base/text.h"
+#include "tools/jxpush/common/json_line.h"
 
 namespace jxpush {
 
@@ -112,8 +112,8 @@ class JsonReporter : public LineReporter {
   using LineReporter::LineReporter;
 
  protected:
-  void showWaiting(const std::string& text) override { print(dump({{"event", "waiting"}, {"for", text}})); }
-  void showInstalling() override { print(dump({{"event", "installing"}})); }
+  void showWaiting(const std::string& text) override { print(jsonLine({{"event", "waiting"}, {"for", text}})); }
+  void showInstalling() override { print(jsonLine({{"event", "installing"}})); }
   std::string text(const Progress& progress) override {
     nlohmann::json object = {{"event", "progress"},
                              {"file", progress.file->name()},
@@ -123,12 +123,7 @@ class JsonReporter : public LineReporter {
                              {"rate", static_cast<std::uint64_t>(progress.rate())},
                              {"sent_again", progress.sentAgain}};
     if (progress.secondsLeft() >= 0) object["seconds_left"] = std::llround(progress.secondsLeft());
-    return dump(object);
-  }
-
- private:
-  static std::string dump(const nlohmann::json& object) {
-    return object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    return jsonLine(object);
   }
 };
 

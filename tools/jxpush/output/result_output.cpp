@@ -1,8 +1,8 @@
 #include "tools/jxpush/output/result_output.h"
 
 #include <cstdio>
-#include <nlohmann/json.hpp>
 
+#include "tools/jxpush/common/json_line.h"
 #include "tools/jxpush/output/install_log.h"
 
 namespace jxpush {
@@ -10,7 +10,7 @@ namespace jxpush {
 namespace {
 
 void printJson(const nlohmann::json& object) {
-  std::printf("%s\n", object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
+  std::printf("%s\n", jsonLine(object).c_str());
   std::fflush(stdout);
 }
 
