@@ -18,7 +18,7 @@ struct SourceFile {
 // All files below `folder`, by path, with their digests. Throws Problem when there is none, one cannot be read, or the
 // installer would not take it: a link, a device, an empty directory, a path against the rules, too many or too much.
 // The file `output`, where it exists, must not be among them.
-std::vector<SourceFile> readTree(const std::string& folder, const std::string& output);
+[[nodiscard]] std::vector<SourceFile> readTree(const std::string& folder, const std::string& output);
 
 // Hands the content of `folder`/`file.path` to `sink` piece by piece. Throws Problem when it cannot be read or is no
 // longer what the digest says.

@@ -8,6 +8,7 @@
 
 #include "base/atomic_file.h"
 #include "base/file_io.h"
+#include "base/ignore.h"
 #include "tools/jxpack/file_tree.h"
 #include "tools/jxpack/manifest_text.h"
 #include "tools/jxpack/package_writer.h"
@@ -50,7 +51,7 @@ void makePackage(Options options) {
   while (options.folder.size() > 1 && options.folder.back() == '/') options.folder.pop_back();
   jxpack::PackageContent content;
   // The facts first: they are refused without reading a file.
-  jxpack::manifestText(options.facts, {});
+  base::ignore(jxpack::manifestText(options.facts, {}));
   content.folder = options.folder;
   content.files = jxpack::readTree(options.folder, options.output);
   content.manifest = jxpack::manifestText(options.facts, content.files);

@@ -16,6 +16,6 @@ struct PackageFacts {
 
 // Its bytes: the same for the same facts and files. Throws Problem when a fact is against the rules, the description is
 // not UTF-8, or the manifest would be too long.
-std::string manifestText(const PackageFacts& facts, const std::vector<SourceFile>& files);
+[[nodiscard]] std::string manifestText(const PackageFacts& facts, const std::vector<SourceFile>& files);
 
 }  // namespace jxpack

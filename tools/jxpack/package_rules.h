@@ -21,12 +21,12 @@ constexpr std::uint64_t kFreeUnpackedBytes = std::uint64_t{16} << 20;
 constexpr std::uint64_t kMaxRatio = 200;
 
 // What is wrong with it; empty when nothing is.
-std::string nameProblem(const std::string& name);
-std::string versionProblem(const std::string& version);
-std::string descriptionProblem(const std::string& description);
-std::string pathProblem(const std::string& path);
+[[nodiscard]] std::string nameProblem(const std::string& name);
+[[nodiscard]] std::string versionProblem(const std::string& version);
+[[nodiscard]] std::string descriptionProblem(const std::string& description);
+[[nodiscard]] std::string pathProblem(const std::string& path);
 
 // Two of the paths, or parts of them that are directories, that differ in case only; empty when there are none.
-std::string caseProblem(const std::vector<std::string>& paths);
+[[nodiscard]] std::string caseProblem(const std::vector<std::string>& paths);
 
 }  // namespace jxpack

@@ -13,7 +13,7 @@ enum class ExitCode { kDone = 0, kRefused = 1, kUsage = 2, kFile = 3, kSigning =
 class Problem : public std::runtime_error {
  public:
   Problem(ExitCode code, const std::string& text) : std::runtime_error(text), code_(code) {}
-  ExitCode code() const { return code_; }
+  [[nodiscard]] ExitCode code() const { return code_; }
 
  private:
   ExitCode code_;

@@ -9,6 +9,7 @@ namespace jxpack {
 // that stands first in `certificatePath` and those that follow it (both PEM; the key without a passphrase). The
 // signature names its time: now, or $SOURCE_DATE_EPOCH (seconds since 1970) where that is set. Throws Problem: exit
 // code 3 when a file cannot be read, 4 when key or certificate do not serve.
-std::string sign(const std::string& manifest, const std::string& keyPath, const std::string& certificatePath);
+[[nodiscard]] std::string sign(const std::string& manifest, const std::string& keyPath,
+                               const std::string& certificatePath);
 
 }  // namespace jxpack

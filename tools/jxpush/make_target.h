@@ -9,6 +9,6 @@
 namespace jxpush {
 
 // The target that `address`, such as "serial:/dev/ttyUSB0" or "http://192.168.1.5", names. Throws Problem(kUsage).
-std::unique_ptr<Target> makeTarget(const std::string& address, const TargetOptions& options);
+[[nodiscard]] std::unique_ptr<Target> makeTarget(const std::string& address, const TargetOptions& options);
 
 }  // namespace jxpush

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <optional>
 #include <vector>
 
 #include "base/file_io.h"
@@ -55,7 +56,9 @@ void InputFile::readDigest(const std::function<bool()>& stopped) {
     at += size;
   }
   goOn();
-  sha256_ = orProblem(digest.hex());
+  const std::optional<std::string> hex = digest.hex();
+  if (!hex) throw Problem(ExitCode::kGaveUp, "libcrypto cannot compute SHA-256");
+  sha256_ = *hex;
 }
 
 void InputFile::read(std::uint64_t offset, void* data, std::size_t size) const {

@@ -20,11 +20,11 @@ class InputFile {
   InputFile& operator=(const InputFile&) = delete;
   ~InputFile() = default;
 
-  const std::string& path() const { return path_; }
-  const std::string& name() const { return name_; }  // the path's last part
-  std::uint64_t size() const { return size_; }
+  [[nodiscard]] const std::string& path() const { return path_; }
+  [[nodiscard]] const std::string& name() const { return name_; }  // the path's last part
+  [[nodiscard]] std::uint64_t size() const { return size_; }
   // In 64 lower-case hex digits; empty before readDigest().
-  const std::string& sha256() const { return sha256_; }
+  [[nodiscard]] const std::string& sha256() const { return sha256_; }
 
   // Reads the whole file for its digest, which takes a while for a large one: `stopped`, unless empty, is asked before
   // each piece and at the end. Throws Problem: kInput, kInterrupted once `stopped` has said true.

@@ -29,6 +29,6 @@ struct CommandLine {
 };
 
 // Reads the command line; prints the help on standard output, what is wrong with it on standard error.
-CommandLine readCommandLine(int argc, char** argv);
+[[nodiscard]] CommandLine readCommandLine(int argc, char** argv);
 
 }  // namespace jxpush

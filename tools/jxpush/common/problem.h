@@ -1,7 +1,6 @@
 // How jxpush ends, and the failure that leads there.
 #pragma once
 
-#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -23,7 +22,7 @@ enum class ExitCode : int {
 };
 
 // The word that stands for a code in machine-readable output.
-inline const char* statusWord(ExitCode code) {
+[[nodiscard]] inline const char* statusWord(ExitCode code) {
   switch (code) {
     case ExitCode::kSent:
       return "sent";
@@ -58,18 +57,12 @@ class Problem : public std::runtime_error {
   // `status`, a literal, in place of the code's own word.
   Problem(ExitCode code, const std::string& message, const char* status)
       : std::runtime_error(message), code_(code), status_(status) {}
-  ExitCode code() const { return code_; }
-  const char* status() const { return status_; }
+  [[nodiscard]] ExitCode code() const { return code_; }
+  [[nodiscard]] const char* status() const { return status_; }
 
  private:
   ExitCode code_;
   const char* status_;
 };
-
-// The digest, where the cryptographic library gave one. Throws Problem(kGaveUp).
-[[nodiscard]] inline std::string orProblem(const std::optional<std::string>& digest) {
-  if (!digest) throw Problem(ExitCode::kGaveUp, "libcrypto cannot compute SHA-256");
-  return *digest;
-}
 
 }  // namespace jxpush

@@ -6,9 +6,9 @@ namespace jxpush {
 // From now on the first SIGINT, SIGTERM or SIGHUP makes the returned descriptor readable for good; a second one ends
 // the program at once. A SIGHUP that is ignored stays ignored. Once per program. Throws Problem(kGaveUp) where the
 // system has no descriptor left.
-int catchStopSignals();
+[[nodiscard]] int catchStopSignals();
 
 // Whether `stopFd`, from catchStopSignals(), is readable. Does not wait.
-bool stopAsked(int stopFd);
+[[nodiscard]] bool stopAsked(int stopFd);
 
 }  // namespace jxpush

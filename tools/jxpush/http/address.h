@@ -11,14 +11,14 @@ struct HttpAddress {
   std::string hostField;  // as the request's "Host" field names it
 
   // "http://HOST:PORT", for messages.
-  std::string text() const { return "http://" + hostField; }
+  [[nodiscard]] std::string text() const { return "http://" + hostField; }
 };
 
 // True when `target` begins with "http:" or "https:", in any letter case.
-bool isHttpTarget(const std::string& target);
+[[nodiscard]] bool isHttpTarget(const std::string& target);
 
 // Reads "http://HOST[:PORT][/]"; the port is 6370 where none is given, an IPv6 address stands in brackets. Throws
 // Problem(kUsage).
-HttpAddress parseHttpAddress(const std::string& target);
+[[nodiscard]] HttpAddress parseHttpAddress(const std::string& target);
 
 }  // namespace jxpush

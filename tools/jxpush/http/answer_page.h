@@ -17,9 +17,9 @@ struct AnswerPage {
 // Reads the page strictly: nothing for a page that a terminal does not write. A line is an error or a warning when the
 // page marks it so and it begins with "Error:" or "Warning:", or when it is unmarked and begins so; further lines in
 // one mark are of the same kind.
-std::optional<AnswerPage> parseAnswerPage(const std::string& html);
+[[nodiscard]] std::optional<AnswerPage> parseAnswerPage(const std::string& html);
 
 // True for the page with the upload form that a terminal shows at "/".
-bool isFormPage(const std::string& html);
+[[nodiscard]] bool isFormPage(const std::string& html);
 
 }  // namespace jxpush

@@ -9,7 +9,7 @@
 #include <array>
 #include <ctime>
 #include <memory>
-#include <stdexcept>
+#include <optional>
 
 #include "platform/linux/openssl/bio.h"
 #include "platform/linux/openssl/sha256.h"
@@ -25,6 +25,10 @@ constexpr std::int64_t kPerDay = 86400;
 
 using jxplatform::Bio;
 using Reader = std::unique_ptr<archive, int (*)(archive*)>;
+
+[[noreturn]] void fail(const std::string& reason) {
+  throw Problem(ExitCode::kGaveUp, "the terminal's certificates.tar cannot be read: " + reason, "bad-archive");
+}
 
 std::string nameText(const X509_NAME* name) {
   const Bio bio(BIO_new(BIO_s_mem()));
@@ -50,7 +54,9 @@ std::string digestOf(X509* certificate) {
   jxplatform::Sha256 digest;
   digest.add(der, static_cast<std::size_t>(size));
   OPENSSL_free(der);
-  return orProblem(digest.hex());
+  const std::optional<std::string> hex = digest.hex();
+  if (!hex) fail("libcrypto cannot compute SHA-256");
+  return *hex;
 }
 
 Certificate describe(const std::string& file, X509* x509) {
@@ -83,7 +89,7 @@ void addCertificates(const std::string& file, const std::string& pem, std::vecto
 
 [[noreturn]] void fail(archive* reader) {
   const char* const reason = archive_error_string(reader);
-  throw std::runtime_error(reason == nullptr ? "unreadable" : reason);
+  fail(reason == nullptr ? "unreadable" : reason);
 }
 
 std::string readEntry(archive* reader) {
@@ -94,7 +100,7 @@ std::string readEntry(archive* reader) {
     if (count < 0) fail(reader);
     if (count == 0) return content;
     content.append(block.data(), static_cast<std::size_t>(count));
-    if (static_cast<std::int64_t>(content.size()) > kLargestEntry) throw std::runtime_error("an entry is too large");
+    if (static_cast<std::int64_t>(content.size()) > kLargestEntry) fail("an entry is too large");
   }
 }
 
@@ -102,7 +108,7 @@ std::string readEntry(archive* reader) {
 
 std::vector<Certificate> readCertificateArchive(const std::string& archive) {
   const Reader reader(archive_read_new(), archive_read_free);
-  if (!reader || archive_read_support_format_tar(reader.get()) != ARCHIVE_OK) throw std::runtime_error("no tar reader");
+  if (!reader || archive_read_support_format_tar(reader.get()) != ARCHIVE_OK) fail("no tar reader");
   if (archive_read_open_memory(reader.get(), archive.data(), archive.size()) != ARCHIVE_OK) fail(reader.get());
   std::vector<Certificate> found;
   for (;;) {
@@ -113,7 +119,7 @@ std::vector<Certificate> readCertificateArchive(const std::string& archive) {
     if (archive_entry_filetype(entry) != AE_IFREG) continue;
     const char* const name = archive_entry_pathname(entry);
     addCertificates(name == nullptr ? "" : name, readEntry(reader.get()), found);
-    if (found.size() >= kMostCertificates) throw std::runtime_error("too many certificates");
+    if (found.size() >= kMostCertificates) fail("too many certificates");
   }
 }
 

@@ -18,10 +18,10 @@ struct Certificate {
 };
 
 // Reads the certificates (PEM) of a tar archive in its order; an entry with several gives several. Throws
-// std::runtime_error when the archive cannot be read.
-std::vector<Certificate> readCertificateArchive(const std::string& archive);
+// Problem(kGaveUp), "bad-archive", when the archive cannot be read.
+[[nodiscard]] std::vector<Certificate> readCertificateArchive(const std::string& archive);
 
 // The point in time `seconds` after 1970 as "YYYY-MM-DDTHH:MM:SSZ"; empty for one beyond the year 9999.
-std::string timeText(std::int64_t seconds);
+[[nodiscard]] std::string timeText(std::int64_t seconds);
 
 }  // namespace jxpush

@@ -30,19 +30,20 @@ class HttpExchange : public zorhtml::HttpProto {
   explicit HttpExchange(const HttpConnection& connection);
 
   // Writes the head of a request for `path`; `length` -1 chunks the body. False when the connection has ended.
-  bool begin(zorhtml::HttpMethod method, const std::string& path, int length, const std::string& contentType);
+  [[nodiscard]] bool begin(zorhtml::HttpMethod method, const std::string& path, int length,
+                           const std::string& contentType);
   // Sends what has been gathered.
-  bool flush() { return connection == nullptr ? false : stream_->flush(); }
+  [[nodiscard]] bool flush() { return connection == nullptr ? false : stream_->flush(); }
 
   // Blocks until the head of the answer is there.
-  AnswerHead readHead();
+  [[nodiscard]] AnswerHead readHead();
   // Reads the answer's body. False when it is cut, damaged or larger than `limit` bytes.
-  bool readContent(std::string& content, std::size_t limit);
+  [[nodiscard]] bool readContent(std::string& content, std::size_t limit);
 
   // Null once the connection has been given up; state() tells why.
-  TerminalStream* stream() const { return connection == nullptr ? nullptr : stream_; }
-  const StreamState& state() const { return state_; }
-  std::string stateText() const { return state_.text(timeout); }
+  [[nodiscard]] TerminalStream* stream() const { return connection == nullptr ? nullptr : stream_; }
+  [[nodiscard]] const StreamState& state() const { return state_; }
+  [[nodiscard]] std::string stateText() const { return state_.text(timeout); }
 
  private:
   StreamState state_;

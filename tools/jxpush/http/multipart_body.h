@@ -11,7 +11,7 @@ namespace jxpush {
 
 // The text that separates parts. That it does not occur in a file cannot be checked for a stream, so that it is random
 // and long enough not to occur: "jxpush-" and 48 hex digits. Throws std::exception where the system has no randomness.
-std::string randomBoundary();
+[[nodiscard]] std::string randomBoundary();
 
 class MultipartBody {
  public:
@@ -19,15 +19,15 @@ class MultipartBody {
   MultipartBody(const std::vector<InputFile>& files, std::string boundary);
 
   // The value of the request's "Content-Type" field.
-  std::string contentType() const { return "multipart/form-data; boundary=" + boundary_; }
+  [[nodiscard]] std::string contentType() const { return "multipart/form-data; boundary=" + boundary_; }
   // What stands before the content of the file.
-  std::string head(std::size_t index) const;
+  [[nodiscard]] std::string head(std::size_t index) const;
   // What stands after the content of the file and makes it whole: the next file's head, or the body's end.
-  std::string tail(std::size_t index) const;
+  [[nodiscard]] std::string tail(std::size_t index) const;
   // Of the whole body, in bytes.
-  std::uint64_t size() const;
+  [[nodiscard]] std::uint64_t size() const;
   // The body's length as a request announces it; -1, for a body in chunks, beyond what an int holds.
-  int announcedLength() const;
+  [[nodiscard]] int announcedLength() const;
 
  private:
   const std::vector<InputFile>& files_;

@@ -11,9 +11,9 @@ namespace jxpush {
 
 // Asks the terminal. Throws Problem: kNoPort when it is unreachable, kGaveUp when what answers is no terminal or its
 // archive cannot be read, kInterrupted. Blocks.
-std::vector<Certificate> readTerminalCertificates(const HttpConnection& connection);
+[[nodiscard]] std::vector<Certificate> readTerminalCertificates(const HttpConnection& connection);
 
 // The command "status": asks and prints, as text or JSON. Returns the exit code. Throws Problem(kUsage).
-int showStatus(const Options& options);
+[[nodiscard]] int showStatus(const Options& options);
 
 }  // namespace jxpush

@@ -31,7 +31,7 @@ struct StreamState {
   bool answering = false;  // the terminal has begun to answer; nothing more is sent
 
   // "the terminal closed the connection" and the like.
-  std::string text(int silenceMs) const;
+  [[nodiscard]] std::string text(int silenceMs) const;
 };
 
 class TerminalStream : public zoripc::IPC {
@@ -41,27 +41,27 @@ class TerminalStream : public zoripc::IPC {
   TerminalStream(std::unique_ptr<zoripc::TCP> connection, int silenceMs, int stopFd, StreamState& state);
 
   // How many bytes of those written have not reached the terminal.
-  std::uint64_t unacknowledged() const;
+  [[nodiscard]] std::uint64_t unacknowledged() const;
   // Sends what was gathered. Returns what write() does.
-  bool flush();
+  [[nodiscard]] bool flush();
   // Waits until the terminal's system has all that was sent, or an answer has come. Calls `onProgress` as it gets more.
   // False when the stream has ended.
-  bool waitUntilArrived(const std::function<void()>& onProgress);
+  [[nodiscard]] bool waitUntilArrived(const std::function<void()>& onProgress);
 
-  int getFD() const override { return connection_->getFD(); }
-  bool readExact(void* data, std::size_t size, int timeoutMs, int gapTimeoutMs = -1) override;
-  std::size_t read(void* data, std::size_t size, int timeoutMs) override;
+  [[nodiscard]] int getFD() const override { return connection_->getFD(); }
+  [[nodiscard]] bool readExact(void* data, std::size_t size, int timeoutMs, int gapTimeoutMs = -1) override;
+  [[nodiscard]] std::size_t read(void* data, std::size_t size, int timeoutMs) override;
   // True also for bytes that are not sent any more because the terminal has begun to answer.
-  bool write(const void* data, std::size_t size) override;
-  bool closed() const override { return state_.end == StreamState::End::Closed; }
-  bool failed() const override { return state_.end != StreamState::End::None && !closed(); }
+  [[nodiscard]] bool write(const void* data, std::size_t size) override;
+  [[nodiscard]] bool closed() const override { return state_.end == StreamState::End::Closed; }
+  [[nodiscard]] bool failed() const override { return state_.end != StreamState::End::None && !closed(); }
 
  private:
-  bool ends(StreamState::End end, int error = 0);
-  bool waitFor(short events, int timeoutMs, short& happened);
-  bool waitForRoom();
-  bool noteInput();
-  bool receive(int timeoutMs);
+  [[nodiscard]] bool ends(StreamState::End end, int error = 0);
+  [[nodiscard]] bool waitFor(short events, int timeoutMs, short& happened);
+  [[nodiscard]] bool waitForRoom();
+  [[nodiscard]] bool noteInput();
+  [[nodiscard]] bool receive(int timeoutMs);
 
   const std::unique_ptr<zoripc::TCP> connection_;
   const int silenceMs_;
@@ -74,6 +74,6 @@ class TerminalStream : public zoripc::IPC {
 };
 
 // A connection to `address`, made within `waitSeconds`. Throws Problem: kNoPort, kInterrupted. Blocks.
-std::unique_ptr<zoripc::TCP> connectTo(const HttpAddress& address, int waitSeconds, int stopFd);
+[[nodiscard]] std::unique_ptr<zoripc::TCP> connectTo(const HttpAddress& address, int waitSeconds, int stopFd);
 
 }  // namespace jxpush

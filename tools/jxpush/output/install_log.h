@@ -12,14 +12,14 @@
 namespace jxpush {
 
 // "text", "error", "warning" or "list".
-const char* kindWord(LogLine::Kind kind);
+[[nodiscard]] const char* kindWord(LogLine::Kind kind);
 
-std::size_t countOf(const std::vector<LogLine>& log, LogLine::Kind kind);
+[[nodiscard]] std::size_t countOf(const std::vector<LogLine>& log, LogLine::Kind kind);
 
 // What speaks against the files having been installed as they were sent: error lines; or, from an installer that tells
 // number, size and SHA-256 of each archive it received ("Package upload-0.zip: 7 bytes, sha256 ..."), a file that is
 // missing there or differs. Empty when nothing does. The files' digests have been read.
-std::string complaintOf(const std::vector<InputFile>& files, const std::vector<LogLine>& log);
+[[nodiscard]] std::string complaintOf(const std::vector<InputFile>& files, const std::vector<LogLine>& log);
 
 // Writes the log with a mark before each line: "!! " error, " ! " warning, blanks otherwise; in colour on a terminal.
 // Control characters become "?".

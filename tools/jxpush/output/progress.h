@@ -18,10 +18,10 @@ struct Progress {
   std::uint64_t bytes = 0;      // acknowledged of all files
   std::uint64_t total = 0;
   std::uint64_t sentAgain = 0;
-  double seconds = 0;          // since the first file began
-  unsigned percent() const;    // of this file
-  double rate() const;         // bytes a second
-  double secondsLeft() const;  // for all files; negative: not known
+  double seconds = 0;                        // since the first file began
+  [[nodiscard]] unsigned percent() const;    // of this file
+  [[nodiscard]] double rate() const;         // bytes a second
+  [[nodiscard]] double secondsLeft() const;  // for all files; negative: not known
 };
 
 // Keeps count and hands each change on, in its style, to `show` and `end`.
@@ -32,7 +32,7 @@ class ProgressReporter : public Observer {
   void setTotal(std::uint64_t bytes) { progress_.total = bytes; }
   // Once after the sending, whether it succeeded or not.
   virtual void end() {}
-  double seconds() const { return progress_.seconds; }
+  [[nodiscard]] double seconds() const { return progress_.seconds; }
 
   void waiting(const std::string& text) override;
   void fileBegins(const InputFile& file) final;
@@ -53,6 +53,6 @@ class ProgressReporter : public Observer {
 };
 
 // The reporter of a style; it writes to `stream`.
-std::unique_ptr<ProgressReporter> makeReporter(ProgressStyle style, std::FILE* stream);
+[[nodiscard]] std::unique_ptr<ProgressReporter> makeReporter(ProgressStyle style, std::FILE* stream);
 
 }  // namespace jxpush
