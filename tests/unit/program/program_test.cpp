@@ -1,6 +1,7 @@
 // The whole program from its entry on, with what it calls under the test's control: in which order a start goes, and
 // how the menus end.
 #include <gtest/gtest.h>
+#include <ifaddrs.h>
 #include <jsproc.h>
 #include <pthread.h>
 #include <sys/stat.h>
@@ -8,8 +9,10 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <fstream>
 #include <future>
 #include <map>
 #include <new>
@@ -113,6 +116,11 @@ int __wrap_setenv(const char* name, const char* value, int overwrite) {
   note("setenv " + std::string(name) + "=" + value + " " + std::to_string(overwrite));
   return __real_setenv(name, value, overwrite);
 }
+
+int __wrap_getifaddrs(ifaddrs** /*list*/) {
+  note("addresses");
+  return errno = ENOMEM, -1;
+}
 }
 
 namespace zorhtml {
@@ -159,8 +167,8 @@ int answerFrom(const Proxy& proxy, const zoripc::JSObject& message) {
   return 0;
 }
 
-// What the program does with these arguments, and its exit status; `pages` answers "mainmenu.html", one after the
-// other. In a process of its own, because it ends.
+// What the program does with these arguments, with the pages it shows without menus, and its exit status; `pages`
+// answers "mainmenu.html", one after the other. In a process of its own, because it ends.
 std::string run(std::vector<std::string> arguments, const std::vector<FakeGui::Answer>& pages = {},
                 const Proxy& proxy = {}) {
   return inChild([&] {
@@ -172,6 +180,9 @@ std::string run(std::vector<std::string> arguments, const std::vector<FakeGui::A
     recording = true;
     const int status = programMain(static_cast<int>(arguments.size()), argv.data());
     recording = false;
+    if (arguments.size() > 1) {
+      for (const std::string& name : FakeGui::instance().shownNames()) events += name + "\n";
+    }
     return events + "status " + std::to_string(status) + "\n";
   });
 }
@@ -220,9 +231,25 @@ TEST(Program, ModesOfDirectories_GainReadAndSearchForOthers) {
   }
 }
 
-TEST(Program, ServerAlone_IsPreparedTheSameAndTellsNobody) {
+TEST(Program, ServerAlone_IsPreparedTheSameWithoutPagesAddressesOrController) {
   EXPECT_EQ(run({"jxdownloader", "--http"}), kPreparation + "serve 6370\nstatus 0\n");
   EXPECT_EQ(run({"jxdownloader", "--http", "x"}), kPreparation + "serve 6370\nstatus 0\n");
+}
+
+TEST(Program, LeftArchives_AreRemovedInEitherModeAndNotByAWrongArgument) {
+  std::string folder = testing::TempDir() + "jxprogram-XXXXXX";
+  FakeInstaller::instance().sourceDir = mkdtemp(folder.data());
+  const std::string archive = folder + "/upload-0.zip";
+  const auto staysAfter = [&archive](const std::vector<std::string>& arguments) {
+    std::ofstream(archive) << "left";
+    run(arguments);
+    return std::ifstream(archive).is_open();
+  };
+  EXPECT_TRUE(staysAfter({"jxdownloader", "--help"}));
+  EXPECT_FALSE(staysAfter({"jxdownloader", "--http"}));
+  EXPECT_FALSE(staysAfter({"jxdownloader"}));
+  FakeInstaller::instance().reset();
+  EXPECT_EQ(std::remove(folder.c_str()), 0);
 }
 
 TEST(Program, Menus_AreProbedForOnceAndEndWithTheDesktop) {
@@ -266,12 +293,12 @@ TEST(Program, FailureOfAnyActivity_IsShownAndLeadsBackToItsMenu) {
   gui.onAsync([](const ShownPage&) { throw std::bad_alloc(); });
   gui.answer("cloudproxy.html", 1);
   gui.answer("cloudproxy.html", -1);
-  for (const int result : {1, 2, -1}) gui.answer("download.html", result);
-  std::vector<std::string> names;
+  for (const int result : {1, 4, 3, -1}) gui.answer("download.html", result);
   const auto last = [](Vars&) {
     for (const ShownPage& page : FakeGui::instance().shown()) {
-      if (page.page != "mainmenu.html")
-        note(page.page + (page.page == "result.html" ? " " + page.vars.at("text") : ""));
+      if (page.page == "mainmenu.html") continue;
+      const char* const detail = page.page == "download-ddl.html" ? "portname" : "text";
+      note(page.page + (page.vars.count(detail) != 0 ? " " + page.vars.at(detail) : ""));
     }
     return -1;
   };
@@ -282,8 +309,9 @@ TEST(Program, FailureOfAnyActivity_IsShownAndLeadsBackToItsMenu) {
   const std::string shown = run({"jxdownloader"}, {answerWith(2), answerWith(3), answerWith(4), answerWith(1), last},
                                 {{"info", info}, {"readconfig", level}});
   const std::string expected = "info.html\n" + told + "settings.html\n" + told + "cloudproxy.html\nprx-info.html\n" +
-                               told + "cloudproxy.html\ndownload.html\nwait.html\n" + told +
-                               "download.html\ndownload-ddl.html\n" + told + "download.html\n";
+                               told + "cloudproxy.html\ndownload.html\nwait.html Checking network.\n" + told +
+                               "download.html\ndownload-ddl.html COM2\n" + told +
+                               "download.html\ndownload-ddl.html COM1\n" + told + "download.html\n";
   EXPECT_NE(shown.find("\n" + expected), std::string::npos) << shown;
 }
 
