@@ -29,7 +29,7 @@ TEST_F(Session, EachPort_HasItsNameAndDevice) {
     EXPECT_EQ(item.device, opened_);
     EXPECT_EQ(kErrorHead + item.name + " download failed -1.", outcome());
     EXPECT_EQ((Names{"download-ddl.html", "result.html"}), FakeGui::instance().shownNames());
-    EXPECT_EQ(item.name, FakeGui::instance().shown()[0].vars.at("portname"));
+    EXPECT_EQ((PageVars{{"portname", item.name}}), FakeGui::instance().shown()[0].vars);
     EXPECT_EQ(item.name, FakeGui::instance().shown()[1].vars.at("portname"));
   }
 }
@@ -297,7 +297,9 @@ TEST_F(Session, AbortWhileTheHostIsSilent_ShowsDownloadAborted) {
   FakeGui::instance().report(0, 1);
   EXPECT_EQ(-2, end());
   EXPECT_EQ("<span style='color:#f00'><b>Download aborted</b></span><br>", outcome());
+  EXPECT_EQ((Names{"download-ddl.html", "result.html"}), FakeGui::instance().shownNames());
   EXPECT_EQ(0, installer().installations);
+  EXPECT_EQ(Names(), FakeController::instance().commands());
 }
 
 TEST_F(Session, AbortFromThePageInEachState_EndsWithMinusTwoAndEOT) {
