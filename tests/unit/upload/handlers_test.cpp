@@ -2,8 +2,10 @@
 
 #include <csignal>
 #include <cstring>
+#include <functional>
 #include <new>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "shell/source_directory.h"
@@ -136,6 +138,45 @@ TEST_F(HandlersTest, ExceptionInTheInstallation_DropsTheConnectionAlone) {
   EXPECT_EQ(serve(postForm(filePart("one") + "\r\n--b--\r\n")), "");
   installer.onInstall = nullptr;
   EXPECT_EQ(serve(postForm(filePart("one") + "\r\n--b--\r\n")), resultPage("Upload successful<br>\n"));
+}
+
+// A server in the middle of whose reception, and again before whose reply, something else happens.
+class InterruptedServer : public TestServer {
+ public:
+  std::function<void()> amidBody;
+  std::function<void()> beforeReply;
+
+  using TestServer::readBody;
+  int readBody(void* data, int length) override {
+    if (bodyRemaining < kBufferSize) std::exchange(amidBody, [] {})();
+    return TestServer::readBody(data, length);
+  }
+  bool sendResponse(int status, const std::string& body, const std::string& contentType,
+                    const zorhtml::HttpHeaders& extra) override {
+    beforeReply();
+    return TestServer::sendResponse(status, body, contentType, extra);
+  }
+};
+
+// Whatever one upload held over its reception or its reply, the other one would wait for without end.
+TEST_F(HandlersTest, UploadAmidAnotherAndBeforeItsReply_IsServedAtOnce) {
+  const std::string answer = resultPage("Upload successful<br>\n");
+  const std::string form = postForm(filePart(std::string(9000, 'c')) + "\r\n--b--\r\n");
+  const auto uploadAnother = [&] { EXPECT_EQ(serve(form), answer); };
+  const ScriptedPeer peer(form);
+  {
+    InterruptedServer server;
+    server.amidBody = [&] {
+      EXPECT_EQ(installer.directoriesMade, 1);
+      EXPECT_EQ(stored().size(), 1U);
+      uploadAnother();
+    };
+    server.beforeReply = uploadAnother;
+    server.setConnection(peer.stream());
+    server.run();
+  }
+  EXPECT_EQ(peer.written(), answer);
+  EXPECT_EQ(installer.installations, 3);
 }
 
 // A request of each kind that is answered, each with this field.

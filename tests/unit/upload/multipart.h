@@ -17,8 +17,11 @@ class MultipartTest : public UploadTest {
                        multiple, target);
   }
 
-  bool receiveFrom(const ScriptedPeer& peer, bool multiple = true, const std::string& target = "upload.zip") {
+  // `held`: what stands in the buffer before.
+  bool receiveFrom(const ScriptedPeer& peer, bool multiple = true, const std::string& target = "upload.zip",
+                   const std::string& held = "") {
     TestServer server;
+    server.fill = static_cast<int>(held.copy(server.buffer, held.size()));
     server.setConnection(peer.stream());
     zorhtml::HttpMethod method = zorhtml::HttpMethod::Unknown;
     std::string target_;

@@ -127,6 +127,14 @@ TEST_F(MultipartTest, DelimitersLargerThanTheBuffer_EndTheReception) {
   }
 }
 
+TEST_F(MultipartTest, WhatTheBufferHeldBefore_IsDropped) {
+  const std::string body = filePart("x") + kEnd;
+  for (const std::string type : {kType, "text/plain"}) {
+    const ScriptedPeer peer(post("/", "Content-Type: " + type + "\r\n", body), ScriptedPeer::End::TimedOut);
+    EXPECT_EQ(receiveFrom(peer, true, "upload.zip", "xx--b--\r\n"), type == kType);
+  }
+}
+
 TEST_F(MultipartTest, Preamble_IsDropped) {
   expectStored("ignored\r\n" + filePart("x") + kEnd, {{"upload-0.zip", "x"}});
   expectStored(std::string(10000, '-') + "\r\n" + filePart("x") + kEnd, {{"upload-0.zip", "x"}});
