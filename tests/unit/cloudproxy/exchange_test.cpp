@@ -246,7 +246,20 @@ TEST_F(ExchangeTest, ResponseOfTheLastRequest_IsNoAnswerToTheNext) {
 
 TEST_F(ExchangeTest, ResponseWhileItIsSent_IsNotLost) {
   inOwnProcess([this] {
-    for (int i = 0; i < 200; ++i) EXPECT_EQ(answered(kSuccess), (Outcome{0, kSuccess}));
+    EXPECT_EQ(request().result, -2);
+    ipc.onSend([](const zoripc::JSObject&) {
+      const bool isFree = pthread_mutex_trylock(wrapped::mutexOfWaits()) == 0;
+      if (isFree) pthread_mutex_unlock(wrapped::mutexOfWaits());
+      EXPECT_FALSE(isFree) << "a callback waits until the request does";
+      return -1;
+    });
+    EXPECT_EQ(request().result, -1);
+    ipc.onSend([this](const zoripc::JSObject&) {
+      wrapped::stopClock();
+      ipc.deliver(kResponse, json(kSuccess));
+      return 0;
+    });
+    for (int i = 0; i < 200; ++i) EXPECT_EQ(request(), (Outcome{0, kSuccess}));
   });
 }
 

@@ -74,6 +74,7 @@ TEST_F(LogLevelTest, NoLevel_ShowsTheError) {
       runLogLevelPage();
       EXPECT_EQ(gui.shownNames(), Texts{"result.html"}) << answered;
       EXPECT_EQ(varsOf(0), (Vars{{"text", kCannotRead}}));
+      EXPECT_TRUE(gui.shown().at(0).synchronous);
       EXPECT_EQ(ipc.sent(), Texts{kReadRequest});
     });
   }

@@ -26,7 +26,7 @@ TEST_F(ProxyInfoTest, Answer_FillsTheRecord) {
 
 TEST_F(ProxyInfoTest, AuthExSupport_IsOneForEveryNumberButZero) {
   for (const auto& [number, expected] : std::map<std::string, char>{
-           {"0", '0'}, {"1", '1'}, {"2", '1'}, {"-1", '1'}, {"1.0", '1'}, {"0.0", '0'}, {"1e300", '1'}}) {
+           {"0", '0'}, {"1", '1'}, {"2", '1'}, {"-1", '1'}, {"1.0", '1'}, {"0.0", '0'}, {"0.9", '0'}, {"1e300", '1'}}) {
     inOwnProcess([this, number = number, expected = expected] {
       answer("info",
              R"({"proxy":{"result":"success","version":"","device_type":"","auth_ex_support":)" + number + "}}");

@@ -73,6 +73,7 @@ TEST_F(SettingsTest, NewFormat_TakesTheFirstCertificateThatFitsTheMode) {
     EXPECT_EQ(certIn("prod", kOff, kNewList), "other");
     EXPECT_EQ(certIn("test", kOff, R"([{"name":"test","certs":["auth-ex","b","c"]}])"), "b");
     EXPECT_EQ(certIn("test", R"("auth_ex":-1.0,)", kNewList), "auth-ex");
+    EXPECT_EQ(certIn("test", R"("auth_ex":0.9,)", kNewList), "jx-basic");
   });
 }
 
@@ -87,6 +88,16 @@ TEST_F(SettingsTest, NewFormatWithoutAFit_LeavesTheCertificateEmpty) {
     EXPECT_EQ(certIn("test", kOff, R"([{"name":["test"],"certs":["jx-basic"]}, 1, null, "test", []])"), "");
     EXPECT_EQ(certIn("test", kOff, "[]"), "");
     EXPECT_EQ(certIn("", kOff, R"([{"certs":["jx-basic"]},{"name":5,"certs":["jx-basic"]}])"), "");
+  });
+}
+
+TEST_F(SettingsTest, NewFormat_ComparesNamesWhole) {
+  inOwnProcess([this] {
+    const std::string list =
+        R"([{"name":"test","certs":["auth-ex2","auth-ex"]},{"name":"tes","certs":["auth-ex","a"]},)"
+        R"({"name":"test2","certs":["auth-ex","b"]},{"name":"Test","certs":["auth-ex","c"]}])";
+    EXPECT_EQ(certIn("test", kOff, list), "auth-ex2");
+    EXPECT_EQ(certIn("test", kOn, list), "auth-ex");
   });
 }
 
@@ -106,6 +117,8 @@ TEST_F(SettingsTest, BothFormats_TheNewOneCounts) {
   inOwnProcess([this] {
     const std::string common = R"("cloud_env":"prod","cloud_hostname":"h","cloud_env_list":["prod"],)";
     EXPECT_EQ(certOf(common + R"("cloud_env_list2":[{"name":"prod","certs":["new"]}])"), "new");
+    EXPECT_EQ(certOf(common + R"("cloud_env_list2":[])"), "");
+    EXPECT_EQ(settings.cloud_env_list, "[]");
     answer("info", infoAnswer("prod"));
     EXPECT_EQ(certOf(common + R"("cloud_env_list2":{"name":"prod"})"), "");
     EXPECT_EQ(settings.cloud_env_list, R"([{"certs":[],"name":"prod","prod":true}])");
@@ -188,6 +201,16 @@ TEST_F(OldFormatTest, ElementsThatAreNoStrings_AreSkipped) {
               R"([{"certs":["auth-ex","jx-basic"],"name":"a","prod":false},)"
               R"({"certs":["auth-ex","jx-basic"],"name":"","prod":false}])");
     EXPECT_EQ(listOf({nullptr, kOff, ""}, "[]"), "[]");
+  });
+}
+
+TEST_F(OldFormatTest, OnlyProdItself_IsTheProductionEnvironment) {
+  inOwnProcess([this] {
+    EXPECT_EQ(
+        listOf({"prod", kOff, ""}, R"(["Prod","prod2","pro"])"),
+        R"([{"certs":["jx-basic"],"name":"Prod","prod":false},{"certs":["jx-basic"],"name":"prod2","prod":false},)"
+        R"({"certs":["jx-basic"],"name":"pro","prod":false}])");
+    EXPECT_EQ(certOf(R"("cloud_hostname":"h","cloud_env_list":[],"cloud_env":"Prod")"), "jx-basic");
   });
 }
 

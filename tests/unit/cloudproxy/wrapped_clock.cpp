@@ -22,6 +22,7 @@ struct State {
   std::vector<int> waitAnswers;
   std::function<void()> waitWork;
   std::function<void()> waitHook;
+  pthread_mutex_t* waitMutex = nullptr;
   std::vector<std::string> conditions;
 };
 
@@ -53,6 +54,7 @@ std::vector<long long> waitsNs() { return state().waits; }
 void answerWaits(std::vector<int> results) { state().waitAnswers = std::move(results); }
 void duringWaits(std::function<void()> work) { state().waitWork = std::move(work); }
 void afterWaits(std::function<void()> hook) { state().waitHook = std::move(hook); }
+pthread_mutex_t* mutexOfWaits() { return state().waitMutex; }
 int signals() { return signalCount; }
 std::vector<std::string> conditionCalls() { return state().conditions; }
 
@@ -88,6 +90,7 @@ int __wrap_nanosleep(const timespec* time, timespec* /*rest*/) {
 
 int __wrap_pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec* end) {
   state().waits.push_back(wrapped::toNs(*end) - state().nowNs);
+  state().waitMutex = mutex;
   int result = 0;
   if (state().waitWork) {
     pthread_mutex_unlock(mutex);

@@ -1,6 +1,8 @@
 // The monotonic clock of the code under test, its sleeps and its waits on conditions, which the linker redirects here.
 #pragma once
 
+#include <pthread.h>
+
 #include <ctime>
 #include <functional>
 #include <string>
@@ -29,6 +31,9 @@ void answerWaits(std::vector<int> results);
 void duringWaits(std::function<void()> work);
 // Runs after each wait, on the thread that waited.
 void afterWaits(std::function<void()> hook);
+
+// The mutex of the last wait; null before the first.
+pthread_mutex_t* mutexOfWaits();
 
 // How often a condition was signalled so far, from any thread.
 int signals();
