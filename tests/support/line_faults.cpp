@@ -10,7 +10,9 @@ constexpr LineFault kAllFaults[] = {LineFault::Drop, LineFault::Repeat, LineFaul
 }  // namespace
 
 FaultyDirection::FaultyDirection(std::vector<LineEvent> script, std::uint32_t oneIn, std::uint32_t seed)
-    : script_(std::move(script)), oneIn_(oneIn), random_(seed) {}
+    : script_(std::move(script)), oneIn_(oneIn) {
+  if (oneIn != 0) random_.emplace(seed);
+}
 
 FaultyDirection::Output FaultyDirection::pass(unsigned char byte) {
   const bool swaps = std::exchange(holdsForSwap_, false);
@@ -21,46 +23,55 @@ FaultyDirection::Output FaultyDirection::pass(unsigned char byte) {
 }
 
 FaultyDirection::Output FaultyDirection::meet(unsigned char byte, std::size_t at) {
-  for (const LineEvent& event : script_) {
-    if (event.at == at) return apply(event, byte);
-  }
-  if (oneIn_ != 0 && random_() % oneIn_ == 0) {
-    const LineFault fault = kAllFaults[random_() % (sizeof kAllFaults / sizeof kAllFaults[0])];
-    const auto value = static_cast<unsigned char>(random_() & 0xFFU);
-    return apply({at, fault, fault == LineFault::Delay ? static_cast<unsigned char>(1) : value}, byte);
-  }
+  const std::size_t metBefore = met_.size();
   Output output;
   output.add(byte);
+  const auto meets = [&](const LineEvent& event) {
+    apply(event, output);
+    met_.push_back({event, byte, {}});
+  };
+  for (const LineEvent& event : script_) {
+    if (event.at == at) meets(event);
+  }
+  if (met_.size() == metBefore && random_ && (*random_)() % oneIn_ == 0) {
+    const LineFault fault = kAllFaults[(*random_)() % (sizeof kAllFaults / sizeof kAllFaults[0])];
+    const auto value = static_cast<unsigned char>((*random_)() & 0xFFU);
+    meets({at, fault, fault == LineFault::Delay ? static_cast<unsigned char>(1) : value});
+  }
+  for (std::size_t i = metBefore; i < met_.size(); ++i) met_[i].output = output;
   return output;
 }
 
-FaultyDirection::Output FaultyDirection::apply(const LineEvent& event, unsigned char byte) {
-  met_.push_back({event, byte});
-  Output output;
+// What happens to the last byte of `output`.
+void FaultyDirection::apply(const LineEvent& event, Output& output) {
+  if (output.count == 0) {  // lost, or held, by the event before
+    if (event.fault == LineFault::Insert) output.add(event.value);
+    return;
+  }
+  Byte& byte = output.bytes[output.count - 1];
   switch (event.fault) {
     case LineFault::Drop:
+      --output.count;
       break;
     case LineFault::Repeat:
-      output.add(byte);
-      output.add(byte);
+      output.add(byte.value);
       break;
     case LineFault::Flip:
-      output.add(static_cast<unsigned char>(byte ^ (event.value == 0 ? 1U : event.value)));
+      byte.value = static_cast<unsigned char>(byte.value ^ (event.value == 0 ? 1U : event.value));
       break;
     case LineFault::Insert:
-      output.add(event.value);
-      output.add(byte);
+      output.add(std::exchange(byte.value, event.value));
       break;
     case LineFault::Swap:
       holdsForSwap_ = true;
-      held_ = byte;
+      held_ = byte.value;
+      --output.count;
       break;
     case LineFault::Delay:
-      output.add(byte, event.value == 0 ? 1U : event.value);
+      byte.delays += event.value == 0 ? 1U : event.value;
       break;
     case LineFault::Split:
-      output.add(byte, 0, true);
+      byte.alone = true;
       break;
   }
-  return output;
 }

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <random>
 #include <vector>
 
@@ -27,34 +28,35 @@ class FaultyDirection {
   };
   // What comes out for one byte that goes in: nothing, itself, or more.
   struct Output {
-    Byte bytes[3];
+    Byte bytes[4];
     std::size_t count = 0;
-    void add(unsigned char value, unsigned delays = 0, bool alone = false) { bytes[count++] = {value, delays, alone}; }
+    void add(unsigned char value) { bytes[count++] = {value, 0, false}; }
   };
 
   FaultyDirection() = default;  // without faults
-  // The events of `script`; besides, one byte in `oneIn` has a fault of a kind that `seed` chooses, none when 0.
+  // The events of `script`, at most two at a byte, in their order; besides, one byte in `oneIn` has a fault of a kind
+  // that `seed` chooses, none when 0.
   explicit FaultyDirection(std::vector<LineEvent> script, std::uint32_t oneIn = 0, std::uint32_t seed = 1);
 
   Output pass(unsigned char byte);
 
-  // A fault, and the byte that met it.
+  // A fault, the byte that met it, and what became of the byte by all that it met.
   struct Met {
     LineEvent event;
     unsigned char byte;
+    Output output;
   };
 
-  // How many bytes went in, and what they met.
-  std::size_t passed() const { return passed_; }
+  // What the bytes have met.
   const std::vector<Met>& met() const { return met_; }
 
  private:
   Output meet(unsigned char byte, std::size_t at);
-  Output apply(const LineEvent& event, unsigned char byte);
+  void apply(const LineEvent& event, Output& output);
 
   std::vector<LineEvent> script_;
   std::uint32_t oneIn_ = 0;
-  std::mt19937 random_;
+  std::optional<std::mt19937> random_;  // of faults by chance; seeding one takes long
   std::size_t passed_ = 0;
   std::vector<Met> met_;
   bool holdsForSwap_ = false;

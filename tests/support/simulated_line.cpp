@@ -55,6 +55,7 @@ bool SimulatedLine::runTerminal(Time until) {
 void SimulatedLine::pass(FaultyDirection& faulty, Way& way, unsigned char byte) {
   const Time perByte(settings_.bytesPerSecond == 0 ? 0 : 1000000 / settings_.bytesPerSecond);
   const FaultyDirection::Output output = faulty.pass(byte);
+  passed.push_back(&way == &back_);
   for (std::size_t i = 0; i < output.count; ++i) {
     way.free = std::max(way.free, now_) + perByte + settings_.delay * output.bytes[i].delays;
     // Adapters gather bytes.

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <deque>
 #include <string>
+#include <vector>
 
 #include "tests/support/line_faults.h"
 #include "tests/support/memory_line.h"
@@ -36,6 +37,8 @@ class SimulatedLine {
   // What happens to the bytes; may be replaced at any time.
   FaultyDirection toTerminal;
   FaultyDirection toHost;
+  // Of each byte that went in, in their order, whether it was one to the host; may be cleared at any time.
+  std::vector<bool> passed;
 
   // The terminal's result when the host has left, or tessolan::Conversation::kGoOn.
   int end();

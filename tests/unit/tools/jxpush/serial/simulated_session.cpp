@@ -49,6 +49,7 @@ void comeAfter(SimulatedLine& line, const Circumstances& met) {
   }
   line.toTerminal = met.toTerminal;
   line.toHost = met.toHost;
+  line.passed.clear();
 }
 
 void send(SimulatedLine& line, const std::vector<InputFile>& files, SessionEnd& end) {
@@ -65,8 +66,7 @@ void send(SimulatedLine& line, const std::vector<InputFile>& files, SessionEnd& 
 }
 
 bool becameAck(const FaultyDirection::Met& met) {
-  return met.event.fault == LineFault::Flip && met.byte == tessolan::kNAK &&
-         (met.byte ^ met.event.value) == tessolan::kACK;
+  return met.byte == tessolan::kNAK && met.output.count == 1 && met.output.bytes[0].value == tessolan::kACK;
 }
 
 }  // namespace
@@ -81,8 +81,7 @@ SessionEnd sendOver(const Circumstances& met, const std::vector<InputFile>& file
   end.files = store.files;
   end.messages = store.messages;
   const std::vector<FaultyDirection::Met>& onAnswers = line.toHost.met();
-  end.toTerminal = line.toTerminal.passed();
-  end.toHost = line.toHost.passed();
+  end.bytes = line.passed;
   end.faults = line.toTerminal.met().size() + onAnswers.size();
   end.nakBecameAck = std::any_of(onAnswers.begin(), onAnswers.end(), becameAck);
   return end;

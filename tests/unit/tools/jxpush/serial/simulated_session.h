@@ -57,8 +57,7 @@ struct SessionEnd {
   int terminal = 0;     // its result
   std::vector<std::string> files;
   std::vector<std::string> messages;
-  std::size_t toTerminal = 0;  // bytes of the sending
-  std::size_t toHost = 0;
+  std::vector<bool> bytes;  // of the sending, in their order: whether it was one to the host
   std::size_t faults = 0;
   bool nakBecameAck = false;  // on the way to the host
   jxpush::Outcome outcome;
