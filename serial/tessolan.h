@@ -56,7 +56,8 @@ class Tessolan {
   int receive(const char* device);
 
   // Ends the receive() under way with kAborted within half a second, or with kAborted or kFailed within a second when a
-  // record is on its way. Has no effect on a receive() that begins later. Any thread.
+  // record is on its way; not while an operation of the System runs, nor while the device takes no reply. Has no effect
+  // on a receive() that opens its device later. Any thread.
   void requestAbort();
 
  protected:
@@ -66,8 +67,8 @@ class Tessolan {
   // at.
   int setupPort(unsigned baud, int dataBits, char parity, int stopBits);
 
-  // Waits for input. Returns 1 when there is some, 0 after `timeoutMs` milliseconds without or on another event of the
-  // device, -2 once aborted (also when input waits), -3 on failure.
+  // Waits for input. Returns 1 when there is some, 0 after `timeoutMs` milliseconds without, whatever else the device
+  // reports, -2 once aborted (also when input waits), -3 on failure.
   int waitForInput(int timeoutMs);
 
   // Reads `count` bytes. Returns their number, less only when the device failed; -3 after a second without a byte, or a

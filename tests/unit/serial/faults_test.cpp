@@ -124,16 +124,18 @@ TEST_F(Faults, ReplyThatCannotBeWritten_EndsWithMinusThree) {
                {"their check value", "\x05", 2}};
   const auto testThread = std::this_thread::get_id();
   for (const auto& item : cases) {
-    std::atomic<int> allowed{1 << 30};
+    std::atomic<int> writes{0};
     Calls::instance().onWrite = [&](int fd, const void* data, size_t size) -> ssize_t {
-      if (std::this_thread::get_id() == testThread || allowed-- > 0) return syscall(SYS_write, fd, data, size);
+      if (std::this_thread::get_id() == testThread || ++writes < item.failingWrite) {
+        return syscall(SYS_write, fd, data, size);
+      }
       return errno = EIO, -1;
     };
     Download download;
-    allowed = item.failingWrite - 1;
     ASSERT_TRUE(download.line.send(item.bytes));
     EXPECT_EQ(-3, download.result()) << item.name;
     EXPECT_EQ(-1, download.receiver.fd) << item.name;
+    EXPECT_EQ(item.failingWrite, writes) << item.name;  // nothing more is tried
   }
 }
 

@@ -1,5 +1,6 @@
 // The interface as the Itanium C++ ABI lays it out: fields and virtual operations in their order.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstring>
 #include <string>
@@ -66,6 +67,15 @@ TEST(Layout, NewReceiver_IsClosedAndNotAborted) {
   EXPECT_EQ(-1, receiver.fd);
   EXPECT_EQ(0, receiver.abortFlag);
   EXPECT_EQ(nullptr, receiver.system);
+}
+
+TEST(Layout, ReceiverThatIsGone_LeavesItsDescriptorOpen) {
+  const int device = dup(STDERR_FILENO);
+  {
+    OpenReceiver receiver;
+    receiver.fd = device;
+  }
+  EXPECT_EQ(0, close(device));
 }
 
 TEST(Layout, AbortFlag_IsOneByteWithoutALock) {

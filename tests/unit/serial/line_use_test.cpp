@@ -127,10 +127,28 @@ TEST(LineUse, SessionSplitAtEveryPlace_EndsTheSame) {
   }
 }
 
-TEST(LineUse, DeviceThatCannotBeOpened_GivesMinusOne) {
-  Download download("", "/nonexistent/device");
-  EXPECT_EQ(-1, download.result());
-  EXPECT_EQ(-1, download.receiver.fd);
+TEST(LineUse, DeviceThatCannotBeOpened_GivesMinusOneAndChangesNothing) {
+  OpenReceiver receiver;
+  receiver.requestAbort();
+  EXPECT_EQ(-1, receiver.receive("/nonexistent/device"));
+  EXPECT_EQ(-1, receiver.fd);
+  EXPECT_EQ(1, receiver.abortFlag);
+}
+
+TEST(LineUse, DescriptorZero_IsAsGoodAsAnother) {
+  const CallsReset reset;
+  const int standardInput = dup(0);
+  const auto testThread = std::this_thread::get_id();
+  Calls::instance().onOpen = [testThread](const std::string& path) {
+    if (std::this_thread::get_id() != testThread) close(0);  // what is opened now gets it
+    return path;
+  };
+  Download download;
+  EXPECT_EQ(0, download.receiver.fd);
+  EXPECT_EQ("\x04", download.exchange("\x04"));
+  EXPECT_EQ(0, download.result());
+  dup2(standardInput, 0);
+  close(standardInput);
 }
 
 TEST(LineUse, SecondDownload_BeginsAnew) {

@@ -189,6 +189,17 @@ TEST_F(PortReading, EmptyReadsForASecond_GiveMinusThree) {
   EXPECT_EQ(1000, paused);
 }
 
+TEST_F(PortReading, EmptyReadsBetweenBytes_BeginTheSecondAnew) {
+  bytes_ = "abc";
+  piece_ = 1;
+  int calls = 0;
+  const auto plain = Calls::instance().onRead;
+  Calls::instance().onRead = [&](int fd, void* buffer, size_t size) {
+    return ++calls % 41 != 0 ? 0 : plain(fd, buffer, size);  // 800 ms ahead of each byte
+  };
+  EXPECT_EQ(3, receiver_.readBytes(buffer_, 3));
+}
+
 TEST_F(PortReading, RecordBody_IsReadInStepsThatNeverPassItsEnd) {
   const struct {
     std::string bytes;
@@ -233,6 +244,7 @@ TEST_F(PortReading, RecordBodyOfEveryLength_EndsBehindItsCheckValueOrIsTooLong) 
   for (size_t size = 0; size <= 255; ++size) {
     const int got = readBody(text(size) + "\x03" + "12next");
     EXPECT_EQ(size <= 252 ? static_cast<int>(size) + 3 : -4, got) << size;
+    EXPECT_EQ(std::min<size_t>(size + 3, 255), given_) << size;
   }
 }
 
