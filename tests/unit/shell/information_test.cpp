@@ -81,7 +81,19 @@ TEST_F(InformationTest, Page_IsShownUntilItIsLeft) {
   gui.answer("info.html", -1);
   runInformationPage();
   EXPECT_EQ(gui.shownNames(), Names(5, "info.html"));
+  EXPECT_EQ(gui.shown().at(0).syncCallback, nullptr);
   EXPECT_EQ(terminal.diagnosticCalls(), 1U);  // the facts are looked up once
+  EXPECT_EQ(terminal.informationQueries.size(), 1U);
+}
+
+TEST_F(InformationTest, Facts_AreLookedUpInTheirOrder) {
+  terminal.guiVersion = "before";
+  terminal.onDiagnostic = [this] {
+    terminal.guiVersion = "after";
+    EXPECT_EQ(terminal.informationQueries.size(), 0U);
+  };
+  EXPECT_EQ(shownVars()["uiVersion"], "before");
+  EXPECT_EQ(terminal.diagnosticCalls(), 1U);
   EXPECT_EQ(terminal.informationQueries.size(), 1U);
 }
 

@@ -58,6 +58,7 @@ TEST(InstallLogLine, ErrorsAndWarnings_AreRed) {
   EXPECT_EQ(lineOf("Error: no room"), "<span style='color:#f00'>Error: no room</span>");
   EXPECT_EQ(lineOf("Error:"), "<span style='color:#f00'>Error:</span>");
   EXPECT_EQ(lineOf("Warning: old\n"), "<span style='color:#f00'>Warning: old<br></span>");
+  EXPECT_EQ(lineOf("Error: one\ntwo"), "<span style='color:#f00'>Error: one<br>two</span>");
 }
 
 TEST(InstallLogLine, MessageWithoutMemory_IsLostAlone) {
@@ -83,6 +84,7 @@ TEST(InstallLogLine, EverythingElse_IsPlain) {
         "list of installed applications:", "List of installed application", "Installed hello 1.0"}) {
     EXPECT_EQ(lineOf(message), message);
   }
+  EXPECT_EQ(lineOf("one\nError: two"), "one<br>Error: two");  // the message's beginning counts, not that of each line
 }
 
 TEST(InstallLogLine, Markup_IsEscapedOnce) {
@@ -97,12 +99,18 @@ TEST(InstallLogLine, ZeroBytes_BecomeBlanks) {
   std::string text;
   installLogLine(&text, "%c<%c%c>", '\0', '\0', '\0');
   EXPECT_EQ(text, " &lt;  &gt;");
+  text.clear();
+  installLogLine(&text, "end%c", '\0');
+  EXPECT_EQ(text, "end ");
 }
 
 TEST(InstallLogLine, FormatAndArguments_AreFormatted) {
   std::string text;
   installLogLine(&text, "Error: %s: %d of %d\n", "upload-0.zip", 3, 7);
   EXPECT_EQ(text, "<span style='color:#f00'>Error: upload-0.zip: 3 of 7<br></span>");
+  text.clear();
+  installLogLine(&text, "%S", "<");  // the GUI library's own conversion, and then escaped as every line
+  EXPECT_EQ(text, "&amp;lt;");
 }
 
 TEST(InstallLogLine, Messages_AreJoinedWithoutBreaks) {

@@ -124,6 +124,7 @@ TEST_F(MenuTest, ActivityThatEndsByAnException_IsToldAndLeadsBackToItsMenu) {
   activities.cloudProxy = fail;
   activities.httpDownload = fail;
   activities.serialDownload = [](int) { throw std::bad_alloc(); };
+  for (const int left : {0, -1, 1, 7}) gui.answer("result.html", left);
   for (const int result : {1, 2, 3, 4, -1}) gui.answer("download.html", result);
   runMain({2, 3, 4, 1, -1});
   EXPECT_EQ(gui.shownNames(),

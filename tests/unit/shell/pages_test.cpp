@@ -86,6 +86,15 @@ TEST(FormatText, ClearsThenFormats) {
   EXPECT_EQ(text, "COM1 download failed -1.");
   formatText(text, "%s", "");
   EXPECT_EQ(text, "");
+  formatText(text, "%d", 7);
+  EXPECT_EQ(text, "7");
+}
+
+TEST(FormatText, TextThatCannotBeFormatted_IsEmpty) {
+  std::string text = "left over";
+  const std::wstring noCharacter(1, static_cast<wchar_t>(0xD800));
+  formatText(text, "<%ls>", noCharacter.c_str());
+  EXPECT_EQ(text, "");
 }
 
 TEST(FormatText, LongText_IsWhole) {

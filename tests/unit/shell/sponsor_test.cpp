@@ -130,6 +130,7 @@ TEST_F(SponsorTest, NameTextBeyondTheData_IsAnEmptyName) {
   const std::string head = recordHead(6, "100000", 6, kAcceptedIdentifier);
   expectNothing(head + word(4) + "ABC");
   expectNothing(head + word(0xFFFFFFFFU) + "ABC");
+  expectNothing(head + word(200) + std::string(150, 'n'));  // though the 127 bytes that would be shown are there
 }
 
 TEST_F(SponsorTest, NameLengthOfZero_IsAnEmptyName) {
@@ -157,6 +158,9 @@ TEST_F(SponsorTest, Name_IsCutAt127Bytes) {
 TEST_F(SponsorTest, NameWithAZeroByte_EndsThere) {
   diagnoseRecord(sponsorRecord("000001", std::string("AB\0CD", 5)));
   EXPECT_EQ(found(), "000001/AB");
+  terminal.reset();
+  diagnoseRecord(sponsorRecord("000001", std::string(1, '\0')));
+  EXPECT_EQ(found(), "000001/");  // a name all the same: its length is not zero
 }
 
 TEST_F(SponsorTest, LargestRecord_IsRead) {
@@ -200,6 +204,15 @@ TEST_F(SponsorTest, RetryIsForTheWholeLookup) {
   EXPECT_EQ(found(), "/");
 }
 
+TEST_F(SponsorTest, NextLookup_HasARetryOfItsOwn) {
+  diagnose({{kRetry, "", {}}, {kRetry, "", {}}, {kRetry, "", {}}, {0, sponsorRecord("000001", "GOOD"), {}}});
+  EXPECT_EQ(inChild([] {
+              EXPECT_EQ(lookUpSponsor().number, "");
+              return lookUpSponsor().number;
+            }),
+            "000001");
+}
+
 TEST_F(SponsorTest, EachCall_AsksQuery4) {
   diagnose({{0, sponsorRecord("000001", "A", "123456"), {}}, {kRetry, "", {}}});
   EXPECT_EQ(lookUpSponsor().number, "");
@@ -218,16 +231,17 @@ TEST_F(SponsorTest, NothingFound_IsLookedUpAgain) {
 TEST_F(SponsorTest, Found_IsNeverLookedUpAgain) {
   const std::string result = inChild([this] {
     diagnose({{0, sponsorRecord("000000", "ZERO"), {}},
+              {0, sponsorRecord("000009", ""), {}},
               {0, sponsorRecord("000001", "ONE"), {}},
               {0, sponsorRecord("000002", "TWO"), {}}});
     std::string all;
-    for (int i = 0; i < 4; ++i) {
+    for (int i = 0; i < 5; ++i) {
       const Sponsor sponsor = lookUpSponsor();
       all += sponsor.number + "/" + sponsor.name + " ";
     }
     return all + std::to_string(terminal.diagnosticCalls());
   });
-  EXPECT_EQ(result, "/ 000001/ONE 000001/ONE 000001/ONE 2");
+  EXPECT_EQ(result, "/ / 000001/ONE 000001/ONE 000001/ONE 3");
 }
 
 // The second waits for the first, and then finds what that has found; whoever comes later does not even wait.
