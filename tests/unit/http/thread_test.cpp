@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/unit/http/tracer.h"
 #include "tests/unit/http/wrapped_calls.h"
 
 namespace {
@@ -81,9 +82,15 @@ TEST(ThreadEntry, Exception_DeletesTheJobAlone) {
     using Job::Job;
     int run() override { throw std::runtime_error("out of luck"); }
   };
-  Fate fate;
+  struct ThrowingAtItsStart : Job {
+    using Job::Job;
+    void onStart(void*) override { throw std::runtime_error("out of luck"); }
+  };
+  Fate fate, other;
   EXPECT_EQ(exitValue(new Throwing(fate)), 0);
   EXPECT_EQ(fate.steps, 13);
+  EXPECT_EQ(exitValue(new ThrowingAtItsStart(other)), 0);
+  EXPECT_EQ(other.steps, 3);
 }
 
 // The exit value of a POSIX thread of its own that runs `object`.
@@ -137,41 +144,62 @@ TEST(ThreadControl, JoinableHandle_WaitsForItsThread) {
   EXPECT_FALSE(fate.detached);
 }
 
-TEST(ThreadControl, JoinableHandle_HoldsTheThread) {
-  Fate fate;
-  pthread_t handle{};
-  {
-    const ThreadControl control(new Job(fate), false);
-    handle = control.thread;
-    fate.allowed.set_value();
+TEST(ThreadControl, Handle_HoldsTheThread) {
+  for (const bool detached : {false, true}) {
+    Fate fate;
+    pthread_t handle{};
+    {
+      const ThreadControl control(new Job(fate), detached);
+      handle = control.thread;
+      fate.allowed.set_value();
+    }
+    fate.deleted.get_future().wait();
+    EXPECT_NE(pthread_equal(handle, fate.runner), 0) << detached;
   }
-  EXPECT_NE(pthread_equal(handle, fate.runner), 0);
+}
+
+TEST(ThreadControl, Job_IsFreedWhetherItRanOrNot) {
+  for (const bool fails : {false, true}) {
+    Trace trace;
+    Tracer::deletions = 0;
+    wrapped::failThreads(fails);
+    { const ThreadControl control(new Tracer(trace), false); }
+    wrapped::failThreads(false);
+    EXPECT_EQ(Tracer::deletions, 1) << fails;
+  }
 }
 
 TEST(ThreadControl, JoinableThread_HasNoAttributesAndIsJoinedOnce) {
   wrapped::takeThreadCalls();
   Fate fate;
+  Thread* const job = new Job(fate);
   pthread_t handle{};
   {
-    const ThreadControl control(new Job(fate), false);
+    const ThreadControl control(job, false);
     handle = control.thread;
     fate.allowed.set_value();
   }
   const auto calls = wrapped::takeThreadCalls();
   ASSERT_EQ(namesOf(calls), (Names{"create", "join"}));
   EXPECT_EQ(calls[0].attributes, nullptr);
+  EXPECT_EQ(calls[0].start, &zorhtml::threadEntry);
+  EXPECT_EQ(calls[0].argument, job);
   EXPECT_NE(pthread_equal(calls[1].thread, handle), 0);
 }
 
 TEST(ThreadControl, DetachedThread_HasAttributesThatAreDestroyedAndIsNotJoined) {
   wrapped::takeThreadCalls();
   Fate fate;
-  { const ThreadControl control(new Job(fate), true); }
+  Thread* const job = new Job(fate);
+  { const ThreadControl control(job, true); }
   const auto calls = wrapped::takeThreadCalls();
   fate.allowed.set_value();
   fate.deleted.get_future().wait();
   ASSERT_EQ(namesOf(calls), (Names{"create", "destroy"}));
   EXPECT_TRUE(calls[0].detached);
+  EXPECT_FALSE(calls[0].ownStack);
+  EXPECT_EQ(calls[0].start, &zorhtml::threadEntry);
+  EXPECT_EQ(calls[0].argument, job);
   EXPECT_NE(calls[0].attributes, nullptr);
   EXPECT_EQ(calls[1].attributes, calls[0].attributes);
 }
@@ -199,9 +227,11 @@ TEST(ThreadControl, DetachedHandle_LeavesItsThreadRunning) {
   EXPECT_TRUE(fate.detached);
 }
 
-TEST(ThreadControl, FailedCreation_DeletesTheJobAtOnce) {
+TEST(ThreadControl, FailedCreation_DeletesTheJobAtOnceWithoutAWord) {
   for (const bool detached : {false, true}) {
     Fate fate;
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
     wrapped::failThreads(true);
     {
       const ThreadControl control(new Job(fate), detached);
@@ -209,6 +239,7 @@ TEST(ThreadControl, FailedCreation_DeletesTheJobAtOnce) {
       EXPECT_EQ(fate.steps, 3);
     }
     wrapped::failThreads(false);
+    EXPECT_EQ(testing::internal::GetCapturedStdout() + testing::internal::GetCapturedStderr(), "");
   }
 }
 
@@ -219,8 +250,13 @@ TEST(ThreadControl, FailedCreationWithoutAJob_DeletesNothing) {
 }
 
 TEST(ThreadControl, NoJob_IsStartedAllTheSame) {
+  wrapped::takeThreadCalls();
   EXPECT_EQ(ThreadControl(nullptr, false).state, 1);
   EXPECT_EQ(ThreadControl(nullptr, true).state, 3);
+  const auto calls = wrapped::takeThreadCalls();
+  ASSERT_EQ(namesOf(calls), (Names{"create", "join", "create", "destroy"}));
+  EXPECT_EQ(calls[0].argument, nullptr);
+  EXPECT_EQ(calls[2].argument, nullptr);
 }
 
 }  // namespace

@@ -27,6 +27,18 @@ void note(std::vector<Call>& calls, Call call) {
   calls.push_back(std::move(call));
 }
 
+std::size_t stackSizeOf(const pthread_attr_t& attributes) {
+  std::size_t size = 0;
+  pthread_attr_getstacksize(&attributes, &size);
+  return size;
+}
+
+bool isDetached(const pthread_attr_t& attributes) {
+  int state = PTHREAD_CREATE_JOINABLE;
+  pthread_attr_getdetachstate(&attributes, &state);
+  return state == PTHREAD_CREATE_DETACHED;
+}
+
 }  // namespace
 
 extern "C" int __real_poll(pollfd* set, nfds_t count, int timeoutMs);
@@ -51,20 +63,23 @@ int __wrap_poll(pollfd* set, nfds_t count, int timeoutMs) {
 }
 
 int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*), void* argument) {
-  int detachState = PTHREAD_CREATE_JOINABLE;
-  if (attributes != nullptr) pthread_attr_getdetachstate(attributes, &detachState);
+  pthread_attr_t plain;
+  pthread_attr_init(&plain);
+  const bool detached = attributes != nullptr && isDetached(*attributes);
+  const bool ownStack = attributes != nullptr && stackSizeOf(*attributes) != stackSizeOf(plain);
+  __real_pthread_attr_destroy(&plain);
   const int error = threadsFail ? EAGAIN : __real_pthread_create(thread, attributes, start, argument);
-  note(threadCalls, {"create", attributes, detachState == PTHREAD_CREATE_DETACHED, error == 0 ? *thread : pthread_t{}});
+  note(threadCalls, {"create", attributes, detached, ownStack, error == 0 ? *thread : pthread_t{}, start, argument});
   return error;
 }
 
 int __wrap_pthread_attr_destroy(pthread_attr_t* attributes) {
-  note(threadCalls, {"destroy", attributes, false, {}});
+  note(threadCalls, {"destroy", attributes, false, false, {}, nullptr, nullptr});
   return __real_pthread_attr_destroy(attributes);
 }
 
 int __wrap_pthread_join(pthread_t thread, void** result) {
-  note(threadCalls, {"join", nullptr, false, thread});
+  note(threadCalls, {"join", nullptr, false, false, thread, nullptr, nullptr});
   return __real_pthread_join(thread, result);
 }
 

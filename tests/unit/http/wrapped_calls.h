@@ -35,7 +35,10 @@ struct ThreadCall {
   const char* name;                  // "create", "destroy", "join"
   const pthread_attr_t* attributes;  // null where it had none
   bool detached;                     // the attributes say so
+  bool ownStack;                     // the attributes ask for another size than the default
   pthread_t thread;                  // that was created or joined
+  void* (*start)(void*);             // what a thread was created for, and with
+  void* argument;
 };
 
 // The calls that this thread has made since the last time it asked, in order.
