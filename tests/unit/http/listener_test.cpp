@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <future>
 #include <new>
+#include <string>
+#include <type_traits>
 
 #include "tests/support/no_memory.h"
 #include "tests/unit/http/fake_tcp.h"
@@ -62,6 +64,13 @@ TEST(ServerSettings, Constructor_SetsThePortAlone) {
   EXPECT_EQ(sizeof settings.stop, 1U);
 }
 
+// Holds at compile time.
+static_assert(std::is_same_v<decltype(ServerSettings::port), int>);
+static_assert(std::is_same_v<decltype(ServerSettings::auxEndpoint), int>);
+static_assert(std::is_same_v<decltype(ServerSettings::text1), std::string>);
+static_assert(std::is_same_v<decltype(ServerSettings::text2), std::string>);
+static_assert(std::is_same_v<decltype(ServerSettings::option), bool>);
+
 TEST(ServerSettings, Fields_StandInTheirOrder) {
   const ServerSettings settings(1);
   const auto address = [](const auto& field) { return reinterpret_cast<std::uintptr_t>(&field); };
@@ -104,6 +113,7 @@ TEST_F(Listener, AnyPort_IsWrittenBack) {
     fake_.localAddress = address;
     serveThrough({});
     EXPECT_EQ(fake_.ports, (std::vector<unsigned short>{0})) << address;
+    EXPECT_TRUE(fake_.nullAddress) << address;
     EXPECT_EQ(settings_.port, port) << address;
   }
 }
@@ -213,7 +223,9 @@ TEST_F(Listener, NoMemoryForAConnection_DropsItAlone) {
 TEST_F(Listener, NothingToServe_IsFalseAtOnce) {
   settings_.port = 0;
   wrapped::answerPolls({});
+  testing::internal::CaptureStderr();
   EXPECT_FALSE(serve(settings_, prototype_));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
   EXPECT_TRUE(wrapped::takePolls().empty());
   EXPECT_EQ(fake_.created, 0);
 }
@@ -246,6 +258,17 @@ TEST_F(Listener, SecondEndpointAlone_IdlesUntilTheStop) {
 
 TEST_F(Listener, EachPass_PollsTheEndpointForASecond) {
   expectPasses(serveThrough({quiet(), event(POLLERR)}), 3, FakeTcp::kDescriptor);
+}
+
+TEST_F(Listener, OtherSettings_ChangeNothingBesideAPort) {
+  settings_.auxEndpoint = 1;
+  settings_.text1 = "127.0.0.1";
+  settings_.text2 = "::1";
+  settings_.option = true;
+  expectPasses(serveThrough({quiet()}), 2, FakeTcp::kDescriptor);
+  EXPECT_EQ(fake_.ports, (std::vector<unsigned short>{6370}));
+  EXPECT_TRUE(fake_.nullAddress);
+  EXPECT_EQ(fake_.created, 1);
 }
 
 TEST_F(Listener, Stop_IsSeenAfterAQuietPassAlone) {
@@ -375,11 +398,13 @@ TEST_F(Listener, FailedThreadCreation_DropsTheConnectionAlone) {
   const ScriptedPeer dropped("GET / HTTP/1.1\r\n\r\n");
   Served served("GET /b HTTP/1.1\r\n\r\n");
   fake_.accepts = {dropped.stream(), served.peer.stream()};
+  testing::internal::CaptureStderr();
   wrapped::failThreads(true);
   serveThrough({event(POLLIN), [](pollfd* set) {
                   wrapped::failThreads(false);
                   return set[0].revents = POLLIN, 1;
                 }});
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
   EXPECT_TRUE(dropped.deleted());
   EXPECT_EQ(dropped.writeCalls(), 0);
   served.ended.get_future().wait();
