@@ -53,12 +53,39 @@ TEST(ConnectionLoop, OnlyTheExactWordInAnyCase_KeepsTheConnection) {
   }
 }
 
-TEST(ConnectionLoop, RequestWithoutTheField_HasItEmptyAfterwards) {
-  TestServer server(ScriptedPeer("GET /a HTTP/1.1\r\nContent-Length: 0\r\n\r\n"));
+TEST(ConnectionLoop, RequestWithoutTheField_HasItEmptyAfterItsHandler) {
+  struct Watching : TestServer {
+    using TestServer::TestServer;
+    bool doGET(const std::string&) override { return seen = headers, true; }
+    zorhtml::HttpHeaders seen;
+  };
+  Watching server(ScriptedPeer("GET /a HTTP/1.1\r\nContent-Length: 0\r\n\r\n"));
   EXPECT_EQ(server.run(), 0);
-  EXPECT_EQ(server.headers,
-            (zorhtml::HttpHeaders{
-                {"connection", ""}, {"content-length", "0"}, {"http-version", "HTTP/1.1"}, {"transfer-encoding", ""}}));
+  zorhtml::HttpHeaders fields = {{"content-length", "0"}, {"http-version", "HTTP/1.1"}, {"transfer-encoding", ""}};
+  EXPECT_EQ(server.seen, fields);
+  fields["connection"] = "";
+  EXPECT_EQ(server.headers, fields);
+}
+
+// As a derived class that reads requests in a way of its own sees it.
+TEST(ConnectionLoop, EachRequest_IsReadIntoAnEmptyPathAndServedFor200Alone) {
+  struct Reading : TestServer {
+    using TestServer::TestServer;
+    int readRequest(zorhtml::HttpMethod& method, std::string& path) override {
+      given.push_back(path);
+      method = zorhtml::HttpMethod::Get;
+      path = "/" + std::to_string(given.size());
+      const bool last = given.size() == 3;
+      headers = {{"connection", last ? "close" : "keep-alive"}, {"http-version", "HTTP/1.1"}};
+      return last ? 201 : 200;
+    }
+    std::vector<std::string> given;
+  };
+  const ScriptedPeer peer;
+  Reading server(peer);
+  EXPECT_EQ(server.run(), 0);
+  EXPECT_EQ(server.given, (std::vector<std::string>{"", "", ""}));
+  EXPECT_EQ(peer.written(), answer("GET /1") + answer("GET /2") + refusal("201 Created", "HTTP/1.1"));
 }
 
 TEST(ConnectionLoop, PostBody_IsReadByTheHandler) {
@@ -132,12 +159,18 @@ TEST(ConnectionLoop, HandlerThatGivesFalse_EndsWithoutWriting) {
   struct Refusing : TestServer {
     using TestServer::TestServer;
     bool doGET(const std::string&) override { return false; }
+    bool doPOST(const std::string&) override { return false; }
+    bool doHEAD(const std::string&) override { return false; }
   };
-  const ScriptedPeer peer("GET /a HTTP/1.1\r\nConnection: keep-alive\r\n\r\nPOST /b HTTP/1.1\r\n\r\n");
-  Refusing server(peer);
-  EXPECT_EQ(server.run(), 0);
-  EXPECT_EQ(peer.writeCalls(), 0);
-  EXPECT_FALSE(peer.deleted());
+  const std::string next = "GET /b HTTP/1.1\r\n\r\n";
+  for (const char* method : {"GET", "POST", "HEAD"}) {
+    const ScriptedPeer peer(std::string(method) + " /a HTTP/1.1\r\nConnection: keep-alive\r\n\r\n" + next);
+    Refusing server(peer);
+    EXPECT_EQ(server.run(), 0);
+    EXPECT_EQ(peer.writeCalls(), 0) << method;
+    EXPECT_EQ(peer.unread(), next.size()) << method;
+    EXPECT_FALSE(peer.deleted()) << method;
+  }
 }
 
 TEST(ConnectionLoop, HandlerThatDropsTheConnection_EndsWithoutAReply) {
@@ -237,15 +270,35 @@ TEST(SendResponseClose, Reply_SaysClose) {
   EXPECT_FALSE(peer.deleted());
 }
 
-TEST(SendResponse, EveryFailingWrite_IsFalseAndABodyCloses) {
+// Ends bodies with a result of its own.
+struct Finishing : TestServer {
+  Finishing(const ScriptedPeer& peer, bool given) : TestServer(peer), result(given) {}
+  bool finishBody() override { return ++finished, result; }
+  bool reply(bool close) {
+    return close ? sendResponseClose(200, "hello", "a/b", {}) : sendResponse(200, "hello", "a/b", {});
+  }
+  bool result;
+  int finished = 0;
+};
+
+TEST(SendResponse, EveryFailingWrite_IsFalseAndEndsTheReplyAndABodyCloses) {
   for (const bool close : {false, true}) {
     for (int nth = 1; nth <= 6; ++nth) {
       ScriptedPeer peer;
-      TestServer server(peer.failWrite(nth));
-      const bool sent =
-          close ? server.sendResponseClose(200, "hello", "a/b", {}) : server.sendResponse(200, "hello", "a/b", {});
-      EXPECT_FALSE(sent) << nth;
+      Finishing server(peer.failWrite(nth), true);
+      EXPECT_FALSE(server.reply(close)) << nth;
+      EXPECT_EQ(server.finished, 0) << nth;
       EXPECT_EQ(peer.deleted(), nth == 6) << nth;
+    }
+  }
+}
+
+TEST(SendResponse, ResultOfFinishBody_IsItsOwn) {
+  for (const bool result : {false, true}) {
+    for (const bool close : {false, true}) {
+      Finishing server(ScriptedPeer(), result);
+      EXPECT_EQ(server.reply(close), result);
+      EXPECT_EQ(server.finished, 1);
     }
   }
 }

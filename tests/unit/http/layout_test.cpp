@@ -224,7 +224,16 @@ TEST(Fields, ThreadControl_StandInTheirOrder) {
   cursor.expect(control.state, "state");
 }
 
+// One handler alone makes no server.
+struct WithoutPost : HttpThread {
+  bool doGET(const std::string&) override { return false; }
+};
+struct WithoutGet : HttpThread {
+  bool doPOST(const std::string&) override { return false; }
+};
+
 // Holds at compile time.
+static_assert(std::is_abstract_v<WithoutPost> && std::is_abstract_v<WithoutGet>);
 static_assert(std::is_same_v<decltype(TestServer::timeout), std::int32_t>);
 static_assert(std::is_same_v<decltype(TestServer::bodyRemaining), std::int32_t>);
 static_assert(std::is_same_v<decltype(TestServer::chunkRemaining), std::int32_t>);
