@@ -1,10 +1,11 @@
 // Any bytes as a package: refused with a line of printable text, or each of its entries unpacks to the size that was
 // announced. What does not begin like an archive is read as a manifest.
 #include <sys/mman.h>
-#include <unistd.h>
 
 #include <algorithm>
 
+#include "base/descriptor.h"
+#include "base/file_io.h"
 #include "fuzz/input.h"
 #include "platform/linux/jxapp/failure.h"
 #include "platform/linux/jxapp/package.h"
@@ -14,17 +15,11 @@ namespace {
 
 constexpr std::uint64_t kMuch = std::uint64_t{1} << 20U;
 
-class MemoryFile {
- public:
-  explicit MemoryFile(const std::string& bytes) : fd(memfd_create("package", MFD_CLOEXEC)) {
-    require(fd >= 0 && write(fd, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()));
-  }
-  MemoryFile(const MemoryFile&) = delete;
-  MemoryFile& operator=(const MemoryFile&) = delete;
-  ~MemoryFile() { close(fd); }
-
-  const int fd;
-};
+base::Descriptor memoryFile(const std::string& bytes) {
+  base::Descriptor file(memfd_create("package", MFD_CLOEXEC));
+  require(file && base::writeAll(file.get(), bytes));
+  return file;
+}
 
 std::uint32_t checksum(const char* data, std::size_t size) {
   std::uint32_t crc = 0xFFFFFFFFU;
@@ -84,12 +79,12 @@ void readAll(std::string bytes) {
     return require(bytes.find('\0') == std::string::npos);  // no JSON has one
   }
   setChecksums(bytes);
-  const MemoryFile file(bytes);
-  const jxinstall::Package package = jxinstall::readPackage(file.fd, bytes.size());
+  const base::Descriptor file = memoryFile(bytes);
+  const jxinstall::Package package = jxinstall::readPackage(file.get(), bytes.size());
   require(package.index.entries.size() <= jxinstall::kMaxEntries);
   require(package.index.unpackedBytes <= jxinstall::kMaxUnpackedBytes);
   checkManifest(package.manifest);
-  unpack(file.fd, package);
+  unpack(file.get(), package);
 }
 
 }  // namespace

@@ -12,28 +12,21 @@
 #include <string>
 #include <utility>
 
+#include "base/descriptor.h"
 #include "platform/linux/zoripc/socket_stream.h"
 
-// A descriptor that is closed with its owner.
+// A socket with which a test plays the other end.
 class RawSocket {
  public:
   explicit RawSocket(int fd = -1) : fd_(fd) {}
-  RawSocket(RawSocket&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-  RawSocket(const RawSocket&) = delete;
-  RawSocket& operator=(const RawSocket&) = delete;
-  ~RawSocket() { close(); }
-
-  int fd() const { return fd_; }
-  int release() { return std::exchange(fd_, -1); }
-  void close() {
-    if (fd_ >= 0) ::close(fd_);
-    fd_ = -1;
-  }
+  int fd() const { return fd_.get(); }
+  int release() { return fd_.release(); }
+  void close() { fd_ = {}; }
 
   // Sends everything; false when the other end has gone.
   bool send(const std::string& bytes) const {
     for (std::size_t at = 0; at < bytes.size();) {
-      const ssize_t count = ::send(fd_, bytes.data() + at, bytes.size() - at, MSG_NOSIGNAL);
+      const ssize_t count = ::send(fd_.get(), bytes.data() + at, bytes.size() - at, MSG_NOSIGNAL);
       if (count <= 0) return false;
       at += static_cast<std::size_t>(count);
     }
@@ -42,14 +35,14 @@ class RawSocket {
 
   // Sends what the other end takes at once; returns how many bytes.
   std::size_t sendSome(const std::string& bytes) const {
-    const ssize_t count = ::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    const ssize_t count = ::send(fd_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
     return count > 0 ? static_cast<std::size_t>(count) : 0;
   }
 
   // Receives exactly `size` bytes, or what came before the end.
   std::string receive(std::size_t size) const {
     std::string bytes(size, '\0');
-    const ssize_t count = size == 0 ? 0 : recv(fd_, bytes.data(), size, MSG_WAITALL);
+    const ssize_t count = size == 0 ? 0 : recv(fd_.get(), bytes.data(), size, MSG_WAITALL);
     bytes.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
     return bytes;
   }
@@ -57,7 +50,7 @@ class RawSocket {
   // Receives up to `size` bytes of those that are there.
   std::string receiveSome(std::size_t size) const {
     std::string bytes(size, '\0');
-    const ssize_t count = recv(fd_, bytes.data(), size, MSG_DONTWAIT);
+    const ssize_t count = recv(fd_.get(), bytes.data(), size, MSG_DONTWAIT);
     bytes.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
     return bytes;
   }
@@ -67,7 +60,7 @@ class RawSocket {
     std::string all;
     char block[4096];
     ssize_t count = 0;
-    while ((count = recv(fd_, block, sizeof block, 0)) > 0) all.append(block, static_cast<std::size_t>(count));
+    while ((count = recv(fd_.get(), block, sizeof block, 0)) > 0) all.append(block, static_cast<std::size_t>(count));
     if (reset != nullptr) *reset = count < 0;
     return all;
   }
@@ -75,18 +68,18 @@ class RawSocket {
   // Bytes that wait to be received.
   int waiting() const {
     int count = -1;
-    ioctl(fd_, FIONREAD, &count);
+    ioctl(fd_.get(), FIONREAD, &count);
     return count;
   }
 
   // Makes the close that follows a reset.
   void resetOnClose() const {
     const linger abort{1, 0};
-    setsockopt(fd_, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
+    setsockopt(fd_.get(), SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
   }
 
  private:
-  int fd_;
+  base::Descriptor fd_;
 };
 
 struct RawPair {
