@@ -7,6 +7,8 @@
 #include <string>
 #include <utility>
 
+#include "base/ignore.h"
+
 namespace {
 
 using zoripc::JSObject;
@@ -75,7 +77,7 @@ bool registerOnce() {
   zoripc::ipcSetAppID("jxdownloader");
   if (zoripc::ipcRegisterUnicastError(onNotification, nullptr) != 0) return false;
   if (zoripc::ipcRegisterNotificationCB(kResponseNotification, onNotification, nullptr, 0, "") != 0) {
-    static_cast<void>(zoripc::ipcUnregisterUnicastError(onNotification, nullptr));
+    base::ignore(zoripc::ipcUnregisterUnicastError(onNotification, nullptr));
     return false;
   }
   completeRegistration();

@@ -11,6 +11,7 @@
 #include <string>
 #include <utility>
 
+#include "base/ignore.h"
 #include "cloudproxy/exchange.h"
 #include "cloudproxy/proxy_message.h"
 #include "shell/pages.h"
@@ -44,7 +45,7 @@ void sendLogLevel(int level) {
   try {
     JSObject message = JSObject::object();
     message["proxy"]["loglevel"] = level;
-    static_cast<void>(zoripc::ipcNotify(kCloudProxyId, kCloudProxyNotification, message, 0, ""));
+    base::ignore(zoripc::ipcNotify(kCloudProxyId, kCloudProxyNotification, message, 0, ""));
   } catch (const std::exception&) {
     return;  // a level that cannot be sent is as good as one that is not taken, which nobody reports either
   }

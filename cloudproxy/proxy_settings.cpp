@@ -6,6 +6,7 @@
 #include <exception>
 #include <utility>
 
+#include "base/ignore.h"
 #include "cloudproxy/exchange.h"
 #include "cloudproxy/proxy_info.h"
 #include "cloudproxy/proxy_message.h"
@@ -42,7 +43,7 @@ JSObject certificatesOf(const std::string& environment, AuthMode mode, const std
 // The old format has the names alone; what the page expects with them follows from the device's type.
 void useOldList(const JSObject& names, AuthMode mode, ProxySettings& settings) {
   ProxyInfo info;
-  static_cast<void>(readProxyInfo(info));  // a proxy that does not tell its type counts as a test device
+  base::ignore(readProxyInfo(info));  // a proxy that does not tell its type counts as a test device
   JSObject list = JSObject::array();
   for (std::size_t i = 0; i < names.size(); ++i) {
     if (!names.at(i).isString()) continue;

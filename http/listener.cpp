@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <memory>
 
+#include "base/ignore.h"
 #include "http/no_throw.h"
 #include "http/number_text.h"
 #include "http/thread.h"
@@ -35,7 +36,7 @@ std::unique_ptr<zoripc::TCP> openEndpoint(ServerSettings& settings) {
       return endpoint;
     }
     // Not released, deliberately: a failed endpoint is left to the end of the process.
-    static_cast<void>(endpoint.release());
+    base::ignore(endpoint.release());
   } catch (...) {
     passOnThreadExit();
   }

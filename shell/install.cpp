@@ -11,6 +11,7 @@
 #include <ctime>
 #include <exception>
 
+#include "base/ignore.h"
 #include "base/text.h"
 #include "shell/controller.h"
 
@@ -64,7 +65,7 @@ void installPackages(std::string& text) {
   const InstallGuard guard;
   if (finishing)
     return installLogLine(&text, "Error: the program on the terminal ends: nothing was installed, send again\n");
-  static_cast<void>(jxapp::jxInstall(installLogLine, &text));  // its messages are the report
+  base::ignore(jxapp::jxInstall(installLogLine, &text));  // its messages are the report
   notifyController("libmac_scan_manifests");
 }
 

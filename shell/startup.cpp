@@ -8,6 +8,8 @@
 #include <cstddef>
 #include <cstdlib>
 
+#include "base/ignore.h"
+
 namespace {
 
 constexpr mode_t kFileModeMask = 022;
@@ -24,7 +26,7 @@ void openToOthers(const char* directory) {
   struct stat status {};
   if (stat(directory, &status) != 0) return;  // one that is missing is not made here
   if ((status.st_mode & kOthersReadAndSearch) == kOthersReadAndSearch) return;
-  static_cast<void>(chmod(directory, (status.st_mode & kPermissionBits) | kOthersReadAndSearch));
+  base::ignore(chmod(directory, (status.st_mode & kPermissionBits) | kOthersReadAndSearch));
 }
 
 }  // namespace

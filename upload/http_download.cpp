@@ -5,6 +5,7 @@
 
 #include <optional>
 
+#include "base/ignore.h"
 #include "http/listener.h"
 #include "shell/pages.h"
 #include "upload/http_port.h"
@@ -55,7 +56,7 @@ void serveWhileShown(PageVars& vars, const AddressList& addresses) {
   // Shown before the server listens, deliberately: where the port is taken, the next page replaces it at once.
   showPageAsync(vars, "download-http.html", stopOnPageEnd, &settings);
   const JXDownloadServer prototype;
-  static_cast<void>(zorhtml::serve(settings, prototype));
+  base::ignore(zorhtml::serve(settings, prototype));
 }
 
 }  // namespace

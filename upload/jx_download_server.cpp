@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "base/ignore.h"
 #include "base/text.h"
 #include "shell/install.h"
 #include "shell/source_directory.h"
@@ -45,12 +46,12 @@ bool JXDownloadServer::sendNotFound() { return sendResponse(404, "404 File not f
 bool JXDownloadServer::sendCertificates() {
   std::string archive;
   // The result is not looked at, deliberately: what there is of the archive is sent.
-  static_cast<void>(jxapp::jxGetCertificateArchive(archive));
+  base::ignore(jxapp::jxGetCertificateArchive(archive));
   return sendResponse(200, archive, "application/x-tar", {});
 }
 
 bool JXDownloadServer::receiveUpload() {
-  static_cast<void>(jxapp::jxInstallCreateSourceDir());  // without it no file can be opened, which shows in the page
+  base::ignore(jxapp::jxInstallCreateSourceDir());  // without it no file can be opened, which shows in the page
   // Made before anything is stored: memory that runs out between reception and installation would leave files behind.
   std::string page = std::string(kUploadResultBegin) + kUploadSuccessful;
   {

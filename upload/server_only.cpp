@@ -1,5 +1,6 @@
 #include "upload/server_only.h"
 
+#include "base/ignore.h"
 #include "http/listener.h"
 #include "upload/http_port.h"
 #include "upload/jx_download_server.h"
@@ -7,5 +8,5 @@
 void runServerOnly() {
   zorhtml::ServerSettings settings(httpPort);
   const JXDownloadServer server;
-  static_cast<void>(zorhtml::serve(settings, server));
+  base::ignore(zorhtml::serve(settings, server));
 }

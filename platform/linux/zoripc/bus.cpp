@@ -17,6 +17,7 @@
 #include <utility>
 
 #include "base/deadline.h"
+#include "base/ignore.h"
 #include "platform/linux/zoripc/application_name.h"
 #include "platform/linux/zoripc/bus_address.h"
 
@@ -153,7 +154,7 @@ int Bus::sendOnce(const Notification& notification) {
   sd_bus_slot* slot = nullptr;
   result = sd_bus_call_async(bus_, &slot, made, Sent::onReply, sent.get(), kNoLimit);
   if (result < 0) return result;
-  static_cast<void>(sent.release());  // to onDestroy
+  base::ignore(sent.release());  // to onDestroy
   sd_bus_slot_set_destroy_callback(slot, Sent::onDestroy);
   sd_bus_slot_set_floating(slot, 1);  // the bus keeps it until the reply has come
   sd_bus_slot_unref(slot);

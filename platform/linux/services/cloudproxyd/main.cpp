@@ -10,6 +10,7 @@
 #include <string>
 #include <utility>
 
+#include "base/ignore.h"
 #include "platform/linux/services/cloudproxyd/gateway_check.h"
 #include "platform/linux/services/cloudproxyd/options.h"
 #include "platform/linux/services/cloudproxyd/service.h"
@@ -27,7 +28,7 @@ void onRequest(void* data, const std::string& sender, const std::string& /*recei
                const zoripc::JSObject& message, unsigned /*flags*/) {
   try {
     static_cast<Service*>(data)->take(message, [sender](const zoripc::JSObject& response) {
-      static_cast<void>(zoripc::ipcNotify(sender.c_str(), "CloudProxyConfResponse", response, 0, ""));
+      base::ignore(zoripc::ipcNotify(sender.c_str(), "CloudProxyConfResponse", response, 0, ""));
     });
   } catch (const std::exception& error) {
     std::fprintf(stderr, "cloudproxyd: a request has been lost: %s\n", error.what());
