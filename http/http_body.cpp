@@ -107,11 +107,11 @@ int HttpProto::readWholeBody(Body& body) {
         if (bodyRemaining > 0) return readAnnounced(body);
         return gatherBlocks(body, [this](void* data, int size) { return readBody(data, size); });
       },
-      [] { return -1; });
-  if (length < 0) {
-    dropConnection();
-    Body().swap(body);  // its memory goes too
-  }
+      [this] {
+        dropConnection();
+        return -1;
+      });
+  if (length < 0) Body().swap(body);  // its memory goes too
   return length;
 }
 

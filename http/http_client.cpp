@@ -127,8 +127,7 @@ int HttpProto::exchange(HttpMethod method, const std::string& url, const std::st
   if (!writeBody(body) || !finishBody()) return kGone;
   bool keepOpen = false;
   const int status = readResponse(keepOpen);
-  // A connection that reading the head has given up is one for which there was no memory.
-  if ((status < 200 || status > 299) && !keepOpen) return connection == nullptr ? kGone : status;
+  if ((status < 200 || status > 299) && !keepOpen) return status;
   if (readBody(responseBody) == -1) return status == kOk ? kGone : status;
   responseType = headers["content-type"];
   return status;

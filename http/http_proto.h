@@ -99,8 +99,8 @@ class HttpProto {
 
   // A whole exchange. Returns the response's status. 410 when the request could not be sent, when the body of a
   // response 200 could not be read (another status stands although its body is missing), or without memory. 400 when
-  // the response's head is malformed or cut by the end of the stream, or no response came; 408 when the peer fell
-  // silent behind its first line. The strings are empty unless the body was read.
+  // the response's head is malformed, cut by the end of the stream or finds no memory itself, or no response came; 408
+  // when the peer fell silent behind its first line. The strings are empty unless the body was read.
   virtual int request(HttpMethod method, const std::string& url, const std::string& body,
                       const std::string& contentType, std::string& responseBody, std::string& responseType,
                       bool keepAlive);

@@ -51,8 +51,8 @@ bool isContinuation(const std::string& line) { return !line.empty() && (line.fro
 }  // namespace
 
 HttpProto::LineResult HttpProto::readLine(std::string& line) {
-  line.clear();
   if (connection == nullptr) return LineResult::NoConnection;
+  line.clear();
   for (;;) {
     char c = 0;
     if (!connection->readExact(&c, 1, timeout)) {

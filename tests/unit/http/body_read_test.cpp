@@ -157,6 +157,37 @@ TEST(FixedBody, WholeBodyOf16Mebibytes_IsReadAtOnceToo) {
   EXPECT_EQ(peer.unread(), 4U);
 }
 
+TEST(FixedBody, ReplacedStepThatReadsLess_LeavesTheOutputAsAnnounced) {
+  struct Sparing : Engine {
+    using Engine::Engine;
+    using Engine::readBody;
+    int readBody(void* data, int) override { return std::memcpy(data, "ab", 2), 2; }
+  };
+  Sparing engine{ScriptedPeer()};
+  engine.bodyRemaining = 5;
+  std::string text = "left over";
+  EXPECT_EQ(engine.readBody(text), 2);
+  EXPECT_EQ(text, std::string("ab\0\0\0", 5));
+}
+
+// A derived class whose reading fails for a reason of its own may go on with the connection.
+TEST(WholeBody, FailureOfAReplacedStep_EmptiesTheOutputAndKeepsTheConnection) {
+  struct Refusing : Engine {
+    using Engine::Engine;
+    using Engine::readBody;
+    int readBody(void*, int) override { return -1; }
+  };
+  for (const int framing : {5, 16 * kMebibyte + 1, -1}) {
+    const ScriptedPeer peer("hello");
+    Refusing engine(peer);
+    engine.bodyRemaining = framing;
+    std::string text = "left";
+    EXPECT_EQ(engine.readBody(text), -1) << framing;
+    EXPECT_EQ(text, "") << framing;
+    EXPECT_FALSE(peer.deleted()) << framing;
+  }
+}
+
 TEST(FixedBody, LargerWholeBody_IsReadInPieces) {
   std::string sent(16 * kMebibyte, 'x');
   sent += "yz";
@@ -252,9 +283,24 @@ TEST(ChunkedBody, LargeBuffer_TakesAllChunksAtOnce) {
 TEST(ChunkedBody, BufferThatEndsWithTheData_LeavesTheLastChunkForTheNextRead) {
   const ScriptedPeer peer("5\r\nhello\r\n0\r\n\r\n");
   Chunked engine(peer);
-  const Reads reads = readThrough(engine, 5);
-  EXPECT_EQ(reads.results, (Results{5, 0}));
+  char buffer[5];
+  EXPECT_EQ(engine.readBody(buffer, 5), 5);
+  EXPECT_EQ(peer.unread(), std::string("0\r\n\r\n").size());
+  EXPECT_EQ(engine.readBody(buffer, 5), 0);
   EXPECT_EQ(peer.unread(), 0U);
+}
+
+TEST(ChunkedBody, DataOfAChunk_IsOneStreamReadWithTheTimeout) {
+  const ScriptedPeer peer("5\r\nhello\r\n0\r\n\r\n");
+  Chunked engine(peer);
+  engine.timeout = 77;
+  readThrough(engine, 3);
+  std::vector<std::size_t> sizes;
+  for (const auto& read : peer.reads()) {
+    EXPECT_EQ(read.timeoutMs, 77);
+    if (!read.exact) sizes.push_back(read.size);
+  }
+  EXPECT_EQ(sizes, (std::vector<std::size_t>{3, 2}));
 }
 
 TEST(ChunkedBody, LineEndAfterTheData_IsNotExamined) {

@@ -36,6 +36,7 @@ TEST(WriteBody, Chunked_WritesSizeDataAndLineEnd) {
   EXPECT_TRUE(engine.finishBody());
   EXPECT_EQ(peer.writes(), (Lines{"3\r\n", "abc", "\r\n", "2\r\n", "de", "\r\n", "0\r\n\r\n"}));
   EXPECT_EQ(engine.bodyRemaining, -1);
+  EXPECT_TRUE(engine.headers.empty());
 }
 
 TEST(WriteBody, ChunkSize_IsLowerCaseHexadecimal) {
@@ -106,6 +107,7 @@ TEST(FinishBody, BodyInFull_SendsNothing) {
   EXPECT_EQ(peer.writeCalls(), 0);
   EXPECT_FALSE(peer.deleted());
   EXPECT_EQ(engine.bodyRemaining, -1);
+  EXPECT_TRUE(engine.headers.empty());
 }
 
 // Both the loop and the write count down, so half of the shortfall is padded and an odd one ends in a failed write.

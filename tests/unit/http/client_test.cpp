@@ -194,6 +194,32 @@ TEST(Request, AnswerThatEndsTheConnection_IsReadOnlyWhenSuccessful) {
   }
 }
 
+TEST(Request, AnswerThatGaveTheConnectionUp_KeepsItsStatus) {
+  struct Leaving : Engine {
+    using Engine::Engine;
+    int readResponse(bool& keepOpen) override {
+      setConnection(nullptr);
+      keepOpen = false;
+      return 503;
+    }
+  };
+  Leaving engine{ScriptedPeer()};
+  std::string body, type;
+  EXPECT_EQ(engine.request(HttpMethod::Get, "h", "", "", body, type, true), 503);
+}
+
+TEST(Request, BodyThatCannotBeEnded_Is410) {
+  struct Unending : Engine {
+    using Engine::Engine;
+    bool finishBody() override { return false; }
+  };
+  const ScriptedPeer peer("HTTP/1.1 200 OK\r\n\r\n");
+  Unending engine(peer);
+  std::string body, type;
+  EXPECT_EQ(engine.request(HttpMethod::Get, "h", "", "", body, type, true), 410);
+  EXPECT_TRUE(peer.reads().empty());
+}
+
 TEST(Request, ChunkedAnswer_IsGathered) {
   const Exchange result =
       exchange(ScriptedPeer("HTTP/1.1 201 Created\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nhello\r\n0\r\n\r\n"));
@@ -233,8 +259,12 @@ TEST(Request, UnreadableBody_Is410InPlaceOf200Alone) {
   EXPECT_EQ(ok.status, 410);
   EXPECT_EQ(ok.body, "");
   EXPECT_EQ(ok.type, "");
-  EXPECT_EQ(exchange(ScriptedPeer("HTTP/1.1 206 x\r\nContent-Length: 5\r\n\r\nhel")).status, 206);
-  EXPECT_EQ(exchange(ScriptedPeer("HTTP/1.1 500 x\r\nContent-Length: 5\r\n\r\nhel")).status, 500);
+  for (const int status : {201, 206, 500}) {
+    const Exchange other = exchange(
+        ScriptedPeer("HTTP/1.1 " + std::to_string(status) + " x\r\nContent-Type: t\r\nContent-Length: 5\r\n\r\nhel"));
+    EXPECT_EQ(other.status, status);
+    EXPECT_EQ(other.body + other.type, "") << status;
+  }
 }
 
 TEST(Request, AnswerCutInItsHead_Is400Or408) {

@@ -53,9 +53,12 @@ TEST(Destruction, HeldStream_IsDeleted) {
 }
 
 TEST(SetConnection, HeldStream_IsDeletedFirst) {
-  const ScriptedPeer first, second;
+  ScriptedPeer first;
+  const ScriptedPeer second;
   Engine engine(first);
-  engine.setConnection(second.stream());
+  zoripc::IPC* const next = second.stream();
+  first.onDelete([&] { EXPECT_NE(engine.connection, next); });
+  engine.setConnection(next);
   EXPECT_TRUE(first.deleted());
   EXPECT_FALSE(second.deleted());
   engine.setConnection(nullptr);

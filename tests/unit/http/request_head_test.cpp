@@ -43,11 +43,11 @@ TEST(ReadLine, EndOfStreamOrSilence_KeepsThePartialLine) {
   EXPECT_EQ(line, "al");
 }
 
-TEST(ReadLine, NoConnection_IsItsOwnResult) {
+TEST(ReadLine, NoConnection_IsItsOwnResultAndKeepsTheLine) {
   Engine engine;
   std::string line = "old";
   EXPECT_EQ(engine.readLine(line), Engine::LineResult::NoConnection);
-  EXPECT_EQ(line, "");
+  EXPECT_EQ(line, "old");
   EXPECT_EQ(static_cast<int>(Engine::LineResult::Complete), 0);
   EXPECT_EQ(static_cast<int>(Engine::LineResult::Closed), 1);
   EXPECT_EQ(static_cast<int>(Engine::LineResult::TimedOut), 2);
@@ -93,7 +93,7 @@ TEST(RequestHead, UnknownFirstWord_Is400AndKeepsOpen) {
     for (const char* rest : {" /", " / HTTP/1.1", " / HTTP/1.1 x"}) {
       const Head head = readHead(word + (rest + std::string("\r\nA: b\r\n\r\n")));
       EXPECT_EQ(head.status, 400) << word << rest;
-      EXPECT_EQ(head.method, HttpMethod::Unknown) << word << rest;
+      EXPECT_EQ(static_cast<int>(head.method), 0) << word << rest;
       EXPECT_EQ(head.path, "") << word << rest;
       EXPECT_TRUE(head.keepOpen) << word << rest;
       EXPECT_TRUE(head.headers.empty()) << word << rest;
@@ -256,6 +256,14 @@ TEST(RequestHead, OtherTransferEncoding_LeavesTheLength) {
 
 const std::string kRequest = "POST /a%20b?c HTTP/1.1\r\nHost: x\r\nX-A: 1\r\n 2\r\nContent-Length: 5\r\n\r\n";
 
+// A head that fails at `cut` keeps what its start line gave, if that was whole.
+void expectStartLine(const Head& head, std::size_t cut) {
+  const bool whole = cut > kRequest.find('\n');
+  EXPECT_EQ(head.method, whole ? HttpMethod::Post : HttpMethod::Unknown) << cut;
+  EXPECT_EQ(head.path, whole ? "/a b?c" : "") << cut;
+  EXPECT_EQ(head.headers.count("http-version"), whole ? 1U : 0U) << cut;
+}
+
 TEST(RequestHead, CutAnywhereByTheEnd_Is400) {
   for (std::size_t cut = 0; cut < kRequest.size(); ++cut) {
     const ScriptedPeer peer(kRequest.substr(0, cut), End::Closed);
@@ -265,6 +273,7 @@ TEST(RequestHead, CutAnywhereByTheEnd_Is400) {
     EXPECT_FALSE(head.keepOpen) << cut;
     EXPECT_EQ(head.bodyRemaining, 0) << cut;
     EXPECT_FALSE(peer.deleted()) << cut;
+    expectStartLine(head, cut);
   }
 }
 
@@ -274,6 +283,7 @@ TEST(RequestHead, SilenceAnywhere_Is408) {
       const Head head = readHead(ScriptedPeer(kRequest.substr(0, cut), end));
       EXPECT_EQ(head.status, 408) << cut;
       EXPECT_FALSE(head.keepOpen) << cut;
+      expectStartLine(head, cut);
     }
   }
 }
@@ -348,18 +358,25 @@ TEST(ReadRequest, Failure_EndsClientModeToo) {
   Engine silent(ScriptedPeer("", End::TimedOut));
   EXPECT_EQ(silent.readRequest(method, path), 408);
   EXPECT_EQ(silent.clientMode, 0);
+  for (const char* wire : {"", "get /\n", "GET / a b\n", "GET /\nA"}) {
+    Engine malformed{ScriptedPeer(wire)};
+    EXPECT_EQ(malformed.readRequest(method, path), 400) << wire;
+    EXPECT_EQ(malformed.clientMode, 0) << wire;
+  }
   Engine unconnected;
   EXPECT_EQ(unconnected.readRequest(method, path), 410);
   EXPECT_EQ(unconnected.clientMode, 0);
 }
 
 TEST(ReadRequest, Response_Is400AndStaysInClientMode) {
-  Engine engine(ScriptedPeer("HTTP/1.1 200 OK\r\n\r\n"));
-  HttpMethod method = HttpMethod::Unknown;
-  std::string path;
-  EXPECT_EQ(engine.readRequest(method, path), 400);
-  EXPECT_EQ(method, HttpMethod::Response);
-  EXPECT_EQ(engine.clientMode, 1);
+  for (const char* wire : {"HTTP/1.1 200 OK\r\n\r\n", "HTTP/1.1 200 OK\r\nsilence"}) {
+    Engine engine(ScriptedPeer(wire, End::TimedOut));
+    HttpMethod method = HttpMethod::Unknown;
+    std::string path;
+    EXPECT_EQ(engine.readRequest(method, path), 400) << wire;
+    EXPECT_EQ(method, HttpMethod::Response) << wire;
+    EXPECT_EQ(engine.clientMode, 1) << wire;
+  }
 }
 
 }  // namespace

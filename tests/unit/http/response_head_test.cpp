@@ -54,11 +54,13 @@ TEST(ReadResponse, Response_GivesItsStatusAndKeepsTheMode) {
   EXPECT_EQ(engine.clientMode, 0);
 }
 
-TEST(ReadResponse, Request_Is400) {
+TEST(ReadResponse, Request_Is400EvenWhenItFallsSilent) {
   Engine engine(ScriptedPeer("GET / HTTP/1.1\r\n\r\n"));
   bool keepOpen = false;
   EXPECT_EQ(engine.readResponse(keepOpen), 400);
   EXPECT_TRUE(keepOpen);
+  EXPECT_EQ(Engine(ScriptedPeer("GET / HTTP/1.1\r\nA", End::TimedOut)).readResponse(keepOpen), 400);
+  EXPECT_FALSE(keepOpen);
 }
 
 TEST(ReadResponse, NothingReadable_Is400WhateverTheReason) {
@@ -98,6 +100,8 @@ TEST(GetBasicAuth, BasicField_IsSplitAtTheFirstColon) {
   const Credentials empty = credentialsOf("Basic Og==");  // :
   EXPECT_EQ(empty.user, "");
   EXPECT_EQ(empty.password, "");
+  EXPECT_EQ(credentialsOf("Basic OnB3").password, "pw");    // :pw
+  EXPECT_EQ(credentialsOf("Basic dXNlcjo=").user, "user");  // user:
 }
 
 TEST(GetBasicAuth, AnythingElse_LeavesBothEmpty) {

@@ -133,6 +133,24 @@ TEST_F(SendFile, FailingBlock_IsTheLast) {
   EXPECT_EQ(engine.blocks, 1);
 }
 
+int lowestFreeDescriptor() {
+  const int fd = dup(0);
+  close(fd);
+  return fd;
+}
+
+TEST_F(SendFile, LastChunk_FollowsTheEndOfTheFilesUse) {
+  struct Looking : Engine {
+    using Engine::Engine;
+    bool finishBody() override { return lowest = lowestFreeDescriptor(), Engine::finishBody(); }
+    int lowest = -1;
+  };
+  const int before = lowestFreeDescriptor();
+  Looking engine{ScriptedPeer()};
+  EXPECT_FALSE(engine.sendFile(200, name_, "", true, {}));
+  EXPECT_EQ(engine.lowest, before);
+}
+
 TEST_F(SendFile, Directory_IsTheLastChunkAlone) {
   const ScriptedPeer peer;
   EXPECT_FALSE(send(peer, "/tmp"));
@@ -146,15 +164,12 @@ TEST_F(SendFile, NoConnection_IsFalse) {
 }
 
 TEST_F(SendFile, ManyFiles_LeaveNoDescriptorOpen) {
-  const int before = dup(0);
-  close(before);
+  const int before = lowestFreeDescriptor();
   for (int nth = 1; nth <= 8; ++nth) {
     ScriptedPeer peer;
     send(peer.failWrite(nth), name_);
   }
-  const int after = dup(0);
-  close(after);
-  EXPECT_EQ(after, before);
+  EXPECT_EQ(lowestFreeDescriptor(), before);
 }
 
 }  // namespace

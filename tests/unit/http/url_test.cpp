@@ -34,6 +34,10 @@ TEST(ParseUrl, QueryWithoutASlash_BelongsToTheHost) {
   EXPECT_EQ(split("host?a=b"), (Parts{"http", "host?a=b", 0, "/"}));
 }
 
+TEST(ParseUrl, FirstOfEachMark_Counts) {
+  EXPECT_EQ(split("x://h:1/p/q?u=y://z:2/r"), (Parts{"x", "h", 1, "/p/q?u=y://z:2/r"}));
+}
+
 TEST(ParseUrl, SchemeMarkInThePath_EndsTheScheme) {
   EXPECT_EQ(split("host/a?u=x://y/z"), (Parts{"host/a?u=x", "y", 0, "/z"}));
 }
