@@ -71,7 +71,9 @@ bool HttpProto::writeRequestHeader(HttpMethod method, const std::string& url, in
 
 bool HttpProto::sendRequestHead(HttpMethod method, const std::string& url, const std::string& contentType,
                                 bool keepAlive, const HttpHeaders& extra) {
-  std::string scheme, host, path;
+  std::string scheme;
+  std::string host;
+  std::string path;
   std::uint16_t portNumber = 0;
   parseUrl(url, scheme, host, portNumber, path);
   const std::string port = portNumber == 0 ? "" : ":" + std::to_string(portNumber);

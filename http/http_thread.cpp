@@ -68,7 +68,7 @@ bool HttpThread::sendWhole(int status, const std::string& body, const std::strin
   return HttpProto::writeBody(body) && finishBody();
 }
 
-bool HttpThread::doHEAD(const std::string&) { return writeResponseHeader(405, 0, "text/plain", true, {}); }
+bool HttpThread::doHEAD(const std::string& /*path*/) { return writeResponseHeader(405, 0, "text/plain", true, {}); }
 
 int HttpThread::fillBuffer() {
   if (fill >= kBufferSize) return fill;

@@ -25,7 +25,7 @@ bool createDetached(pthread_t& thread, Thread* object) {
 
 }  // namespace
 
-void Thread::onStart(void*) {}
+void Thread::onStart(void* /*argument*/) {}
 
 void* threadEntry(void* argument) {
   const std::unique_ptr<Thread> object(static_cast<Thread*>(argument));

@@ -32,7 +32,7 @@ std::optional<Refusal> readVars(const Json& vars, PageResult& result) {
     } else if (value.is_string()) {
       result.vars[name] = value.get<std::string>();
     } else {
-      return Refusal{"\"vars\": the value of \"" + name + "\" is neither a string nor null"};
+      return Refusal{R"("vars": the value of ")" + name + "\" is neither a string nor null"};
     }
   }
   return std::nullopt;
@@ -51,7 +51,7 @@ std::variant<PageResult, Refusal> readResult(const Json& body) {
     } else if (name == "vars") {
       if (auto refusal = readVars(value, result)) return std::move(*refusal);
     } else {
-      return Refusal{"\"" + name + "\" is neither \"result\" nor \"vars\""};
+      return Refusal{'"' + name + R"(" is neither "result" nor "vars")"};
     }
   }
   if (!hasResult) return Refusal{"\"result\" is missing"};

@@ -140,22 +140,29 @@ bool SerialPort::fill(int timeoutMs) {
   const auto end = now() + std::chrono::milliseconds(timeoutMs);
   for (;;) {
     const auto rest = std::chrono::duration_cast<std::chrono::milliseconds>(end - now()).count();
-    pollfd entries[2] = {{fd_, POLLIN, 0}, {stopFd_, POLLIN, 0}};
-    const int ready = poll(entries, 2, rest > 0 ? static_cast<int>(rest) : 0);
-    if (ready < 0 && errno != EINTR) lost(device_, std::strerror(errno));
-    if (ready > 0 && entries[1].revents != 0) throw Interrupted();
-    if (ready > 0 && (entries[0].revents & POLLIN) != 0) {
-      const ssize_t got = read(fd_, buffer_, sizeof buffer_);
-      next_ = 0;
-      end_ = got > 0 ? static_cast<std::size_t>(got) : 0;
-      if (got > 0) return true;
-      if (got == 0) lost(device_, "the line was hung up");
-      if (errno != EAGAIN && errno != EINTR) lost(device_, std::strerror(errno));
-    } else if (ready > 0) {
-      lost(device_, "the line was hung up");
-    }
+    if (hasInput(rest > 0 ? static_cast<int>(rest) : 0) && takeInput()) return true;
     if (rest <= 0) return false;
   }
+}
+
+bool SerialPort::hasInput(int timeoutMs) {
+  pollfd entries[2] = {{fd_, POLLIN, 0}, {stopFd_, POLLIN, 0}};
+  const int ready = poll(entries, 2, timeoutMs);
+  if (ready < 0 && errno != EINTR) lost(device_, std::strerror(errno));
+  if (ready <= 0) return false;
+  if (entries[1].revents != 0) throw Interrupted();
+  if ((entries[0].revents & POLLIN) == 0) lost(device_, "the line was hung up");
+  return true;
+}
+
+// False when another reader was quicker, or a signal came.
+bool SerialPort::takeInput() {
+  const ssize_t got = read(fd_, buffer_, sizeof buffer_);
+  if (got == 0) lost(device_, "the line was hung up");
+  if (got < 0 && errno != EAGAIN && errno != EINTR) lost(device_, std::strerror(errno));
+  next_ = 0;
+  end_ = got > 0 ? static_cast<std::size_t>(got) : 0;
+  return got > 0;
 }
 
 }  // namespace jxpush

@@ -32,6 +32,8 @@ class SerialPort : public Line {
   void configure();
   void askForLowLatency();
   bool fill(int timeoutMs);
+  bool hasInput(int timeoutMs);
+  bool takeInput();
   void giveBack();
 
   const std::string device_;
