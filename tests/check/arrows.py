@@ -42,7 +42,7 @@ ALLOWED = {
              "platform/linux/zorhtml", "platform/linux/services/cloudproxyd", "platform/linux/services/controllerd",
              "tools/jxpush/http", "tests/support"},
     "tests/model": {"base", "upload", "tests/support"},
-    "tests/mutation": set(),
+    "tests/mutation": {"base"},
     "tests/support": {"base", "http", "serial", "cloudproxy", "platform/linux/jxapp", "platform/linux/support"},
 }
 SUBSYSTEMS = {"base", "http", "shell", "upload", "serial", "cloudproxy", "program", "platform/include"}
@@ -56,7 +56,7 @@ BESIDE = {
 STANDARD = re.compile(
     r"c?(assert|ctype|errno|limits|stdarg|stddef|stdint|stdio|stdlib|string|time|inttypes|signal)(\.h)?"
     r"|algorithm|array|atomic|cinttypes|deque|exception|functional|iterator|limits|list|map|memory|mutex|new|set"
-    r"|sstream|string|string_view|system_error|type_traits|typeinfo|unordered_map|utility|vector|chrono|thread|condition_variable|tuple|optional"
+    r"|sstream|stdexcept|string|string_view|system_error|type_traits|typeinfo|unordered_map|utility|vector|chrono|thread|condition_variable|tuple|optional"
     r"|dirent\.h|fcntl\.h|poll\.h|pthread\.h|termios\.h|unistd\.h|netdb\.h|ifaddrs\.h"
     r"|(arpa|net|netinet|sys)/\w+\.h")
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]', re.M)
