@@ -34,14 +34,9 @@ constexpr const char* kCannotWriteSettings = "Cannot write settings.<br>Cloudpro
 constexpr const char* kNoResponse = "No response.<br>Cloudproxy not running?";
 constexpr const char* kNoCloudResponse = "No cloud response (timeout)";
 
-void showResult(PageVars& vars, const std::string& text) {
-  vars["text"] = text;
-  showPage(vars, "result.html");
-}
-
 void runInformation(PageVars& vars) {
   ProxyInfo info;
-  if (readProxyInfo(info) != 0) return showResult(vars, errorText(kCannotReadInformation));
+  if (readProxyInfo(info) != 0) return showError(vars, kCannotReadInformation);
   vars["version"] = info.version;
   vars["auth_ex_support"] = std::string(1, info.auth_ex_support);
   vars["device_type"] = info.device_type;
@@ -58,7 +53,7 @@ int writeSettings(const std::string& environment, const std::string& cert, bool 
 
 void runSettings(PageVars& vars) {
   ProxySettings settings;
-  if (readProxySettings(settings) != 0) return showResult(vars, errorText(kCannotReadSettings));
+  if (readProxySettings(settings) != 0) return showError(vars, kCannotReadSettings);
   vars["cloud_env"] = settings.cloud_env;
   vars["cloud_env_list"] = settings.cloud_env_list;
   vars["auth_ex_support"] = std::string(1, settings.auth_ex_support);
@@ -68,7 +63,7 @@ void runSettings(PageVars& vars) {
   settings.cert = vars["cert"];
   if (writeSettings(settings.cloud_env, settings.cert, settings.auth_ex_support == '1') == 0) return;
   vars.clear();
-  showResult(vars, errorText(kCannotWriteSettings));
+  showError(vars, kCannotWriteSettings);
 }
 
 // Returns the code; `reason` becomes its text where there is one. What the proxy says of the result does not count: a
@@ -98,7 +93,7 @@ std::string describeStatus(const std::string& host, int code, const std::string&
 
 void runCheck(PageVars& vars) {
   ProxySettings settings;
-  if (readProxySettings(settings) != 0) return showResult(vars, errorText(kCannotReadSettings));
+  if (readProxySettings(settings) != 0) return showError(vars, kCannotReadSettings);
   vars["text"] = "Connect to gateway:<div class='text_nowrap_tick'>" + settings.cloud_hostname + "</div>";
   showPageAsync(vars, "wait.html");
   // So long the waiting page stays for the operator to read, unless there is no status to show after it.
@@ -106,8 +101,8 @@ void runCheck(PageVars& vars) {
   vars.clear();
   std::string reason;
   const int code = checkCloud(reason);
-  if (code == kNoProxy) return showResult(vars, errorText(kNoResponse));
-  if (code < 0) return showResult(vars, errorText(kNoCloudResponse));
+  if (code == kNoProxy) return showError(vars, kNoResponse);
+  if (code < 0) return showError(vars, kNoCloudResponse);
   waitUntil(deadline);
   showResult(vars, describeStatus(settings.cloud_hostname, code, reason));
 }

@@ -65,8 +65,7 @@ void runLogLevelPage() {
   PageVars vars;
   const int level = readLogLevel();
   if (level < 0) {
-    vars["text"] = errorText("Cannot read loglevel.<br>Cloudproxy not running?");
-    showPage(vars, "result.html");
+    showError(vars, "Cannot read loglevel.<br>Cloudproxy not running?");
     return;
   }
   vars["loglevel"] = shownDigit(level);

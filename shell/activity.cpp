@@ -10,8 +10,7 @@ namespace {
 void showFailure() {
   try {
     PageVars vars;
-    vars["text"] = errorText("Cannot continue.<br>Out of memory?");
-    showPage(vars, "result.html");
+    showError(vars, "Cannot continue.<br>Out of memory?");
   } catch (const std::exception&) {
     return;
   }

@@ -8,7 +8,9 @@
 namespace {
 
 std::string headOf(const char* colour, const char* words) {
-  return std::string("<span style='color:") + colour + "'><b>" + words + "</b></span><br>";
+  std::string html = "<span style='color:";
+  html.append(colour).append("'><b>").append(words).append("</b></span><br>");
+  return html;
 }
 
 }  // namespace
@@ -30,7 +32,18 @@ std::string failureHead(const char* words) { return headOf("#f00", words); }
 
 std::string successHead(const char* words) { return headOf("#0f0", words); }
 
-std::string errorText(const char* what) { return failureHead("Error:") + what; }
+std::string errorText(const char* what) {
+  std::string html = failureHead("Error:");
+  html += what;
+  return html;
+}
+
+void showResult(PageVars& vars, const std::string& text) {
+  vars["text"] = text;
+  showPage(vars, "result.html");
+}
+
+void showError(PageVars& vars, const char* what) { showResult(vars, errorText(what)); }
 
 void formatText(std::string& text, const char* format, ...) {
   text.clear();  // before the arguments are read: a text that is its own argument is empty there

@@ -31,5 +31,11 @@ std::string successHead(const char* words);
 // What a result page says of a failure: "Error:" as such a head, and then `what`.
 std::string errorText(const char* what);
 
+// Shows the result page with `text`, beside what `vars` holds already, and blocks until it returns. Main thread.
+void showResult(PageVars& vars, const std::string& text);
+
+// The same with errorText(what).
+void showError(PageVars& vars, const char* what);
+
 // Formats into `text`, which is cleared first, as the C library's printf does.
 void formatText(std::string& text, const char* format, ...) __attribute__((format(printf, 2, 3)));

@@ -27,8 +27,7 @@ void waitForAddresses(PageVars& vars, AddressList& addresses) {
 }
 
 void showNoAddress(PageVars& vars) {
-  vars["text"] = errorText("Cannot fetch terminal IP address.<br>Network not (yet) running?");
-  showPage(vars, "result.html");
+  showError(vars, "Cannot fetch terminal IP address.<br>Network not (yet) running?");
 }
 
 std::string urlOf(const std::string& address) {

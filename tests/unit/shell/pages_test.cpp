@@ -116,4 +116,14 @@ TEST_F(PagesTest, Heads_AreBoldAndRedOrGreenOnALineOfTheirOwn) {
   EXPECT_EQ(errorText("No response.<br>"), "<span style='color:#f00'><b>Error:</b></span><br>No response.<br>");
 }
 
+TEST_F(PagesTest, ShowResultAndShowError_ShowTheResultPageWithTheirTextBesideTheOtherVariables) {
+  PageVars vars{{"text", "old"}, {"a", "1"}};
+  showResult(vars, "done<br>");
+  showError(vars, "No response.");
+  const auto shown = gui.shown();
+  ASSERT_EQ(gui.shownNames(), (Names{"result.html", "result.html"}));
+  EXPECT_EQ(shown[0].vars, (PageVars{{"a", "1"}, {"text", "done<br>"}}));
+  EXPECT_EQ(shown[1].vars, (PageVars{{"a", "1"}, {"text", errorText("No response.")}}));
+}
+
 }  // namespace
