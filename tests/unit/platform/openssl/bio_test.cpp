@@ -24,6 +24,8 @@ TEST(Bio, ContentOf_IsWhatWasWritten) {
 }
 
 TEST(Bio, NoPassphrase_KeyThatNeedsOneCannotBeRead) {
+  char buffer[8];
+  EXPECT_LT(noPassphrase(buffer, sizeof buffer, 0, nullptr), 0);
   const Key key(EVP_EC_gen("P-256"));
   for (const bool encrypted : {false, true}) {
     const Bio memory(BIO_new(BIO_s_mem()));
