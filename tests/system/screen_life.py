@@ -45,8 +45,6 @@ class Life(ScreenCase):
         requests = (b"GET / " + host + b"Range: bytes=0-0\r\n\r\n",
                     b"POST /api/screen/1/result " + host + b"Content-Type: multipart/form-data; boundary=x\r\n"
                     b"Content-Length: %d\r\n\r\n" % len(form) + form)
-        for request in requests:  # what the server makes for them is there before
-            self.send(request)
         late = [self.connect() for _ in requests]
         for connection, request in zip(late, requests):
             connection.sendall(request[:8])

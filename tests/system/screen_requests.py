@@ -53,7 +53,7 @@ class BadRequests(ScreenCase):
                      "integer")
 
     def test_malformed_ids(self):
-        for page_id in ("x", "-1", "1.0", "%20", "", "9" * 30, "9007199254740992", "0x10"):
+        for page_id in ("x", "-1", "1.0", "%20", "", "9" * 30, "1" * 8000, "9007199254740992", "0x10"):
             with self.subTest(page_id=page_id):
                 self.refused(self.post(page_id, {"result": 1}), 400, "number of a page")
         self.refused(self.post(self.page_id + 1, {"result": 1}), 409)
@@ -86,7 +86,6 @@ class BadRequests(ScreenCase):
                      "/api/screen/1/2/result", "/" + "a" * 8000, "/api/screen/" + "1" * 8000):
             with self.subTest(path=path[:40]):
                 self.refused(self.get(path), 404)
-        self.refused(self.request("POST", "/api/screen/" + "1" * 8000 + "/result", body=b"{}"), 405)
         self.refused(self.request("POST", "/x", body=b"{}"), 404)
 
     def test_paths_behind_a_doubled_slash_are_the_same(self):

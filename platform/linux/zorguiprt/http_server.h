@@ -1,40 +1,36 @@
-// The web server library, with connections of our own.
+// The server of one request a connection.
 #pragma once
 
-#include <httplib.h>
-
-#include <atomic>
+#include <functional>
 #include <mutex>
 #include <set>
+#include <string>
 
+#include "platform/linux/zorguiprt/answer.h"
+#include "platform/linux/zorguiprt/connection.h"
 #include "platform/linux/zorguiprt/connection_threads.h"
+#include "platform/linux/zorguiprt/listening_socket.h"
+#include "platform/linux/zorguiprt/request.h"
 
 namespace jxplatform {
 
-// Serves one request a connection. The library itself would answer nobody who has closed his direction, set no limit to
-// the time of a request, keep five clients waiting at most, and end with the first lack of memory outside its routing
-// or of what the system needs for a connection.
-class HttpServer : public httplib::Server {
+// Accepts connections, reads a request from each, and answers it.
+class HttpServer {
  public:
-  HttpServer() = default;
-  ~HttpServer() override;
-  HttpServer(const HttpServer&) = delete;
-  HttpServer& operator=(const HttpServer&) = delete;
+  // Answers a request, on the thread of its connection. What it throws is answered as a want of memory.
+  using Handler = std::function<Answer(const Request&)>;
 
-  // Has the library make what it keeps for the rest of the process (but for forms, which are not to be read). The
-  // process destroys that in the reverse order of its making, so what ends a server at the end of the process has to be
-  // registered after this. Throws std::bad_alloc.
-  static void warmUp();
+  explicit HttpServer(Handler handler);
 
-  // After binding: lets the system keep as many clients waiting as it does for anybody.
-  void raiseBacklog();
+  // Begins to listen at `address`, and tells in it which port that is. Empty, or the reason why it cannot. Called once.
+  [[nodiscard]] std::string listen(ServerAddress& address);
 
-  // After binding: accepts connections, which `threads` serve, until end() is called. Without the means for a
-  // connection it tries again a little later; whoever connects meanwhile waits. Throws nothing.
+  // Accepts connections, which `threads` serve, until end() is called. Without the means for a connection it tries
+  // again a little later; whoever connects meanwhile waits. Throws nothing.
   void serve(ConnectionThreads& threads);
 
   // Answers the connection's one request, and closes `socket`. Any thread. Throws nothing.
-  void answer(socket_t socket);
+  void answer(int socket);
 
   // Lets nobody connect any more, and so ends serve(), even one that has not begun yet. Any thread.
   void end();
@@ -46,9 +42,13 @@ class HttpServer : public httplib::Server {
   // Counts a connection among those that can be broken off, as long as it lives.
   class Served;
 
-  std::atomic<bool> ended_{false};
+  void exchange(Connection& connection) const;
+  [[nodiscard]] Answer answerTo(const Request& request) const;
+
+  const Handler handler_;
+  ListeningSocket listener_;
   std::mutex servedMutex_;
-  std::set<socket_t> served_;
+  std::set<int> served_;
   bool brokenOff_ = false;
 };
 

@@ -1,9 +1,6 @@
 // The web server behind the screen.
 #pragma once
 
-#include <httplib.h>
-
-#include <cstdint>
 #include <memory>
 #include <string>
 #include <thread>
@@ -13,15 +10,13 @@
 #include "platform/linux/zorguiprt/own_names.h"
 #include "platform/linux/zorguiprt/page_files.h"
 #include "platform/linux/zorguiprt/screen.h"
+#include "platform/linux/zorguiprt/screen_routes.h"
 
 namespace jxplatform {
 
-// Answers the requests that docs/screen.md lists. One request a connection, with the time limits of ClientStream.
+// Serves the requests that docs/screen.md lists, each connection on a thread of its own.
 class ScreenServer {
  public:
-  static constexpr std::size_t kLargestBody = std::size_t{1} << 20U;  // bytes of a result
-  static constexpr int kLongestWaitSeconds = 30;
-
   // `screen` outlives this object. `title` names the document.
   ScreenServer(Screen& screen, PageFiles files, const std::string& title);
   ~ScreenServer();
@@ -39,22 +34,7 @@ class ScreenServer {
   void stop();
 
  private:
-  using Request = httplib::Request;
-  using Response = httplib::Response;
-
-  void configure();
-  std::string bind(ServerAddress& address);
-  bool isOwn(const Request& request, Response& response) const;
-  httplib::Server::HandlerResponse route(const Request& request, Response& response);
-  void answerGet(const Request& request, Response& response);
-  void answerScreen(const Request& request, Response& response);
-  void answerFile(const std::string& path, Response& response) const;
-  void answerPost(const Request& request, Response& response, const httplib::ContentReader& reader);
-  void takeResult(const std::string& id, const std::string& body, Response& response);
-
-  Screen& screen_;
-  const PageFiles files_;
-  const std::string document_;
+  ScreenRoutes routes_;
   std::unique_ptr<OwnNames> names_;
   std::string url_;
   ConnectionThreads connections_;

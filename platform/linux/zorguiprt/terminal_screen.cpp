@@ -55,7 +55,6 @@ TerminalScreen::TerminalScreen()
       files_(pagesFolder()),
       ids_(root() + "/screen.run"),
       screen_([this] { return ids_.next(); }) {
-  HttpServer::warmUp();
   std::atexit([] { instance().end(); });
 }
 

@@ -1,16 +1,15 @@
 // The server and its connections where the system has no thread or no memory left.
 #include "platform/linux/zorguiprt/http_server.h"
 
-#include <arpa/inet.h>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
-#include <cstring>
+#include <functional>
 #include <future>
+#include <memory>
 #include <mutex>
 #include <new>
 #include <thread>
@@ -20,9 +19,13 @@
 #include "platform/linux/zorguiprt/connection_threads.h"
 #include "tests/support/no_memory.h"
 #include "tests/unit/platform/zorguiprt/no_threads.h"
+#include "tests/unit/platform/zorguiprt/plain_client.h"
 
+using jxplatform::Answer;
 using jxplatform::ConnectionThreads;
 using jxplatform::HttpServer;
+using jxplatform::Request;
+using jxplatform::ServerAddress;
 using std::chrono::milliseconds;
 
 namespace {
@@ -56,41 +59,9 @@ std::size_t refusalsLeft() {
 
 const std::string kRequest = "GET / HTTP/1.1\r\nHost: x\r\n\r\n";
 
-// All that comes to the connection's end. Closes `fd`.
-std::string readAll(int fd) {
-  std::string answer;
-  char block[4096];
-  errno = 0;
-  for (ssize_t count = 1; count > 0;) {
-    count = recv(fd, block, sizeof block, 0);
-    if (count > 0) answer.append(block, static_cast<std::size_t>(count));
-  }
-  EXPECT_NE(errno, EAGAIN) << "the connection is not closed";
-  close(fd);
-  return answer;
-}
-
-// What the server answers to one request, to the end of the connection.
-std::string answerOf(int port) {
-  const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(static_cast<std::uint16_t>(port));
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  const timeval patience{60, 0};
-  setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-  EXPECT_EQ(connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0) << std::strerror(errno);
-  EXPECT_EQ(send(fd, kRequest.data(), kRequest.size(), MSG_NOSIGNAL), static_cast<ssize_t>(kRequest.size()));
-  return readAll(fd);
-}
-
 class HttpServerTest : public testing::Test {
  protected:
-  HttpServerTest() {
-    server.Get(
-        "/", [](const httplib::Request&, httplib::Response& response) { response.set_content("hello", "text/plain"); });
-    port = server.bind_to_any_port("127.0.0.1");
-  }
+  HttpServerTest() { EXPECT_EQ(server.listen(address), ""); }
 
   ~HttpServerTest() override {
     server.end();
@@ -103,10 +74,16 @@ class HttpServerTest : public testing::Test {
     acceptor = std::thread([this] { server.serve(threads); });
   }
 
+  [[nodiscard]] std::string answer() const { return answerOf(address.port, kRequest); }
+
+  std::function<void()> beforeTheAnswer = [] {};
   ConnectionThreads threads;
-  HttpServer server;
+  HttpServer server{[this](const Request&) {
+    beforeTheAnswer();
+    return Answer{200, "text/plain", "hello", ""};
+  }};
+  ServerAddress address{"127.0.0.1", 0};
   std::thread acceptor;
-  int port = 0;
 };
 
 }  // namespace
@@ -144,7 +121,7 @@ TEST_F(HttpServerTest, NoMemoryForAnAnswer_TheConnectionIsClosed) {
 TEST_F(HttpServerTest, NoMeansForAConnection_ItIsServedLater) {
   refuseWith({EMFILE, ENFILE, ENOBUFS, ENOMEM, EPERM, ECONNABORTED, EINTR});
   begin();
-  EXPECT_NE(answerOf(port).find("\r\n\r\nhello"), std::string::npos);
+  EXPECT_NE(answer().find("\r\n\r\nhello"), std::string::npos);
   EXPECT_EQ(refusalsLeft(), 0U);
 }
 
@@ -164,41 +141,46 @@ TEST_F(HttpServerTest, EndedBeforeItBegan_ServesNobody) {
 TEST_F(HttpServerTest, ThreadsFinished_ConnectionIsClosed) {
   EXPECT_TRUE(threads.finish(milliseconds(0)));
   begin();
-  EXPECT_EQ(answerOf(port), "");
+  EXPECT_EQ(answer(), "");
 }
 
 TEST_F(HttpServerTest, BrokenOff_ConnectionUnderWayGetsNoAnswer) {
   std::promise<void> asked;
   std::promise<void> brokenOff;
-  server.set_pre_routing_handler([&](const httplib::Request&, httplib::Response& response) {
+  beforeTheAnswer = [&] {
     asked.set_value();
     brokenOff.get_future().wait();
-    response.set_content("hello", "text/plain");
-    return httplib::Server::HandlerResponse::Handled;
-  });
+  };
   begin();
-  auto answer = std::async(std::launch::async, [this] { return answerOf(port); });
+  auto received = std::async(std::launch::async, [this] { return answer(); });
   asked.get_future().wait();
   server.breakOff();
   brokenOff.set_value();
-  EXPECT_EQ(answer.get(), "");
+  EXPECT_EQ(received.get(), "");
   EXPECT_TRUE(threads.finish(kLong));  // the promises are the handler's until then
 }
 
 TEST_F(HttpServerTest, BrokenOff_ConnectionThatComesAfterwardsGetsNoAnswer) {
   begin();
-  EXPECT_NE(answerOf(port).find("\r\n\r\nhello"), std::string::npos);
+  EXPECT_NE(answer().find("\r\n\r\nhello"), std::string::npos);
   server.breakOff();
-  EXPECT_EQ(answerOf(port), "");
+  EXPECT_EQ(answer(), "");
 }
 
-TEST(HttpServer, Deleted_LeavesItsPortFree) {
-  auto server = std::make_unique<HttpServer>();
-  const int port = server->bind_to_any_port("127.0.0.1");
+TEST_F(HttpServerTest, HandlerThatThrows_IsAnswered500) {
+  beforeTheAnswer = [] { throw std::bad_alloc(); };
+  begin();
+  EXPECT_EQ(answer().compare(0, 13, "HTTP/1.1 500 "), 0);
+}
+
+TEST(HttpServer, PortInUse_IsToldAndFreeOnceItsServerIsGone) {
+  const auto handler = [](const Request&) { return Answer(); };
+  ServerAddress address{"127.0.0.1", 0};
+  auto server = std::make_unique<HttpServer>(handler);
+  EXPECT_EQ(server->listen(address), "");
+  EXPECT_EQ(HttpServer(handler).listen(address), "Address already in use");
   server.reset();
-  HttpServer again;
-  again.set_socket_options([](socket_t) {});
-  EXPECT_TRUE(again.bind_to_port("127.0.0.1", port));
+  EXPECT_EQ(HttpServer(handler).listen(address), "");
 }
 
 TEST(ConnectionThreads, ConnectionThatThrows_LeavesItsPlace) {

@@ -1,8 +1,8 @@
 // The calls that show pages, in a program of their own each: its screen lives as long as it does.
 #include <gtest/gtest.h>
-#include <httplib.h>
 #include <zorguiprt.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -13,6 +13,7 @@
 #include "tests/support/platform_root.h"
 #include "tests/unit/platform/zorguiprt/listener.h"
 #include "tests/unit/platform/zorguiprt/no_threads.h"
+#include "tests/unit/platform/zorguiprt/plain_client.h"
 
 namespace {
 
@@ -26,19 +27,24 @@ void preparePages() {
   setenv("JXPLATFORM_SCREEN", "127.0.0.1:0", 1);
 }
 
-// The screen as a browser meets it.
-std::string screenUrl() {
+// Where a browser finds the screen; 0 where it does not.
+int screenPort() {
   std::string url;
   std::ifstream file(platformRoot() + "/screen.url");
   std::getline(file, url);
-  return url.empty() ? url : url.substr(0, url.size() - 1);
+  return url.empty() ? 0 : std::stoi(url.substr(url.rfind(':') + 1));
+}
+
+std::string ask(const std::string& request, const std::string& body) {
+  const int port = screenPort();
+  if (port == 0) return "";
+  return answerOf(port, request + " HTTP/1.1\r\nHost: localhost:" + std::to_string(port) +
+                            "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body);
 }
 
 std::string newestScreen() {
-  const std::string url = screenUrl();
-  if (url.empty()) return "";
-  const auto answer = httplib::Client(url).Get("/api/screen?after=0");
-  return answer ? answer->body : "";
+  const std::string answer = ask("GET /api/screen?after=0", "");
+  return answer.substr(std::min(answer.size(), answer.find("\r\n\r\n")));
 }
 
 bool isShown(const std::string& number) {
@@ -49,8 +55,7 @@ int post(const std::string& body) {
   const std::string screen = newestScreen();
   const std::size_t id = screen.find(':') + 1;
   const std::string path = "/api/screen/" + screen.substr(id, screen.find(',') - id) + "/result";
-  const auto answer = httplib::Client(screenUrl()).Post(path, body, "application/json");
-  return answer ? answer->status : 0;
+  return std::stoi(ask("POST " + path, body).substr(std::string("HTTP/1.1 ").size()));
 }
 
 void show(const std::string& page, const std::string& number, Listener& listener) {
