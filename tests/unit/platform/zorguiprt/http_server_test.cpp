@@ -4,9 +4,12 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstring>
 #include <functional>
 #include <future>
 #include <memory>
@@ -171,6 +174,21 @@ TEST_F(HttpServerTest, HandlerThatThrows_IsAnswered500) {
   beforeTheAnswer = [] { throw std::bad_alloc(); };
   begin();
   EXPECT_EQ(answer().compare(0, 13, "HTTP/1.1 500 "), 0);
+}
+
+TEST_F(HttpServerTest, ClientThatSentMoreThanWasRead_SeesTheEndAndNoReset) {
+  int ends[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+  const std::string endless = "GET /" + std::string(40'000, 'a');
+  ASSERT_EQ(send(ends[0], endless.data(), endless.size(), 0), static_cast<ssize_t>(endless.size()));
+  shutdown(ends[0], SHUT_WR);
+  server.answer(ends[1]);
+  char answer[4096];
+  const ssize_t size = recv(ends[0], answer, sizeof answer, 0);
+  EXPECT_EQ(std::string(answer, static_cast<std::size_t>(std::max<ssize_t>(size, 0))).compare(0, 13, "HTTP/1.1 431 "),
+            0);
+  EXPECT_EQ(recv(ends[0], answer, sizeof answer, 0), 0) << std::strerror(errno);
+  close(ends[0]);
 }
 
 TEST(HttpServer, PortInUse_IsToldAndFreeOnceItsServerIsGone) {

@@ -154,6 +154,7 @@ TEST_F(RequestReaderTest, Body_MayHaveSoManyBytes) {
   const std::string body(kLargestBody, 'a');
   EXPECT_EQ(bodyOf(withLength(kLargestBody) + body), std::make_pair(Body::kWhole, body));
   EXPECT_EQ(bodyOf(withLength(kLargestBody + 1) + body + "a").first, Body::kTooLong);
+  EXPECT_LE(request.body.size(), kLargestBody) << "more is kept";
   EXPECT_EQ(bodyOf(kChunked + "100001\r\n" + body + "a\r\n0\r\n\r\n").first, Body::kTooLong);
   EXPECT_EQ(bodyOf(withLength(kMostRead + 1)).first, Body::kTooLong) << "it is not waited for";
 }
