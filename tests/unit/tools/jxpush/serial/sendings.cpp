@@ -51,7 +51,7 @@ std::vector<SentByte> Sendings::bytesFrom(const Place& first) {
   const auto from = std::find_if(bytes.begin(), bytes.end(), [&](const SentByte& byte) {
     return byte.toHost == first.byte.toHost && byte.at == first.byte.at;
   });
-  return std::vector<SentByte>(from, bytes.end());
+  return {from, bytes.end()};
 }
 
 std::string Sendings::complaint(const std::vector<Place>& faults) {
