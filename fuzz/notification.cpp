@@ -97,7 +97,8 @@ void uiInvokeURLAsync(int /*region*/, int /*flags*/, const std::map<std::string,
 
 }  // namespace zorgui
 
-// The linker sends the exchange's waiting here (--wrap); the name is its convention.
+// The linker sends the exchange's waiting here (--wrap).
+// NOLINTNEXTLINE(bugprone-reserved-identifier,readability-identifier-naming): the name is its convention
 extern "C" int __wrap_pthread_cond_timedwait(pthread_cond_t* /*condition*/, pthread_mutex_t* mutex,
                                              const timespec* /*end*/) {
   if (answersLeft == 0) return ETIMEDOUT;
