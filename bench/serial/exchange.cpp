@@ -36,7 +36,7 @@ thread_local unsigned long allocations = 0;
 
 // Every allocation of the program comes by here, those of the C library included.
 extern "C" {
-void* __libc_malloc(std::size_t size);
+void* __libc_malloc(std::size_t size);  // NOLINT(bugprone-reserved-identifier): the C library's own
 void* malloc(std::size_t size) {
   if (counting) ++allocations;
   return __libc_malloc(size);

@@ -26,10 +26,10 @@ std::vector<std::string> entriesOf(const std::string& folder) {
 }
 
 bool hasOpen(const std::string& process, dev_t device) {
-  const std::string folder = "/proc/" + process + "/fd";
+  const std::string folder = "/proc/" + process + "/fd/";
   for (const std::string& name : entriesOf(folder)) {
     struct stat status {};
-    if (stat((folder + "/" + name).c_str(), &status) == 0 && S_ISCHR(status.st_mode) && status.st_rdev == device) {
+    if (stat((folder + name).c_str(), &status) == 0 && S_ISCHR(status.st_mode) && status.st_rdev == device) {
       return true;
     }
   }
