@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 
 #include "tests/unit/serial/calls.h"
 #include "tests/unit/serial/download.h"
@@ -144,7 +145,7 @@ TEST(LineUse, DescriptorZero_IsAsGoodAsAnother) {
     return path;
   };
   Download download;
-  EXPECT_EQ(0, download.receiver.fd);
+  EXPECT_EQ(download.line.path(), std::filesystem::read_symlink("/proc/self/fd/0"));
   EXPECT_EQ("\x04", download.exchange("\x04"));
   EXPECT_EQ(0, download.result());
   dup2(standardInput, 0);
