@@ -28,12 +28,13 @@ class Operator:
 
     def next(self):
         """Waits for a page that has not been seen and returns it; a page that was replaced quickly may be missed."""
-        while True:
+        for _ in range(4):
             status, body = self.request("GET", f"/api/screen?after={self.last['id']}&wait=30")
             if status == 200:
                 self.last = json.loads(body)
                 return self.last
             self.case.assertEqual(status, 204)
+        return self.case.fail(f"for two minutes nothing but {self.last}")
 
     def see(self, page):
         """Waits for the next page, which must be `page`, and returns it."""
