@@ -33,9 +33,10 @@ struct Driver {
   Requests requests;       // of all ioctl calls, in order
   unsigned long lacks[2];  // what it answers with an error
   serial_struct settings;
-  std::function<int(int)> onFull;  // poll for room to write, given its time-out
-  bool refusesSettings;            // takes them, and reports a failure
-  std::vector<int> flushes;        // the queues of all tcflush calls
+  std::function<int(int)> onFull;       // poll for room to write, given its time-out
+  std::function<int(pollfd&)> onInput;  // one poll for input, in place of the system's
+  bool refusesSettings;                 // takes them, and reports a failure
+  std::vector<int> flushes;             // the queues of all tcflush calls
 };
 
 Driver driver;
@@ -75,6 +76,7 @@ int __wrap_tcflush(int fd, int queue) {
 
 int __wrap_poll(pollfd* entries, nfds_t count, int timeoutMs) {
   if (entries[0].events == POLLOUT && driver.onFull) return driver.onFull(timeoutMs);
+  if (entries[0].events == POLLIN && driver.onInput) return std::exchange(driver.onInput, nullptr)(entries[0]);
   return __real_poll(entries, count, timeoutMs);
 }
 }
@@ -96,6 +98,14 @@ class SerialPortCalls : public testing::Test {
 
   // A test's own calls do not count.
   static Requests made() { return std::exchange(driver.requests, {}); }
+
+  // Puts in the place of `fd` a file that has no bytes yet; whoever might write to it stays until the program ends.
+  static void putNothingIn(int fd) {
+    int empty[2];
+    ASSERT_EQ(0, pipe2(empty, O_CLOEXEC | O_NONBLOCK));
+    dup2(empty[0], fd);
+    close(empty[0]);
+  }
 
   PtyPair line_;
 };
@@ -164,6 +174,58 @@ TEST_F(SerialPortCalls, LineThatTakesNoBytes_IsOfferedOneWithoutAWait) {
   port.offer('b');
   EXPECT_EQ("b", line_.receive(1));
   close(other);
+}
+
+TEST_F(SerialPortCalls, ReadingsOfAnyLength_GiveTheirOwnBytes) {
+  SerialPort port(line_.path(), -1);
+  for (const std::string bytes : {"abc", "de", "fghi"}) {
+    ASSERT_TRUE(line_.send(bytes));
+    for (const char byte : bytes) EXPECT_EQ(byte, port.readByte(20000));
+  }
+}
+
+TEST_F(SerialPortCalls, WaitThatIsInterrupted_IsTakenUpAgain) {
+  SerialPort port(line_.path(), -1);
+  driver.onInput = [](pollfd& /*entry*/) { return errno = EINTR, -1; };
+  EXPECT_EQ(-1, port.readByte(0));
+  ASSERT_TRUE(line_.send("x"));
+  EXPECT_EQ('x', port.readByte(20000));
+}
+
+TEST_F(SerialPortCalls, InputThatIsGoneWhenItIsRead_IsNone) {
+  SerialPort port(line_.path(), -1);
+  driver.onInput = [](pollfd& entry) {
+    putNothingIn(entry.fd);
+    return entry.revents = POLLIN, 1;
+  };
+  EXPECT_EQ(-1, port.readByte(0));
+}
+
+TEST_F(SerialPortCalls, LineThatFailsInAnyWay_IsLost) {
+  const auto refuseWait = [](pollfd& /*entry*/) { return errno = EIO, -1; };
+  const auto tellAnError = [](pollfd& entry) {
+    putNothingIn(entry.fd);
+    return entry.revents = POLLERR, 1;
+  };
+  const auto refuseReading = [](pollfd& entry) {
+    const int folder = open("/", O_RDONLY | O_CLOEXEC);
+    dup2(folder, entry.fd);
+    close(folder);
+    return entry.revents = POLLIN, 1;
+  };
+  const std::vector<std::pair<std::function<int(pollfd&)>, std::string>> failures = {
+      {refuseWait, "Input/output error"}, {tellAnError, "the line was hung up"}, {refuseReading, "Is a directory"}};
+  for (const auto& [failure, why] : failures) {
+    SerialPort port(line_.path(), -1);
+    driver.onInput = failure;
+    try {
+      port.readByte(0);
+      ADD_FAILURE() << why;
+    } catch (const Problem& problem) {
+      EXPECT_EQ(ExitCode::kGaveUp, problem.code());
+      EXPECT_NE(std::string::npos, std::string(problem.what()).find(why)) << problem.what();
+    }
+  }
 }
 
 TEST_F(SerialPortCalls, ClosedPort_DropsWhatTheLineHasNotTaken) {

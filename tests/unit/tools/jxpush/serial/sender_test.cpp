@@ -283,6 +283,8 @@ TEST_P(EachRecordTest, AnswersThatAreAllDamaged_AreOfABadLine) {
   };
   EXPECT_EQ(ExitCode::kGaveUp, send());
   EXPECT_EQ("the line is too bad: the terminal's answers arrive damaged", message_);
+  // Quiet at first, the gap behind the damaged answer, five enquiries, each with the gap behind its answer.
+  EXPECT_EQ(Milliseconds(50 + 100 + 5 * (1600 + 100)), length_);
 }
 
 // --- the beginning of a file ---
