@@ -59,6 +59,20 @@ class Operator:
         self.case.assertIn(status, (204, 409), reason)
         return status == 204
 
+    def press_until_another(self, result):
+        """Presses the page that was seen last, and pages of its name after it, once a second until another stands there.
+
+        For a page whose press has no effect before what it ends has begun."""
+        name = self.last["page"]
+        for _ in range(120):
+            self.press_if_open(result)
+            status, body = self.request("GET", f"/api/screen?after={self.last['id']}&wait=1")
+            if status == 200:
+                self.last = json.loads(body)
+                if self.last["page"] != name:
+                    return self.last
+        return self.case.fail(f"for two minutes {result} changed nothing about {self.last}")
+
     def choose(self, page, result, **variables):
         """Waits for `page` and answers it; returns the page."""
         screen = self.see(page)

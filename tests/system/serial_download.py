@@ -34,6 +34,9 @@ class SerialDownloadTest(SerialCase):
     def outcome(self):
         """The text of the outcome, which is then left."""
         self.operator.see_past([PROGRESS, "install-ddl.html"], "result.html")
+        return self.leave_outcome()
+
+    def leave_outcome(self):
         text = self.operator.last["vars"]["text"]
         self.operator.answer(-1)
         self.operator.see("download.html")
@@ -43,6 +46,12 @@ class SerialDownloadTest(SerialCase):
         """As a browser does, which may be slower than the page returns by itself."""
         self.operator.see_past([PROGRESS], "install-ddl.html")
         self.operator.press_if_open(0)
+
+    def outcome_of_abort(self):
+        """The text of the outcome, which is then left, of a download whose line may not be open yet."""
+        self.operator.see(PROGRESS)
+        self.assertEqual(self.operator.press_until_another(1)["page"], "result.html")
+        return self.leave_outcome()
 
     def press_abort(self, result=1):
         """Presses the button of the progress page, which a message may replace in the meantime."""
@@ -106,9 +115,7 @@ class SerialDownloadTest(SerialCase):
 
     def test_abort_while_the_host_is_silent(self):
         self.begin()
-        self.operator.see(PROGRESS)
-        self.operator.answer(1)
-        self.assertEqual(self.outcome(), ABORTED)
+        self.assertEqual(self.outcome_of_abort(), ABORTED)
 
     def test_other_results_of_the_page_change_nothing(self):
         line = self.begin()
@@ -182,9 +189,7 @@ class SerialDownloadTest(SerialCase):
 
     def test_absent_device_is_reported(self):
         self.begin(2)
-        self.operator.see(PROGRESS)
-        self.operator.answer(1)
-        self.outcome()
+        self.outcome_of_abort()
         self.assertFalse(os.path.exists(f"/proc/{self.program.pid}/root/dev/ttyAMA1"))
         self.operator.answer(4)
         self.assertEqual(self.outcome(), ERROR + "COM2 download failed -1.")
