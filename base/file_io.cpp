@@ -10,6 +10,19 @@
 
 namespace base {
 
+std::int64_t readAt(int fd, void* buffer, std::size_t size, std::uint64_t offset) {
+  auto* const bytes = static_cast<char*>(buffer);
+  std::size_t done = 0;
+  while (done < size) {
+    const ssize_t got = pread(fd, bytes + done, size - done, static_cast<off_t>(offset + done));
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) return -1;
+    if (got == 0) break;
+    done += static_cast<std::size_t>(got);
+  }
+  return static_cast<std::int64_t>(done);
+}
+
 bool writeAll(int fd, std::string_view bytes, std::size_t* written) {
   std::size_t done = 0;
   bool good = true;

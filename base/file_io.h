@@ -1,11 +1,16 @@
-// Whole writes and flushes on a descriptor.
+// Whole reads, writes and flushes on a descriptor.
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
 namespace base {
+
+// Reads up to `size` bytes at `offset`, EINTR retried; the number read, less than `size` only at the end of the file,
+// or -1 with errno. The descriptor stays where it is. Blocks as pread() does.
+[[nodiscard]] std::int64_t readAt(int fd, void* buffer, std::size_t size, std::uint64_t offset);
 
 // Writes all of `bytes`, EINTR retried. True when everything went out; else false with errno, and `written`, where it
 // is given, tells how many bytes did. Blocks as write() does.

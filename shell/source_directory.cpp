@@ -1,6 +1,5 @@
 #include "shell/source_directory.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <jxapp.h>
 #include <sys/file.h>
@@ -10,13 +9,13 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
-#include <memory>
+#include <string>
+#include <vector>
+
+#include "base/directory.h"
+#include "base/ignore.h"
 
 namespace {
-
-struct CloseDirectory {
-  void operator()(DIR* directory) const { closedir(directory); }
-};
 
 base::Descriptor openSourceDirectory() {
   return base::Descriptor(open(jxapp::jxInstallSourceDir(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -45,13 +44,14 @@ SourceDirectoryUse::SourceDirectoryUse() : directory_(openSourceDirectory()) {
 }
 
 void removeLeftArchives() {
-  base::Descriptor opened = openSourceDirectory();
-  if (!opened) return;
-  const std::unique_ptr<DIR, CloseDirectory> directory(fdopendir(opened.get()));
+  const base::Descriptor directory = openSourceDirectory();
   if (!directory) return;
-  const int fd = opened.release();  // the stream has it
-  if (flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) return;
-  while (const dirent* const entry = readdir(directory.get())) {
-    if (isArchiveName(entry->d_name) && isFile(fd, entry->d_name)) unlinkat(fd, entry->d_name, 0);
+  if (flock(directory.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) return;
+  std::vector<std::string> names;
+  // What cannot be listed is left for the next start.
+  base::ignore(base::listDirectory(directory.get(), names));
+  for (const std::string& name : names) {
+    if (isArchiveName(name.c_str()) && isFile(directory.get(), name.c_str()))
+      unlinkat(directory.get(), name.c_str(), 0);
   }
 }

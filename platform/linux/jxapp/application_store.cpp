@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "base/directory.h"
 #include "base/file_io.h"
 #include "base/ignore.h"
 #include "base/regular_file.h"
@@ -58,7 +59,7 @@ ApplicationStore::ApplicationStore(const std::string& root, Replacement replacem
 void ApplicationStore::sweep() const {
   std::vector<std::string> names;
   // What cannot be listed or removed now is swept the next time.
-  base::ignore(listDirectory(directory(), names));
+  base::ignore(base::listDirectory(directory(), names));
   for (const std::string& name : names) {
     if (base::beginsWith(name, kOldPrefix)) {
       const std::string place = name.substr(std::string(kOldPrefix).size());
@@ -72,7 +73,7 @@ void ApplicationStore::sweep() const {
 
 std::vector<Application> ApplicationStore::list() const {
   std::vector<std::string> names;
-  if (!listDirectory(directory(), names)) failWith("the folder of the applications cannot be read");
+  if (!base::listDirectory(directory(), names)) failWith("the folder of the applications cannot be read");
   std::vector<Application> applications;
   for (const std::string& name : names) {
     if (isApplicationName(name) && isDirectory(directory(), name)) applications.push_back({name, versionOf(name)});

@@ -9,8 +9,10 @@
 #include <exception>
 #include <memory>
 
+#include "base/descriptor.h"
+#include "base/directory.h"
+#include "base/file_io.h"
 #include "base/text.h"
-#include "platform/linux/jxapp/file.h"
 
 namespace jxinstall {
 namespace {
@@ -33,7 +35,7 @@ bool readCertificate(int directory, const std::string& name, std::string& conten
   if (!file || fstat(file.get(), &status) != 0) return false;
   if (!S_ISREG(status.st_mode) || status.st_size > static_cast<off_t>(kMaxCertificateFileBytes)) return true;
   content.resize(static_cast<std::size_t>(status.st_size));
-  const std::int64_t got = readAt(file.get(), content.data(), content.size(), 0);
+  const std::int64_t got = base::readAt(file.get(), content.data(), content.size(), 0);
   content.resize(got < 0 ? 0 : static_cast<std::size_t>(got));
   return got >= 0;
 }
@@ -65,7 +67,7 @@ bool readCertificateFiles(const std::string& root, std::vector<std::pair<std::st
   const base::Descriptor directory(open((root + "/certs").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!directory) return errno == ENOENT;
   std::vector<std::string> names;
-  bool complete = listDirectory(directory.get(), names);
+  bool complete = base::listDirectory(directory.get(), names);
   for (const std::string& name : names) {
     std::string content;
     if (!isPemName(name)) continue;

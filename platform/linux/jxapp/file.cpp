@@ -1,32 +1,19 @@
 #include "platform/linux/jxapp/file.h"
 
-#include <dirent.h>
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <memory>
 
-#include "base/ignore.h"
+#include "base/directory.h"
 
 namespace jxinstall {
 namespace {
 
-using Directory = std::unique_ptr<DIR, int (*)(DIR*)>;
-
-// Takes a descriptor of its own, since closedir() closes the one it was given.
-Directory openStream(int directory) {
-  base::Descriptor copy = openAt(directory, ".", O_RDONLY | O_DIRECTORY);
-  DIR* const stream = copy ? fdopendir(copy.get()) : nullptr;
-  if (stream != nullptr) base::ignore(copy.release());  // the stream has it
-  return {stream, closedir};
-}
-
 bool removeContent(int directory) {
   std::vector<std::string> names;
-  if (!listDirectory(directory, names)) return false;
+  if (!base::listDirectory(directory, names)) return false;
   return std::all_of(names.begin(), names.end(), [&](const std::string& name) { return removeTree(directory, name); });
 }
 
@@ -38,30 +25,6 @@ base::Descriptor openAt(int directory, const std::string& name, int flags, mode_
     fd = openat(directory, name.c_str(), flags | O_CLOEXEC | O_NOFOLLOW, mode);
   } while (fd < 0 && errno == EINTR);
   return base::Descriptor(fd);
-}
-
-std::int64_t readAt(int fd, char* buffer, std::size_t size, std::uint64_t offset) {
-  std::size_t done = 0;
-  while (done < size) {
-    const ssize_t got = pread(fd, buffer + done, size - done, static_cast<off_t>(offset + done));
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0) return -1;
-    if (got == 0) break;
-    done += static_cast<std::size_t>(got);
-  }
-  return static_cast<std::int64_t>(done);
-}
-
-bool listDirectory(int directory, std::vector<std::string>& names) {
-  const Directory stream = openStream(directory);
-  if (!stream) return false;
-  errno = 0;
-  while (const dirent* entry = readdir(stream.get())) {
-    const std::string name = entry->d_name;
-    if (name != "." && name != "..") names.push_back(name);
-  }
-  std::sort(names.begin(), names.end());
-  return errno == 0;
 }
 
 bool removeTree(int directory, const std::string& name) {

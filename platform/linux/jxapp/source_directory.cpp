@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <tuple>
 
+#include "base/directory.h"
 #include "base/file_io.h"
 #include "base/text.h"
 #include "platform/linux/jxapp/failure.h"
@@ -58,7 +59,7 @@ std::string SourceArchive::digest() const {
   std::uint64_t offset = 0;
   while (offset < size()) {
     const std::size_t wanted = static_cast<std::size_t>(std::min<std::uint64_t>(block.size(), size() - offset));
-    const std::int64_t got = readAt(fd(), block.data(), wanted, offset);
+    const std::int64_t got = base::readAt(fd(), block.data(), wanted, offset);
     if (got < 0) throw Failure("cannot be read at byte " + std::to_string(offset) + ": " + base::errorText(errno));
     if (got == 0) throw Failure("became shorter while it was read");
     digest.add(block.data(), static_cast<std::size_t>(got));
@@ -79,7 +80,7 @@ base::Descriptor openSourceDirectory(const std::string& root) {
 }
 
 bool listArchives(int directory, std::vector<std::string>& names) {
-  if (!listDirectory(directory, names)) return false;
+  if (!base::listDirectory(directory, names)) return false;
   const auto isOther = [](const std::string& name) { return numberOf(name).empty(); };
   names.erase(std::remove_if(names.begin(), names.end(), isOther), names.end());
   std::sort(names.begin(), names.end(), comesBefore);

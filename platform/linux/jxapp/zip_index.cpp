@@ -10,7 +10,6 @@
 #include "base/text.h"
 #include "platform/linux/jxapp/entry_names.h"
 #include "platform/linux/jxapp/failure.h"
-#include "platform/linux/jxapp/file.h"
 
 namespace jxinstall {
 namespace {
@@ -88,7 +87,7 @@ class IndexReader {
  private:
   std::string bytesAt(std::uint64_t offset, std::uint64_t count) const {
     std::string bytes(static_cast<std::size_t>(count), '\0');
-    const std::int64_t got = readAt(fd_, bytes.data(), bytes.size(), offset);
+    const std::int64_t got = base::readAt(fd_, bytes.data(), bytes.size(), offset);
     if (got < 0) throw Failure("cannot be read at byte " + number(offset) + ": " + base::errorText(errno));
     if (static_cast<std::uint64_t>(got) != count) throw Failure("became shorter while it was read");
     return bytes;

@@ -25,7 +25,7 @@ class FileIoTest : public testing::Test {
 };
 
 TEST_F(FileIoTest, WriteInPiecesAndInterrupted_PutsAllBytes) {
-  diskCalls().largestWrite = 3;
+  diskCalls().largestPiece = 3;
   diskCalls().interrupts = {EINTR, EINTR};
   std::size_t written = 99;
   EXPECT_TRUE(base::writeAll(file_.get(), std::string_view("ab\0cdefgh", 9), &written));
@@ -45,6 +45,29 @@ TEST_F(FileIoTest, WriteThatFails_TellsHowMuchWentOut) {
   EXPECT_FALSE(base::writeAll(full.get(), "abc", &written));
   EXPECT_EQ(errno, ENOSPC);
   EXPECT_EQ(written, 0U);
+}
+
+TEST_F(FileIoTest, ReadInPieces_GivesWhatStandsAtTheOffset) {
+  folder_.put("file", "0123456789");
+  const Descriptor file(open((folder_ / "file").c_str(), O_RDONLY | O_CLOEXEC));
+  for (const std::size_t piece : {1U, 4U, 100U}) {
+    diskCalls().largestPiece = piece;
+    diskCalls().interrupts = {EINTR};
+    std::string read(20, '-');
+    EXPECT_EQ(base::readAt(file.get(), read.data(), 6, 2), 6);
+    EXPECT_EQ(base::readAt(file.get(), read.data() + 6, 13, 7), 3) << "the end of the file";
+    EXPECT_EQ(read, "234567789-----------");
+  }
+}
+
+TEST_F(FileIoTest, ReadThatFails_IsMinusOneWhateverCameBefore) {
+  folder_.put("file", "0123456789");
+  const Descriptor file(open((folder_ / "file").c_str(), O_RDONLY | O_CLOEXEC));
+  std::string read(10, '-');
+  diskCalls().largestPiece = 4;
+  diskCalls().interrupts = {0, EIO};
+  EXPECT_EQ(base::readAt(file.get(), read.data(), 10, 0), -1);
+  EXPECT_EQ(errno, EIO);
 }
 
 TEST_F(FileIoTest, FlushInterrupted_IsRepeated) {

@@ -1,13 +1,13 @@
 #include "platform/linux/services/controllerd/manifests.h"
 
-#include <dirent.h>
 #include <zoripc.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <memory>
 
+#include "base/directory.h"
 #include "base/file_io.h"
+#include "base/ignore.h"
 #include "base/regular_file.h"
 #include "base/text.h"
 
@@ -20,19 +20,13 @@ using zoripc::JSObject;
 // A manifest lists every file of its application, and no application has this many.
 constexpr std::size_t kMaxManifestBytes = std::size_t{16} * 1024 * 1024;
 
-struct CloseDirectory {
-  void operator()(DIR* directory) const { closedir(directory); }
-};
-
 // What lies beside the applications and begins with a dot is the installer's work in progress.
 std::vector<std::string> applicationsIn(const std::string& directory) {
   std::vector<std::string> names;
-  const std::unique_ptr<DIR, CloseDirectory> open(opendir(directory.c_str()));
-  if (!open) return names;
-  while (const dirent* entry = readdir(open.get())) {
-    if (entry->d_name[0] != '.') names.emplace_back(entry->d_name);
-  }
-  std::sort(names.begin(), names.end());
+  // Without a folder nothing is installed.
+  base::ignore(base::listDirectory(directory, names));
+  const auto isOther = [](const std::string& name) { return name.front() == '.'; };
+  names.erase(std::remove_if(names.begin(), names.end(), isOther), names.end());
   return names;
 }
 

@@ -12,9 +12,7 @@
 namespace {
 
 using base::Descriptor;
-using jxinstall::listDirectory;
 using jxinstall::openAt;
-using jxinstall::readAt;
 using jxinstall::removeTree;
 using Names = std::vector<std::string>;
 
@@ -43,51 +41,6 @@ TEST_F(File, InterruptedOpen_IsTakenUpAgainARefusedOneIsNot) {
   calls_.fail("openat", EIO, "file");
   EXPECT_FALSE(openAt(folder_.get(), "file", O_RDONLY));
   EXPECT_EQ(errno, EIO);
-}
-
-TEST_F(File, ReadInPieces_GivesWhatStandsAtTheOffset) {
-  const Descriptor file(anonymousFile("0123456789"));
-  for (const std::size_t piece : {1U, 4U, 100U}) {
-    calls_.largestRead = piece;
-    calls_.fail("pread", EINTR, "", 1);
-    std::string read(20, '-');
-    EXPECT_EQ(readAt(file.get(), read.data(), 6, 2), 6);
-    EXPECT_EQ(readAt(file.get(), read.data() + 6, 13, 7), 3) << "the end of the file";
-    EXPECT_EQ(read, "234567789-----------");
-  }
-}
-
-TEST_F(File, ReadThatFails_IsMinusOneWhateverCameBefore) {
-  const Descriptor file(anonymousFile("0123456789"));
-  std::string read(10, '-');
-  calls_.largestRead = 4;
-  calls_.fail("pread", EIO, "", 1);
-  EXPECT_EQ(readAt(file.get(), read.data(), 10, 0), -1);
-  EXPECT_EQ(errno, EIO);
-}
-
-TEST_F(File, Names_AreSortedByTheirBytes) {
-  for (const char* name : {"b", "B", "a", ".hidden", "10", "9"}) root_.write(name, "");
-  Names names;
-  errno = EIO;  // of something before
-  EXPECT_TRUE(listDirectory(folder_.get(), names));
-  EXPECT_EQ(names, (Names{".hidden", "10", "9", "B", "a", "b"}));
-}
-
-TEST_F(File, FolderThatCannotBeListed_Fails) {
-  for (const char* call : {"openat", "fdopendir", "readdir"}) {
-    calls_.fail(call, EIO);
-    Names names;
-    EXPECT_FALSE(listDirectory(folder_.get(), names)) << call;
-    EXPECT_EQ(errno, EIO) << call;
-  }
-}
-
-TEST_F(File, Listing_OpensNothingButAFolder) {
-  const Descriptor file(anonymousFile(""));
-  Names names;
-  EXPECT_FALSE(listDirectory(file.get(), names));
-  EXPECT_EQ(errno, ENOTDIR);
 }
 
 TEST_F(File, Tree_IsRemovedWhole) {
