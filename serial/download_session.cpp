@@ -60,17 +60,16 @@ bool writeAt(std::FILE* file, std::uint32_t offset, const unsigned char* data, s
 
 // The outcome as the operator sees it; installs what was received where the download succeeded.
 std::string outcomeText(int port, int result) {
-  std::string text;
-  if (result == Tessolan::kAborted) {
-    text = "<span style='color:#f00'><b>Download aborted</b></span><br>";
-  } else if (result == Tessolan::kDone) {
+  if (result == Tessolan::kAborted) return failureHead("Download aborted");
+  if (result == Tessolan::kDone) {
     showPlainPage("install-ddl.html");
-    text = "<span style='color:#0f0'><b>Download successful</b></span><br>";
+    std::string text = successHead("Download successful");
     installPackages(text);
-  } else {
-    formatText(text, "<span style='color:#f00'><b>Error:</b></span><br>%s download failed %d.", portName(port), result);
+    return text;
   }
-  return text;
+  std::string what;
+  formatText(what, "%s download failed %d.", portName(port), result);
+  return errorText(what.c_str());
 }
 
 // Returns the download's result, and puts the outcome as the operator sees it into `text`.

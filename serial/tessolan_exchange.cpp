@@ -1,8 +1,10 @@
 #include "serial/tessolan.h"
 
 #include <fcntl.h>
-#include <unistd.h>
 
+#include <utility>
+
+#include "base/descriptor.h"
 #include "serial/conversation.h"
 
 using tessolan::Conversation;
@@ -18,10 +20,7 @@ class DeviceCloser {
   explicit DeviceCloser(std::int32_t& fd) : fd_(fd) {}
   DeviceCloser(const DeviceCloser&) = delete;
   DeviceCloser& operator=(const DeviceCloser&) = delete;
-  ~DeviceCloser() {
-    close(fd_);
-    fd_ = -1;
-  }
+  ~DeviceCloser() { const base::Descriptor closed(std::exchange(fd_, -1)); }
 
  private:
   std::int32_t& fd_;

@@ -5,6 +5,8 @@
 
 #include <cerrno>
 
+#include "base/file_io.h"
+#include "base/ignore.h"
 #include "serial/conversation.h"
 #include "serial/tessolan.h"
 
@@ -135,13 +137,8 @@ int Tessolan::readRecordBody(unsigned char* buffer, std::size_t capacity) {
 }
 
 int Tessolan::writeBytes(const void* buffer, std::size_t count) {
-  const auto* bytes = static_cast<const unsigned char*>(buffer);
-  std::size_t done = 0;
-  while (done < count) {
-    const ssize_t put = write(fd, bytes + done, count - done);
-    if (put < 0 && errno == EINTR) continue;
-    if (put < 0) break;
-    done += static_cast<std::size_t>(put);
-  }
-  return static_cast<int>(done);
+  std::size_t written = 0;
+  // A failure shows in how many bytes went out.
+  base::ignore(base::writeAll(fd, {static_cast<const char*>(buffer), count}, &written));
+  return static_cast<int>(written);
 }
