@@ -3,20 +3,19 @@
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <systemd/sd-bus.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <exception>
 #include <limits>
 #include <memory>
 #include <utility>
 
 #include "base/deadline.h"
+#include "base/file_io.h"
 #include "base/ignore.h"
 #include "platform/linux/zoripc/application_name.h"
 #include "platform/linux/zoripc/bus_address.h"
@@ -165,7 +164,7 @@ int Bus::sendOnce(const Notification& notification) {
 bool Bus::ensureOpen() {
   if (bus_ != nullptr && sd_bus_is_open(bus_) > 0) return true;
   retire();
-  if (address_.empty() || wakeFd_ < 0 || !muteEnd_.passed()) return false;
+  if (address_.empty() || !wakeFd_ || !muteEnd_.passed()) return false;
   const base::Deadline patience(kConnectMs);
   bus_ = connectTo(address_, &recipient_);
   if (bus_ == nullptr) {
@@ -194,7 +193,7 @@ bool Bus::claimName(bool queue) {
     std::fprintf(stderr, "libzoripc: %s has the id %s on this bus; end it first\n", ownerOf(name).c_str(), id_.c_str());
   } else {
     std::fprintf(stderr, "libzoripc: the bus does not let us have the name %s: %s\n", name.c_str(),
-                 std::strerror(-result));
+                 base::errorText(-result).c_str());
   }
   return result != 0 && result != -EEXIST;
 }
@@ -219,7 +218,7 @@ void Bus::dropRetired() {
   retired_.clear();
 }
 
-void Bus::wake() const { eventfd_write(wakeFd_, 1); }
+void Bus::wake() const { eventfd_write(wakeFd_.get(), 1); }
 
 void Bus::run() {
   std::unique_lock<std::mutex> hold(lock_);
@@ -256,12 +255,12 @@ int Bus::serve() {
 }
 
 void Bus::waitForWork(int timeoutMs, std::unique_lock<std::mutex>& hold) {
-  std::array<pollfd, 2> entries{{{wakeFd_, POLLIN, 0}, {-1, 0, 0}}};
+  std::array<pollfd, 2> entries{{{wakeFd_.get(), POLLIN, 0}, {-1, 0, 0}}};
   if (bus_ != nullptr) entries[1] = {sd_bus_get_fd(bus_), static_cast<short>(sd_bus_get_events(bus_)), 0};
   hold.unlock();
   poll(entries.data(), entries.size(), timeoutMs);
   eventfd_t ignored = 0;
-  eventfd_read(wakeFd_, &ignored);
+  eventfd_read(wakeFd_.get(), &ignored);
   hold.lock();
 }
 

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "base/deadline.h"
+#include "base/descriptor.h"
 #include "platform/linux/zoripc/mailbox.h"
 #include "platform/linux/zoripc/notification_object.h"
 #include "platform/linux/zoripc/worker_thread.h"
@@ -66,7 +67,7 @@ class Bus {
   Recipient recipient_;
   sd_bus* bus_ = nullptr;
   std::vector<sd_bus*> retired_;  // to be closed by the thread, which may be waiting on their descriptors
-  int wakeFd_ = -1;
+  base::Descriptor wakeFd_;
   bool closed_ = false;
   base::Deadline muteEnd_{0};
   WorkerThread thread_;

@@ -2,11 +2,12 @@
 
 #include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+
+#include "base/ignore.h"
 
 namespace zoripc {
 
@@ -77,7 +78,7 @@ std::size_t SocketStream::receive(void* data, std::size_t size) {
 
 std::size_t SocketStream::receiveInto(void* data, std::size_t size) {
   for (;;) {
-    const ssize_t count = recv(fd_, data, size, MSG_DONTWAIT);
+    const ssize_t count = recv(fd(), data, size, MSG_DONTWAIT);
     if (count > 0) return static_cast<std::size_t>(count);
     if (count == 0) {
       ended_ = true;
@@ -107,7 +108,7 @@ bool SocketStream::waitForInput(const base::Deadline& deadline) {
 
 // False on failure. `happened` is 0 when the time was over or a signal came.
 bool SocketStream::pollOnce(short events, int timeoutMs, short& happened) {
-  pollfd entry{fd_, events, 0};
+  pollfd entry{fd(), events, 0};
   const int count = poll(&entry, 1, timeoutMs);
   happened = count > 0 ? entry.revents : static_cast<short>(0);
   if (count >= 0 || errno == EINTR) return true;
@@ -121,7 +122,7 @@ void SocketStream::releaseIdleMemory() {
 }
 
 bool SocketStream::write(const void* data, std::size_t size) {
-  if (fd_ < 0) writeFailed_ = true;
+  if (!socket_) writeFailed_ = true;
   if (failed()) return false;
   if (size == 0) return true;
   used_ = true;
@@ -136,7 +137,7 @@ std::size_t SocketStream::sendOnce(const void* data, std::size_t size) {
   message.msg_iov = pieces.data();
   message.msg_iovlen = pieces.size();
   ssize_t count = 0;
-  do count = sendmsg(fd_, &message, MSG_NOSIGNAL | MSG_DONTWAIT | (closing_ ? MSG_MORE : 0));
+  do count = sendmsg(fd(), &message, MSG_NOSIGNAL | MSG_DONTWAIT | (closing_ ? MSG_MORE : 0));
   while (count < 0 && errno == EINTR);
   if (count >= 0) {
     const std::size_t gathered = std::min(static_cast<std::size_t>(count), out_.size());
@@ -168,21 +169,20 @@ bool SocketStream::sendAll(const void* data, std::size_t size, int stallMs, cons
       writeFailed_ = true;
       out_.release();
     }
-    pollfd entry{fd_, POLLOUT, 0};
+    pollfd entry{fd(), POLLOUT, 0};
     if (!writeFailed_) poll(&entry, 1, timeoutMs);
   }
   return false;
 }
 
 void SocketStream::close() {
-  if (fd_ < 0) return;
+  if (!socket_) return;
   ahead_.release();
   const base::Deadline deadline(kCloseMs);
   closing_ = true;
   if (!out_.empty() && !writeFailed_) sendAll(nullptr, 0, kCloseMs, deadline);
-  if (!ended_ && !failed() && shutdown(fd_, SHUT_WR) == 0) drain(deadline, used_ ? kCloseSilenceMs : 0);
-  ::close(fd_);
-  fd_ = -1;
+  if (!ended_ && !failed() && shutdown(fd(), SHUT_WR) == 0) drain(deadline, used_ ? kCloseSilenceMs : 0);
+  base::ignore(socket_.close());  // nobody is left to be told
 }
 
 void SocketStream::drain(const base::Deadline& deadline, int silenceMs) {
@@ -203,12 +203,12 @@ void SocketStream::drain(const base::Deadline& deadline, int silenceMs) {
   }
 }
 
-void SocketStream::reset(int fd) {
+void SocketStream::reset(base::Descriptor socket) {
   close();
   ahead_.release();
   out_.release();
   ended_ = readFailed_ = writeFailed_ = used_ = closing_ = false;
-  fd_ = fd;
+  socket_ = std::move(socket);
 }
 
 }  // namespace zoripc

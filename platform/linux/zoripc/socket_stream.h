@@ -2,8 +2,10 @@
 #pragma once
 
 #include <cstddef>
+#include <utility>
 
 #include "base/deadline.h"
+#include "base/descriptor.h"
 #include "platform/linux/zoripc/read_ahead.h"
 #include "platform/linux/zoripc/send_gather.h"
 
@@ -24,21 +26,21 @@ class SocketStream {
   static constexpr int kCloseSilenceMs = 2000;
   static constexpr std::size_t kCloseDrainBytes = std::size_t{64} * 1024 * 1024;
 
-  // Takes over `fd`, a connected socket, blocking or not; -1 makes a stream that is not connected.
-  explicit SocketStream(int fd = -1) : fd_(fd) {}
+  // Takes over a connected socket, blocking or not; none makes a stream that is not connected.
+  explicit SocketStream(base::Descriptor socket = {}) : socket_(std::move(socket)) {}
   SocketStream(const SocketStream&) = delete;
   SocketStream& operator=(const SocketStream&) = delete;
   ~SocketStream() { close(); }
 
-  int fd() const { return fd_; }
+  int fd() const { return socket_.get(); }
   bool readExact(void* data, std::size_t size, int timeoutMs, int gapTimeoutMs);
   std::size_t read(void* data, std::size_t size, int timeoutMs);
   bool write(const void* data, std::size_t size);
   bool closed() const { return ended_; }
   bool failed() const { return readFailed_ || writeFailed_; }
 
-  // Closes what is held and takes over `fd`.
-  void reset(int fd);
+  // Closes what is held and takes over `socket`.
+  void reset(base::Descriptor socket);
 
  private:
   std::size_t receive(void* data, std::size_t size);
@@ -53,7 +55,7 @@ class SocketStream {
   void close();
   void drain(const base::Deadline& deadline, int silenceMs);
 
-  int fd_;
+  base::Descriptor socket_;
   bool ended_ = false;
   bool readFailed_ = false;
   bool writeFailed_ = false;

@@ -1,5 +1,6 @@
 #include <cerrno>
 #include <exception>
+#include <utility>
 
 #include "platform/linux/support/connect.h"
 #include "platform/linux/zoripc/tcp_impl.h"
@@ -12,7 +13,7 @@ bool TCP::connect(const char* host, unsigned short port, int timeoutMs) {
     return false;
   }
   impl_->listening = {};
-  impl_->stream.reset(-1);
+  impl_->stream.reset({});
   if (host == nullptr || *host == '\0') {
     errno = EHOSTUNREACH;
     return false;
@@ -21,7 +22,7 @@ bool TCP::connect(const char* host, unsigned short port, int timeoutMs) {
     base::Descriptor connected = jxplatform::connectTo(host, port, base::Deadline(timeoutMs));
     if (!connected) return false;
     setNoDelay(connected.get());
-    impl_->stream.reset(connected.release());
+    impl_->stream.reset(std::move(connected));
     return true;
   } catch (const std::exception&) {
     errno = ENOMEM;

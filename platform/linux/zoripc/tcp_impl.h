@@ -13,7 +13,7 @@ namespace zoripc {
 // Either a connection or a listening endpoint, or neither.
 class TCP::Impl {
  public:
-  explicit Impl(int connectedFd = -1) : stream(connectedFd) {}
+  Impl() = default;
   Impl(const Impl&) = delete;
   Impl& operator=(const Impl&) = delete;
   ~Impl() = default;

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "platform/linux/support/connect.h"
 #include "platform/linux/zoripc/socket_address.h"
@@ -99,7 +100,7 @@ int TCP::listen(unsigned short port, const char* address) {
     return 0;
   }
   impl_->listening = {};
-  impl_->stream.reset(-1);
+  impl_->stream.reset({});
   try {
     impl_->listening = address == nullptr ? listenEverywhere(port) : listenOn(address, port);
   } catch (const std::bad_alloc&) {
@@ -118,7 +119,7 @@ IPC* TCP::accept(int timeoutMs) {
   try {
     auto connection = std::make_unique<Impl>();
     std::unique_ptr<TCP> stream(new TCP(std::move(connection)));
-    stream->impl_->stream.reset(made.release());
+    stream->impl_->stream.reset(std::move(made));
     return stream.release();
   } catch (const std::bad_alloc&) {
     made = {};

@@ -13,7 +13,9 @@ namespace {
 
 constexpr std::size_t kDrained = std::size_t{64} * 1024 * 1024;
 
-std::unique_ptr<SocketStream> makeStream(RawPair& pair) { return std::make_unique<SocketStream>(pair.near.release()); }
+std::unique_ptr<SocketStream> makeStream(RawPair& pair) {
+  return std::make_unique<SocketStream>(base::Descriptor(pair.near.release()));
+}
 
 void expectEnd(const RawSocket& far, const std::string& before) {
   bool reset = true;

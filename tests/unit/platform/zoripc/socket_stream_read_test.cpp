@@ -55,7 +55,7 @@ class ReadTest : public testing::Test {
   driven::Time time_;
   RawPair pair_;
   RawSocket& far_ = pair_.far;
-  SocketStream stream_{pair_.near.release()};
+  SocketStream stream_{base::Descriptor(pair_.near.release())};
 };
 
 // Each receive gets a byte and takes 100 milliseconds, though more is there: what a peer does that is always ahead.
@@ -218,7 +218,7 @@ TEST_F(ReadTest, FailedPoll_IsAFailure) {
 
 TEST(Read, Reset_IsAFailureAndNoEnd) {
   RawPair pair = tcpPair();
-  SocketStream stream(pair.near.release());
+  SocketStream stream(base::Descriptor(pair.near.release()));
   pair.far.resetOnClose();
   pair.far.close();
   char byte = 0;
@@ -248,7 +248,7 @@ TEST(Read, Silence_GivesTheReadAheadBack) {
   std::string text(bulk.size(), '\0');
   for (int i = 0; i < kStreams; ++i) {
     RawPair pair = localPair();
-    streams.push_back(std::make_unique<SocketStream>(pair.near.release()));
+    streams.push_back(std::make_unique<SocketStream>(base::Descriptor(pair.near.release())));
     fars.push_back(std::move(pair.far));
   }
   const driven::Time time;

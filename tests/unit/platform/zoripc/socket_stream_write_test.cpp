@@ -38,7 +38,7 @@ class WriteTest : public testing::Test {
   driven::Time time_;
   RawPair pair_ = localPair();
   RawSocket& far_ = pair_.far;
-  std::unique_ptr<SocketStream> stream_ = std::make_unique<SocketStream>(pair_.near.release());
+  std::unique_ptr<SocketStream> stream_ = std::make_unique<SocketStream>(base::Descriptor(pair_.near.release()));
 };
 
 void shrinkSendBuffer(int fd) {
