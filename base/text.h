@@ -1,5 +1,5 @@
-// Small text tools. Letters are those of ASCII, whatever the locale; no function blocks or fails but for want of
-// memory.
+// Small text tools. Letters and digits are those of ASCII, whatever the locale; no function blocks or fails but for
+// want of memory.
 #pragma once
 
 #include <cstddef>
@@ -15,6 +15,10 @@ namespace base {
 [[nodiscard]] constexpr bool endsWith(std::string_view text, std::string_view ending) {
   return text.size() >= ending.size() && text.substr(text.size() - ending.size()) == ending;
 }
+
+[[nodiscard]] constexpr bool isDigit(char c) { return c >= '0' && c <= '9'; }
+
+[[nodiscard]] constexpr bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
 
 // `text` with the letters A to Z in lower case.
 [[nodiscard]] std::string lowerCase(std::string text);

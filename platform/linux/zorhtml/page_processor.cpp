@@ -4,6 +4,7 @@
 #include <exception>
 #include <utility>
 
+#include "base/text.h"
 #include "platform/linux/zorhtml/html_escape.h"
 #include "platform/linux/zorhtml/script_processors.h"
 
@@ -12,8 +13,7 @@ namespace {
 
 constexpr const char* kMarkupVariable = "text";
 
-bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
-bool isNameByte(char c) { return isLetter(c) || (c >= '0' && c <= '9') || c == '-' || c == '_'; }
+bool isNameByte(char c) { return base::isLetter(c) || base::isDigit(c) || c == '-' || c == '_'; }
 bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f'; }
 
 std::string trimmed(const std::string& text) {
@@ -54,7 +54,7 @@ class PageProcessor {
     std::size_t nameEnd = 0;
     while (nameEnd < instruction.size() && isNameByte(instruction[nameEnd])) ++nameEnd;
     const bool separated = nameEnd == instruction.size() || isBlank(instruction[nameEnd]);
-    if (nameEnd == 0 || !isLetter(instruction[0]) || !separated) return report("an instruction without a name");
+    if (nameEnd == 0 || !base::isLetter(instruction[0]) || !separated) return report("an instruction without a name");
 
     const std::string name = instruction.substr(0, nameEnd);
     const std::string text = trimmed(instruction.substr(nameEnd));

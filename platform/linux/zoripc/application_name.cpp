@@ -4,17 +4,10 @@
 
 namespace zoripc {
 
-namespace {
-
-// Without the locale's help: a bus name is ASCII everywhere.
-bool isPlain(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9'); }
-
-}  // namespace
-
 std::string busNameOf(const std::string& id) {
   std::string name = "zoripc.App.a";
   for (const char c : id) {
-    if (isPlain(c)) {
+    if (base::isLetter(c) || base::isDigit(c)) {
       name += c;
       continue;
     }

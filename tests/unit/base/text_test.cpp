@@ -22,6 +22,13 @@ TEST(EndsWith, LooksAtTheEndAlone) {
   EXPECT_FALSE(base::endsWith(".zip.new", ".zip"));
 }
 
+TEST(DigitsAndLetters, AreThoseOfAsciiAlone) {
+  for (const char c : {'0', '5', '9'}) EXPECT_TRUE(base::isDigit(c) && !base::isLetter(c)) << c;
+  for (const char c : {'a', 'm', 'z', 'A', 'M', 'Z'}) EXPECT_TRUE(base::isLetter(c) && !base::isDigit(c)) << c;
+  for (const char c : {'/', ':', '@', '[', '`', '{', '\0', '\xC4'})
+    EXPECT_FALSE(base::isLetter(c) || base::isDigit(c)) << c;
+}
+
 TEST(LowerCase, ChangesTheLettersOfAsciiAlone) {
   EXPECT_EQ(base::lowerCase("AZaz@[`{\xC4\x80 09"), "azaz@[`{\xC4\x80 09");
 }

@@ -11,8 +11,6 @@ constexpr std::size_t kStatusAt = 9;  // behind "HTTP/1.x "
 constexpr std::size_t kStatusEnd = 12;
 constexpr int kFirstFinal = 200;
 
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
-
 }  // namespace
 
 AnswerHead::State AnswerHead::take(std::string_view bytes) {
@@ -44,11 +42,12 @@ AnswerHead::State AnswerHead::endLine() {
 
 // "HTTP/1.1 204 No Content"; the blank and the text behind the status may be missing.
 bool AnswerHead::readStatusLine() {
-  if (line_.size() < kStatusEnd || !base::beginsWith(line_, kVersion) || !isDigit(line_[kVersion.size()])) return false;
+  if (line_.size() < kStatusEnd || !base::beginsWith(line_, kVersion) || !base::isDigit(line_[kVersion.size()]))
+    return false;
   if (line_[kStatusAt - 1] != ' ' || (line_.size() > kStatusEnd && line_[kStatusEnd] != ' ')) return false;
   status_ = 0;
   for (std::size_t i = kStatusAt; i < kStatusEnd; ++i) {
-    if (!isDigit(line_[i])) return false;
+    if (!base::isDigit(line_[i])) return false;
     status_ = 10 * status_ + (line_[i] - '0');
   }
   reason_ = line_.size() > kStatusEnd ? line_.substr(kStatusEnd + 1) : "";
