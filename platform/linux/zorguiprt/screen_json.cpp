@@ -3,14 +3,13 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 
+#include "base/text.h"
 #include "platform/linux/support/json_text.h"
 
 namespace jxplatform {
 namespace {
 
 using Json = nlohmann::ordered_json;
-
-std::string quoted(const std::string& text) { return Json(text).dump(-1, ' ', false, Json::error_handler_t::replace); }
 
 std::optional<int> asInt(const Json& value) {
   if (!value.is_number_integer()) return std::nullopt;
@@ -64,11 +63,11 @@ std::variant<PageResult, Refusal> readResult(const Json& body) {
 std::string screenJson(std::uint64_t id, bool synchronous, const PageContent& content) {
   std::string vars;
   for (const auto& [name, value] : content.vars) {
-    vars += (vars.empty() ? "" : ",") + quoted(name) + ":" + quoted(value);
+    vars += (vars.empty() ? "" : ",") + quotedJson(name) + ":" + quotedJson(value);
   }
-  return "{\"id\":" + std::to_string(id) + ",\"page\":" + quoted(content.page) +
-         ",\"sync\":" + (synchronous ? "true" : "false") + ",\"vars\":{" + vars + "},\"html\":" + quoted(content.html) +
-         "}";
+  return "{\"id\":" + std::to_string(id) + ",\"page\":" + quotedJson(content.page) +
+         ",\"sync\":" + (synchronous ? "true" : "false") + ",\"vars\":{" + vars +
+         "},\"html\":" + quotedJson(content.html) + "}";
 }
 
 std::variant<PageResult, Refusal> parseResult(const std::string& body) {
@@ -87,7 +86,7 @@ std::optional<std::uint64_t> parseNumber(const std::string& text) {
   if (text.empty()) return std::nullopt;
   std::uint64_t number = 0;
   for (const char c : text) {
-    if (c < '0' || c > '9') return std::nullopt;
+    if (!base::isDigit(c)) return std::nullopt;
     number = number * 10 + static_cast<std::uint64_t>(c - '0');
     if (number > kLargestId) return std::nullopt;
   }

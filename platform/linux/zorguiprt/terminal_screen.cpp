@@ -5,12 +5,13 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <exception>
 #include <fstream>
 #include <utility>
 
 #include "base/atomic_file.h"
+#include "base/file_io.h"
+#include "platform/linux/support/environment.h"
 #include "platform/linux/support/root.h"
 #include "platform/linux/zorguiprt/auto_result.h"
 #include "platform/linux/zorguiprt/stand_in_page.h"
@@ -20,11 +21,6 @@ namespace jxplatform {
 namespace {
 
 constexpr const char* kDefaultAddress = "127.0.0.1:6380";
-
-std::string environment(const char* name, const char* otherwise) {
-  const char* const value = std::getenv(name);
-  return value != nullptr && *value != '\0' ? value : otherwise;
-}
 
 // One line, whatever a script put into its error.
 void complain(std::string message) {
@@ -61,7 +57,7 @@ TerminalScreen::TerminalScreen()
 std::string TerminalScreen::fill(PageContent& content) const {
   std::string text;
   if (files_.read(content.page, text) != PageFiles::Outcome::kRead) {
-    std::string reason = std::strerror(errno);
+    std::string reason = base::errorText(errno);
     complain("cannot read the page " + content.page + " in " + files_.folder() + ": " + reason);
     return reason;
   }
@@ -98,7 +94,7 @@ std::string TerminalScreen::startServer() {
 // Pages are shown without the file as well; it is tried again with the next page.
 void TerminalScreen::writeUrl() {
   urlWritten_ = base::replaceFile(urlFile_, server_->url() + "\n", base::Flush::kNo, "." + std::to_string(getpid()));
-  if (!urlWritten_) complain("cannot write " + urlFile_ + ": " + std::strerror(errno));
+  if (!urlWritten_) complain("cannot write " + urlFile_ + ": " + base::errorText(errno));
 }
 
 int TerminalScreen::showSynchronous(Vars& vars, const std::string& page, zorgui::UICallback callback, void* data) {

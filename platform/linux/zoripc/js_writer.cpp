@@ -4,17 +4,10 @@
 #include <utility>
 #include <vector>
 
+#include "platform/linux/support/json_text.h"
 #include "platform/linux/zoripc/js_node.h"
 
 namespace zoripc {
-
-namespace {
-
-using nlohmann::json;
-
-std::string quoted(const std::string& text) { return json(text).dump(-1, ' ', false, json::error_handler_t::replace); }
-
-}  // namespace
 
 // Writes the value with a list of the arrays and objects that are open, since a tree may be deeper than the stack.
 class JSObject::Node::Writer {
@@ -70,10 +63,9 @@ class JSObject::Node::Writer {
     } else if (const auto* integer = node.held<long long>()) {
       text_ += std::to_string(*integer);
     } else if (const auto* number = node.held<double>()) {
-      text_ += json(*number).dump();
+      text_ += nlohmann::json(*number).dump();
     } else {
-      const std::string& text = *node.held<std::string>();
-      text_ += quoted(text);
+      text_ += jxplatform::quotedJson(*node.held<std::string>());
     }
   }
 
@@ -86,7 +78,7 @@ class JSObject::Node::Writer {
     }
     if (level.member == level.members->end()) return nullptr;
     if (level.member != level.members->begin()) text_ += ',';
-    text_ += quoted(level.member->first) + ":";
+    text_ += jxplatform::quotedJson(level.member->first) + ":";
     return &(level.member++)->second;
   }
 

@@ -1,9 +1,7 @@
 // The cloud proxy of a Linux terminal: owns the id "1" and answers the requests that are notified to it.
 #include <malloc.h>
-#include <pthread.h>
 #include <zoripc.h>
 
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -16,6 +14,7 @@
 #include "platform/linux/services/cloudproxyd/service.h"
 #include "platform/linux/services/cloudproxyd/state_file.h"
 #include "platform/linux/support/root.h"
+#include "platform/linux/support/service_process.h"
 
 namespace {
 
@@ -57,20 +56,9 @@ void giveLargeBlocksBack() {
 #endif
 }
 
-sigset_t blockEnds() {
-  sigset_t ends;
-  sigemptyset(&ends);
-  sigaddset(&ends, SIGTERM);
-  sigaddset(&ends, SIGINT);
-  pthread_sigmask(SIG_BLOCK, &ends, nullptr);
-  std::signal(SIGPIPE, SIG_IGN);  // a reader or a gateway that has gone must not end the service
-  return ends;
-}
-
 int run(Options options) {
-  std::setvbuf(stdout, nullptr, _IOLBF, 0);  // whoever reads sees each line as it is printed
+  const jxplatform::ServiceProcess process;
   giveLargeBlocksBack();
-  const sigset_t ends = blockEnds();
   const std::string path = options.stateFile.empty() ? jxplatform::root() + "/cloudproxy.json" : options.stateFile;
   const Settings settings = readSettings(path, options.service.environments);
   // Neither is ever destroyed: the library's thread may be in them while the process ends.
@@ -82,8 +70,7 @@ int run(Options options) {
       [](const std::string& line) { std::puts(line.c_str()); });
   if (zoripc::ipcRegisterNotificationCB("CloudProxyConf", onRequest, service, 0, "") != 0) return 1;
   zoripc::ipcSetAppID("1");
-  int signal = 0;
-  const int status = sigwait(&ends, &signal) == 0 ? 0 : 1;
+  const int status = process.waitForEnd();
   // A thread that still reports must not meet what the process destroys at its end.
   if (!checker->finish(kEndMs)) std::_Exit(status);
   return status;

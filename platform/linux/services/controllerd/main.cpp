@@ -1,8 +1,6 @@
 // The application controller of a Linux terminal: owns the id "_mac" and prints what it is told.
-#include <pthread.h>
 #include <zoripc.h>
 
-#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -10,6 +8,7 @@
 
 #include "platform/linux/services/controllerd/commands.h"
 #include "platform/linux/support/root.h"
+#include "platform/linux/support/service_process.h"
 
 namespace {
 
@@ -40,24 +39,12 @@ void onTrigger(void* /*data*/, const std::string& sender, const std::string& /*r
   }
 }
 
-int waitForEnd(const sigset_t& ends) {
-  int signal = 0;
-  return sigwait(&ends, &signal) == 0 ? 0 : 1;
-}
-
 int run() {
-  // Whoever reads the output sees each line as it is printed.
-  std::setvbuf(stdout, nullptr, _IOLBF, 0);
-  sigset_t ends;
-  sigemptyset(&ends);
-  sigaddset(&ends, SIGTERM);
-  sigaddset(&ends, SIGINT);
-  pthread_sigmask(SIG_BLOCK, &ends, nullptr);
-  std::signal(SIGPIPE, SIG_IGN);  // a reader that has gone must not end the service
+  const jxplatform::ServiceProcess process;
   jxplatform::root();
   if (zoripc::ipcRegisterNotificationCB("_mac_control_trigger", onTrigger, nullptr, 0, "") != 0) return 1;
   zoripc::ipcSetAppID("_mac");
-  return waitForEnd(ends);
+  return process.waitForEnd();
 }
 
 }  // namespace
