@@ -1,7 +1,6 @@
 #include "platform/linux/zorguiprt/http_server.h"
 
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
@@ -9,6 +8,7 @@
 #include <thread>
 #include <utility>
 
+#include "base/ignore.h"
 #include "platform/linux/zorguiprt/answer_writer.h"
 #include "platform/linux/zorguiprt/request_reader.h"
 
@@ -46,8 +46,8 @@ void HttpServer::serve(ConnectionThreads& threads) {
   while (!listener_.ended()) {
     base::Descriptor accepted = listener_.accept();
     if (accepted) {
-      const int socket = accepted.release();
-      if (!threads.run([this, socket] { answer(socket); })) close(socket);
+      // Whoever answers owns it then, and may have closed it already.
+      if (threads.run([this, socket = accepted.get()] { answer(socket); })) base::ignore(accepted.release());
     } else if (!listener_.ended() && errno != EINTR && errno != ECONNABORTED) {
       std::this_thread::sleep_for(kShortagePause);
     }

@@ -3,15 +3,15 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
 
-#include "base/descriptor.h"
+#include "base/regular_file.h"
 #include "base/text.h"
+#include "platform/linux/support/environment.h"
 
 namespace jxplatform {
 namespace {
@@ -50,21 +50,6 @@ bool isPlainName(const std::string& component) {
   return !component.empty() && component[0] != '.' && component.find('\0') == std::string::npos;
 }
 
-bool readAll(int fd, std::string& content) {
-  char block[16384];
-  while (true) {
-    const ssize_t count = ::read(fd, block, sizeof block);
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return false;
-    if (count == 0) return true;
-    if (content.size() + static_cast<std::size_t>(count) > PageFiles::kLargestFile) {
-      errno = EFBIG;
-      return false;
-    }
-    content.append(block, static_cast<std::size_t>(count));
-  }
-}
-
 bool isMissing(int reason) {
   return reason == ENOENT || reason == ENOTDIR || reason == ELOOP || reason == ENAMETOOLONG;
 }
@@ -72,8 +57,8 @@ bool isMissing(int reason) {
 }  // namespace
 
 std::string pagesFolder() {
-  const char* const configured = std::getenv("JXPLATFORM_PAGES");
-  if (configured != nullptr && *configured != '\0') return configured;
+  std::string configured = environment("JXPLATFORM_PAGES");
+  if (!configured.empty()) return configured;
   const std::string beside = pagesBeside(ownFile());
   return beside.empty() ? JX_PAGES_INSTALLED : beside;
 }
@@ -81,35 +66,31 @@ std::string pagesFolder() {
 PageFiles::PageFiles(std::string folder) : folder_(std::move(folder)) {}
 
 // Opened component by component, following no link: a link, or a folder swapped for one meanwhile, leads nowhere.
-int PageFiles::openBelow(const std::string& path) const {
+base::Descriptor PageFiles::openBelow(const std::string& path) const {
   base::Descriptor folder(open(folder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   std::size_t begin = 0;
-  while (folder.get() >= 0) {
+  while (folder) {
     const std::size_t slash = path.find('/', begin);
     const std::string component = path.substr(begin, slash == std::string::npos ? slash : slash - begin);
     if (!isPlainName(component)) {
       errno = ENOENT;
-      return -1;
+      return {};
     }
     const int kind = slash == std::string::npos ? O_NONBLOCK : O_DIRECTORY;  // a pipe must not block
     folder = base::Descriptor(openat(folder.get(), component.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | kind));
     if (slash == std::string::npos) break;
     begin = slash + 1;
   }
-  return folder.release();
+  return folder;
 }
 
 PageFiles::Outcome PageFiles::read(const std::string& path, std::string& content) const {
   content.clear();
-  const base::Descriptor file(openBelow(path));
-  if (file.get() < 0) return isMissing(errno) ? Outcome::kMissing : Outcome::kUnreadable;
-  struct stat status {};
-  if (fstat(file.get(), &status) != 0) return Outcome::kUnreadable;
-  if (!S_ISREG(status.st_mode)) {
-    errno = S_ISDIR(status.st_mode) ? EISDIR : ENOENT;
-    return Outcome::kMissing;
-  }
-  return readAll(file.get(), content) ? Outcome::kRead : Outcome::kUnreadable;
+  const base::Descriptor file = openBelow(path);
+  if (!file) return isMissing(errno) ? Outcome::kMissing : Outcome::kUnreadable;
+  if (base::readRegularFile(file.get(), kLargestFile, content)) return Outcome::kRead;
+  if (errno == EINVAL) errno = ENOENT;  // a device or a pipe is no page
+  return errno == EISDIR || errno == ENOENT ? Outcome::kMissing : Outcome::kUnreadable;
 }
 
 const char* contentType(const std::string& path) {

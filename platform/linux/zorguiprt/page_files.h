@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "base/descriptor.h"
+
 namespace jxplatform {
 
 // $JXPLATFORM_PAGES; or the pages of the tree that the library was loaded from, be it an installed one under any prefix
@@ -26,7 +28,7 @@ class PageFiles {
   Outcome read(const std::string& path, std::string& content) const;
 
  private:
-  int openBelow(const std::string& path) const;
+  base::Descriptor openBelow(const std::string& path) const;
 
   std::string folder_;
 };

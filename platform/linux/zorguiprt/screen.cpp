@@ -3,6 +3,7 @@
 #include <exception>
 #include <utility>
 
+#include "base/deadline.h"
 #include "platform/linux/zorguiprt/screen_json.h"
 
 namespace jxplatform {
@@ -33,7 +34,7 @@ struct Screen::Page {
   bool synchronous = false;
   bool standsIn = false;
   std::optional<int> autoResult;
-  std::chrono::steady_clock::time_point autoResultTime;
+  base::Deadline autoResultEnd{-1};
   State state = State::kOpen;
   std::optional<PageResult> result;
   zorgui::UIAsyncCallback callback = nullptr;
@@ -89,7 +90,7 @@ Screen::PagePointer Screen::showSynchronous(const PageContent& content) {
   page->autoResult = content.autoResult;
   Lock lock(mutex_);
   put(lock, page, content);
-  page->autoResultTime = std::chrono::steady_clock::now() + autoResultWait_;
+  page->autoResultEnd = base::Deadline(static_cast<int>(autoResultWait_.count()));
   return page;
 }
 
@@ -103,15 +104,13 @@ void Screen::showAsynchronous(const PageContent& content, zorgui::UIAsyncCallbac
   put(lock, page, content);
 }
 
-bool Screen::isDueByItself(const Page& page) {
-  return page.autoResult && std::chrono::steady_clock::now() >= page.autoResultTime;
-}
+bool Screen::isDueByItself(const Page& page) { return page.autoResult && page.autoResultEnd.passed(); }
 
 void Screen::waitForChange(Lock& lock, const Page& page, bool hasCallback) {
   if (hasCallback) {
     changed_.wait_for(lock, kCallbackInterval);
   } else if (page.autoResult) {
-    changed_.wait_until(lock, page.autoResultTime);
+    changed_.wait_for(lock, std::chrono::milliseconds(page.autoResultEnd.remainingMs()));
   } else {
     changed_.wait(lock);
   }
@@ -136,7 +135,6 @@ std::optional<PageResult> Screen::waitForResult(const PagePointer& page, zorgui:
 }
 
 Screen::Text Screen::newest(std::uint64_t after, std::chrono::milliseconds wait) {
-  const auto deadline = std::chrono::steady_clock::now() + wait;
   Lock lock(mutex_);
   const auto isThere = [&] { return page_ && page_->id > after; };
   if (isThere()) return page_->json;
@@ -147,7 +145,7 @@ Screen::Text Screen::newest(std::uint64_t after, std::chrono::milliseconds wait)
     waiting_.erase(waiting_.begin());
     changed_.notify_all();
   }
-  changed_.wait_until(lock, deadline, [&] { return isThere() || closed_ || waiting_.count(ticket) == 0; });
+  changed_.wait_for(lock, wait, [&] { return isThere() || closed_ || waiting_.count(ticket) == 0; });
   waiting_.erase(ticket);
   return isThere() ? page_->json : nullptr;
 }
