@@ -2,17 +2,15 @@
 #pragma once
 
 #include <optional>
-#include <stdexcept>
 #include <string>
+
+#include "platform/linux/support/failure.h"
 
 namespace jxinstall {
 
-// The text is one line without a line feed, fit to follow "Error: upload-0.zip: "; what came from the package in it has
-// gone through base::quotedPrintable().
-class Failure : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
+// The text is fit to follow "Error: upload-0.zip: "; what came from the package in it has gone through
+// base::quotedPrintable().
+using jxplatform::Failure;
 
 // The digest, where the cryptographic library gave one. Throws Failure.
 [[nodiscard]] inline std::string orFailure(const std::optional<std::string>& digest) {
