@@ -40,7 +40,7 @@ class HttpServer::Served {
 
 HttpServer::HttpServer(Handler handler) : handler_(std::move(handler)) {}
 
-std::string HttpServer::listen(ServerAddress& address) { return listener_.open(address); }
+int HttpServer::listen(const ServerAddress& address) { return listener_.open(address); }
 
 void HttpServer::serve(ConnectionThreads& threads) {
   while (!listener_.ended()) {

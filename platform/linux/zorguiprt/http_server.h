@@ -22,8 +22,8 @@ class HttpServer {
 
   explicit HttpServer(Handler handler);
 
-  // Begins to listen at `address`, and tells in it which port that is. Empty, or the reason why it cannot. Called once.
-  [[nodiscard]] std::string listen(ServerAddress& address);
+  // Begins to listen at `address`; returns the port, which is another one where that is 0. Called once. Throws Failure.
+  [[nodiscard]] int listen(const ServerAddress& address);
 
   // Accepts connections, which `threads` serve, until end() is called. Without the means for a connection it tries
   // again a little later; whoever connects meanwhile waits. Throws nothing.

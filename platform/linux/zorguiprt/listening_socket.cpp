@@ -10,6 +10,7 @@
 
 #include "base/file_io.h"
 #include "platform/linux/support/connect.h"
+#include "platform/linux/support/failure.h"
 
 namespace jxplatform {
 namespace {
@@ -23,14 +24,13 @@ void setOptions(int socket) {
 
 }  // namespace
 
-std::string ListeningSocket::open(ServerAddress& address) {
+int ListeningSocket::open(const ServerAddress& address) {
   const AddressList addresses = resolve(address.host, static_cast<unsigned short>(address.port), AI_PASSIVE);
-  if (addresses == nullptr) return "no such address";
+  if (addresses == nullptr) throw Failure("no such address");
   const addrinfo* next = addresses.get();
   while (next != nullptr && !listenAt(*next)) next = next->ai_next;
-  if (next == nullptr) return base::errorText(errno);
-  address.port = port();
-  return {};
+  if (next == nullptr) throw Failure(base::errorText(errno));
+  return port();
 }
 
 // False with errno.

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <atomic>
-#include <string>
 
 #include "base/descriptor.h"
 #include "platform/linux/zorguiprt/own_names.h"
@@ -14,9 +13,9 @@ namespace jxplatform {
 // A socket at which clients connect. The number of those that the system keeps waiting is the system's own.
 class ListeningSocket {
  public:
-  // Begins to listen at `address`, and tells in it which port that is. Empty, or the reason why it cannot. Called once.
+  // Begins to listen at `address`; returns the port, which is another one where that is 0. Called once. Throws Failure.
   // Blocks while "localhost" is looked up.
-  [[nodiscard]] std::string open(ServerAddress& address);
+  [[nodiscard]] int open(const ServerAddress& address);
 
   // Waits for the next client. None, with errno, when there is not one; after end() there never is.
   [[nodiscard]] base::Descriptor accept() const;

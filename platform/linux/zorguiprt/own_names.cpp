@@ -16,13 +16,13 @@ bool isLoopback(const std::string& host) {
 
 }  // namespace
 
-bool parseServerAddress(const std::string& text, ServerAddress& address) {
+std::optional<ServerAddress> parseServerAddress(const std::string& text) {
   const auto split = base::splitHostPort(text);
-  if (!split || !split->port) return false;
+  if (!split || !split->port) return std::nullopt;
   const bool good =
       split->bracketed ? base::isIpv6(split->host) : base::isIpv4(split->host) || split->host == "localhost";
-  if (good) address = {split->host, *split->port};
-  return good;
+  if (!good) return std::nullopt;
+  return ServerAddress{split->host, *split->port};
 }
 
 OwnNames::OwnNames(ServerAddress address) : address_(std::move(address)), loopback_(isLoopback(address_.host)) {}

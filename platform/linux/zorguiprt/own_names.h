@@ -1,6 +1,7 @@
 // The names under which a browser may ask for the screen.
 #pragma once
 
+#include <optional>
 #include <string>
 
 namespace jxplatform {
@@ -11,8 +12,8 @@ struct ServerAddress {
   int port = 0;      // 0: any free one
 };
 
-// Reads "ADDRESS:PORT", an IPv6 address in brackets. False when it is none.
-bool parseServerAddress(const std::string& text, ServerAddress& address);
+// Reads "ADDRESS:PORT", an IPv6 address in brackets. None when it is anything else.
+[[nodiscard]] std::optional<ServerAddress> parseServerAddress(const std::string& text);
 
 // Tells requests for this server from those that another site's page sends through the operator's browser, be it under
 // that site's name (which may point here for a while) or with its origin.

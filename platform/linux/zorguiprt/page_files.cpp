@@ -9,6 +9,7 @@
 #include <cstring>
 #include <utility>
 
+#include "base/file_io.h"
 #include "base/regular_file.h"
 #include "base/text.h"
 #include "platform/linux/support/environment.h"
@@ -54,6 +55,11 @@ bool isMissing(int reason) {
   return reason == ENOENT || reason == ENOTDIR || reason == ELOOP || reason == ENAMETOOLONG;
 }
 
+[[noreturn]] void fail(int reason) {
+  if (isMissing(reason)) throw PageFiles::Missing(base::errorText(reason));
+  throw Failure(base::errorText(reason));
+}
+
 }  // namespace
 
 std::string pagesFolder() {
@@ -84,13 +90,13 @@ base::Descriptor PageFiles::openBelow(const std::string& path) const {
   return folder;
 }
 
-PageFiles::Outcome PageFiles::read(const std::string& path, std::string& content) const {
-  content.clear();
+std::string PageFiles::read(const std::string& path) const {
+  std::string content;
   const base::Descriptor file = openBelow(path);
-  if (!file) return isMissing(errno) ? Outcome::kMissing : Outcome::kUnreadable;
-  if (base::readRegularFile(file.get(), kLargestFile, content)) return Outcome::kRead;
-  if (errno == EINVAL) errno = ENOENT;  // a device or a pipe is no page
-  return errno == EISDIR || errno == ENOENT ? Outcome::kMissing : Outcome::kUnreadable;
+  if (!file) fail(errno);
+  if (base::readRegularFile(file.get(), kLargestFile, content)) return content;
+  if (errno == EISDIR) throw Missing(base::errorText(EISDIR));
+  fail(errno == EINVAL ? ENOENT : errno);  // a device or a pipe is no page
 }
 
 const char* contentType(const std::string& path) {

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "base/descriptor.h"
+#include "platform/linux/support/failure.h"
 
 namespace jxplatform {
 
@@ -14,7 +15,11 @@ std::string pagesFolder();
 // Reads files below one folder. Any thread; an object may be shared.
 class PageFiles {
  public:
-  enum class Outcome { kRead, kMissing, kUnreadable };
+  // Thrown where a file is missing.
+  class Missing : public Failure {
+   public:
+    using Failure::Failure;
+  };
 
   static constexpr std::size_t kLargestFile = std::size_t{16} << 20U;  // bytes
 
@@ -22,10 +27,10 @@ class PageFiles {
 
   const std::string& folder() const { return folder_; }
 
-  // Reads the regular file `path`, relative to the folder, into `content`; with another outcome errno says why. Only
-  // what lies below the folder is found: a component that is empty, begins with "." or is a symbolic link is missing,
-  // and so is what is no regular file.
-  Outcome read(const std::string& path, std::string& content) const;
+  // The content of the regular file `path`, relative to the folder. Only what lies below the folder is found: a
+  // component that is empty, begins with "." or is a symbolic link is missing, and so is what is no regular file.
+  // Throws Missing, or another Failure where the file is there and cannot be read.
+  [[nodiscard]] std::string read(const std::string& path) const;
 
  private:
   base::Descriptor openBelow(const std::string& path) const;

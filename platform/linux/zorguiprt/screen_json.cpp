@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 
 #include "base/text.h"
+#include "platform/linux/support/failure.h"
 #include "platform/linux/support/json_text.h"
 
 namespace jxplatform {
@@ -23,38 +24,38 @@ std::optional<int> asInt(const Json& value) {
   return number >= kSmallest ? std::optional<int>(static_cast<int>(number)) : std::nullopt;
 }
 
-std::optional<Refusal> readVars(const Json& vars, PageResult& result) {
-  if (!vars.is_object()) return Refusal{"\"vars\" is not an object"};
+std::map<std::string, std::optional<std::string>> readVars(const Json& vars) {
+  if (!vars.is_object()) throw Failure("\"vars\" is not an object");
+  std::map<std::string, std::optional<std::string>> read;
   for (const auto& [name, value] : vars.items()) {
-    if (value.is_null()) {
-      result.vars[name] = std::nullopt;
-    } else if (value.is_string()) {
-      result.vars[name] = value.get<std::string>();
-    } else {
-      return Refusal{R"("vars": the value of ")" + name + "\" is neither a string nor null"};
+    if (!value.is_null() && !value.is_string()) {
+      throw Failure(R"("vars": the value of ")" + name + "\" is neither a string nor null");
     }
+    read[name] = value.is_null() ? std::nullopt : std::optional(value.get<std::string>());
   }
-  return std::nullopt;
+  return read;
 }
 
-std::variant<PageResult, Refusal> readResult(const Json& body) {
-  if (!body.is_object()) return Refusal{"the body is not a JSON object"};
+PageResult readResult(const Json& body) {
+  if (!body.is_object()) throw Failure("the body is not a JSON object");
   PageResult result;
-  bool hasResult = false;
   for (const auto& [name, value] : body.items()) {
     if (name == "result") {
       const auto number = asInt(value);
-      if (!number) return Refusal{"\"result\" is not an integer of 32 bits"};
+      if (!number) throw Failure("\"result\" is not an integer of 32 bits");
       result.result = *number;
-      hasResult = true;
     } else if (name == "vars") {
-      if (auto refusal = readVars(value, result)) return std::move(*refusal);
+      result.vars = readVars(value);
     } else {
-      return Refusal{'"' + name + R"(" is neither "result" nor "vars")"};
+      throw Failure('"' + name + R"(" is neither "result" nor "vars")");
     }
   }
-  if (!hasResult) return Refusal{"\"result\" is missing"};
+  if (!body.contains("result")) throw Failure("\"result\" is missing");
   return result;
+}
+
+[[noreturn]] void failAt(std::size_t byte) {
+  throw Failure("the body is not JSON, from byte " + std::to_string(byte) + " on");
 }
 
 }  // namespace
@@ -70,15 +71,15 @@ std::string screenJson(std::uint64_t id, bool synchronous, const PageContent& co
          "},\"html\":" + quotedJson(content.html) + "}";
 }
 
-std::variant<PageResult, Refusal> parseResult(const std::string& body) {
+PageResult parseResult(const std::string& body) {
   const std::size_t zero = findZeroByte(body);
-  if (zero != std::string::npos) return Refusal{"the body is not JSON, from byte " + std::to_string(zero + 1) + " on"};
+  if (zero != std::string::npos) failAt(zero + 1);
   try {
     return readResult(Json::parse(body));
   } catch (const Json::parse_error& error) {
-    return Refusal{"the body is not JSON, from byte " + std::to_string(error.byte) + " on"};
+    failAt(error.byte);
   } catch (const Json::out_of_range&) {
-    return Refusal{"the body has a number beyond the range of double"};
+    throw Failure("the body has a number beyond the range of double");
   }
 }
 

@@ -4,16 +4,10 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <variant>
 
 #include "platform/linux/zorguiprt/page.h"
 
 namespace jxplatform {
-
-// Why a request is refused, for whoever wrote it.
-struct Refusal {
-  std::string reason;
-};
 
 // The largest number a browser's script holds exactly; ids stay below it.
 constexpr std::uint64_t kLargestId = (std::uint64_t{1} << 53U) - 1;
@@ -21,9 +15,10 @@ constexpr std::uint64_t kLargestId = (std::uint64_t{1} << 53U) - 1;
 // {"id":…,"page":…,"sync":…,"vars":{…},"html":…}; bytes that are not UTF-8 become U+FFFD.
 std::string screenJson(std::uint64_t id, bool synchronous, const PageContent& content);
 
-// Reads {"result":INTEGER,"vars":{NAME:TEXT or null,…}}, "vars" being optional. Anything else is refused: other
-// members, an integer that an int of 32 bits does not hold, a value of another kind.
-std::variant<PageResult, Refusal> parseResult(const std::string& body);
+// Reads {"result":INTEGER,"vars":{NAME:TEXT or null,…}}, "vars" being optional. Throws Failure, with the reason
+// for whoever wrote it, for anything else: other members, an integer that an int of 32 bits does not hold, a value of
+// another kind.
+[[nodiscard]] PageResult parseResult(const std::string& body);
 
 // Reads a decimal number from 0 to kLargestId, digits only; nothing when `text` is none.
 std::optional<std::uint64_t> parseNumber(const std::string& text);

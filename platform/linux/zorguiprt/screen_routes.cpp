@@ -5,9 +5,9 @@
 #include <cstring>
 #include <optional>
 #include <utility>
-#include <variant>
 
 #include "base/text.h"
+#include "platform/linux/support/failure.h"
 #include "platform/linux/zorguiprt/request_reader.h"
 #include "platform/linux/zorguiprt/screen_json.h"
 #include "platform/linux/zorguiprt/shell_document.h"
@@ -18,18 +18,27 @@ namespace {
 constexpr const char* kScreenPath = "/api/screen";
 constexpr const char* kPagesPrefix = "/pages/";
 
-// Why a request is none of this server's own; empty when it is one.
-std::string foreignness(const Request& request, const OwnNames& names) {
+// A failure with its status.
+class Refused : public Failure {
+ public:
+  Refused(int status, const std::string& reason) : Failure(reason), status_(status) {}
+  [[nodiscard]] int status() const { return status_; }
+
+ private:
+  int status_;
+};
+
+// Throws Refused for a request that is none of this server's own.
+void checkNames(const Request& request, const OwnNames& names) {
   const auto host = request.fields.find("host");
   if (request.fields.count("host") != 1 || !names.isOwnHost(host->second)) {
-    return "the request's Host is not a name of this screen";
+    throw Refused(403, "the request's Host is not a name of this screen");
   }
   const auto origin = request.fields.find("origin");
   const auto origins = request.fields.count("origin");
   if (origins > 1 || (origins == 1 && !names.isOwnOrigin(origin->second))) {
-    return "the request's Origin is not this screen";
+    throw Refused(403, "the request's Origin is not this screen");
   }
-  return {};
 }
 
 // The ID of "/api/screen/ID/result"; none for another path.
@@ -43,14 +52,13 @@ std::optional<std::string> resultId(const std::string& path) {
   return id;
 }
 
-// A parameter of the query that is a number; `number` stays as it is where it is not given. False when it is malformed.
-bool readNumber(const RequestTarget& target, const std::string& name, std::uint64_t& number) {
+// The parameter `name` of the query; 0 where it is not given. Throws Refused where it is not `what`.
+std::uint64_t numberIn(const RequestTarget& target, const std::string& name, const std::string& what) {
   const auto count = target.parameters.count(name);
-  if (count == 0) return true;
+  if (count == 0) return 0;
   const auto value = parseNumber(target.parameters.find(name)->second);
-  if (count > 1 || !value) return false;
-  number = *value;
-  return true;
+  if (count > 1 || !value) throw Refused(400, '"' + name + "\" is not " + what);
+  return *value;
 }
 
 bool isForm(const Request& request) {
@@ -58,13 +66,21 @@ bool isForm(const Request& request) {
   return type != request.fields.end() && base::beginsWith(type->second, "multipart/form-data");
 }
 
-// Why a result's body cannot be read; empty when it can.
-std::string bodyFault(const Request& request) {
+// Throws Refused for a body that cannot be a result.
+void checkBody(const Request& request) {
   if (request.bodyState == Request::Body::kTooLong) {
-    return "the body is longer than " + std::to_string(kLargestBody) + " bytes";
+    throw Refused(400, "the body is longer than " + std::to_string(kLargestBody) + " bytes");
   }
-  if (isForm(request)) return "a result is JSON, not a form";
-  return request.bodyState == Request::Body::kIncomplete ? "the body is incomplete" : "";
+  if (isForm(request)) throw Refused(400, "a result is JSON, not a form");
+  if (request.bodyState == Request::Body::kIncomplete) throw Refused(400, "the body is incomplete");
+}
+
+PageResult resultIn(const Request& request) {
+  try {
+    return parseResult(request.body);
+  } catch (const Failure& failure) {
+    throw Refused(400, failure.what());
+  }
 }
 
 }  // namespace
@@ -73,14 +89,21 @@ ScreenRoutes::ScreenRoutes(Screen& screen, PageFiles files, const std::string& t
     : screen_(screen), files_(std::move(files)), document_(shellDocument(title)) {}
 
 Answer ScreenRoutes::answer(const Request& request, const OwnNames& names) {
-  const std::string foreign = foreignness(request, names);
-  if (!foreign.empty()) return refusal(403, foreign);
+  try {
+    checkNames(request, names);
+    return answerOwn(request);
+  } catch (const Refused& refused) {
+    return refusal(refused.status(), refused.what());
+  }
+}
+
+Answer ScreenRoutes::answerOwn(const Request& request) {
   const RequestTarget target = parseTarget(request.target);
   const std::string& path = target.path;
   if (const auto id = resultId(path))
     return request.method == "POST" ? takeResult(*id, request) : methodRefusal("POST");
   if (path != "/" && path != kScreenPath && !base::beginsWith(path, kPagesPrefix)) {
-    return refusal(404, "there is nothing at this path");
+    throw Refused(404, "there is nothing at this path");
   }
   if (request.method != "GET" && request.method != "HEAD") return methodRefusal("GET, HEAD");
   return answerRead(target);
@@ -93,10 +116,8 @@ Answer ScreenRoutes::answerRead(const RequestTarget& target) {
 }
 
 Answer ScreenRoutes::answerScreen(const RequestTarget& target) {
-  std::uint64_t after = 0;
-  std::uint64_t seconds = 0;
-  if (!readNumber(target, "after", after)) return refusal(400, "\"after\" is not the number of a page");
-  if (!readNumber(target, "wait", seconds)) return refusal(400, "\"wait\" is not a number of seconds");
+  const std::uint64_t after = numberIn(target, "after", "the number of a page");
+  const std::uint64_t seconds = numberIn(target, "wait", "a number of seconds");
   const auto wait = std::chrono::seconds(std::min<std::uint64_t>(seconds, kLongestWaitSeconds));
   const Screen::Text screen = screen_.newest(after, wait);
   if (screen == nullptr) return {};
@@ -104,28 +125,20 @@ Answer ScreenRoutes::answerScreen(const RequestTarget& target) {
 }
 
 Answer ScreenRoutes::answerFile(const std::string& path) const {
-  std::string content;
-  switch (files_.read(path, content)) {
-    case PageFiles::Outcome::kMissing:
-      return refusal(404, "there is no such file");
-    case PageFiles::Outcome::kUnreadable:
-      return refusal(500, "the file cannot be read");
-    case PageFiles::Outcome::kRead:
-      break;
+  try {
+    return {200, contentType(path), files_.read(path), ""};
+  } catch (const PageFiles::Missing&) {
+    throw Refused(404, "there is no such file");
+  } catch (const Failure&) {
+    throw Refused(500, "the file cannot be read");
   }
-  return {200, contentType(path), std::move(content), ""};
 }
 
 Answer ScreenRoutes::takeResult(const std::string& idText, const Request& request) {
-  const std::string fault = bodyFault(request);
-  if (!fault.empty()) return refusal(400, fault);
+  checkBody(request);
   const auto id = parseNumber(idText);
-  if (!id) return refusal(400, "\"" + idText + "\" is not the number of a page");
-  auto result = parseResult(request.body);
-  if (const auto* reason = std::get_if<Refusal>(&result)) return refusal(400, reason->reason);
-  if (!screen_.post(*id, std::move(std::get<PageResult>(result)))) {
-    return refusal(409, "the page takes no result any more");
-  }
+  if (!id) throw Refused(400, "\"" + idText + "\" is not the number of a page");
+  if (!screen_.post(*id, resultIn(request))) throw Refused(409, "the page takes no result any more");
   return {};
 }
 

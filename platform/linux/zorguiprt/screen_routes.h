@@ -25,6 +25,7 @@ class ScreenRoutes {
   [[nodiscard]] Answer answer(const Request& request, const OwnNames& names);
 
  private:
+  [[nodiscard]] Answer answerOwn(const Request& request);
   [[nodiscard]] Answer answerRead(const RequestTarget& target);
   [[nodiscard]] Answer answerScreen(const RequestTarget& target);
   [[nodiscard]] Answer answerFile(const std::string& path) const;

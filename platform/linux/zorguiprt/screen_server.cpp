@@ -18,15 +18,13 @@ ScreenServer::ScreenServer(Screen& screen, PageFiles files, const std::string& t
 
 ScreenServer::~ScreenServer() { stop(); }
 
-std::string ScreenServer::start(ServerAddress address) {
-  std::string reason = server_.listen(address);
-  if (!reason.empty()) return reason;
+void ScreenServer::start(ServerAddress address) {
+  address.port = server_.listen(address);
   names_ = std::make_unique<OwnNames>(address);
   if (address.host == "0.0.0.0") address.host = "127.0.0.1";
   if (address.host == "::") address.host = "::1";
   url_ = "http://" + base::hostAndPort(address.host, address.port) + "/";
   acceptor_ = std::thread([this] { server_.serve(connections_); });
-  return {};
 }
 
 void ScreenServer::stop() {

@@ -23,8 +23,8 @@ class ScreenServer {
   ScreenServer(const ScreenServer&) = delete;
   ScreenServer& operator=(const ScreenServer&) = delete;
 
-  // Begins to serve at `address`. Empty, or the reason why it cannot. Called once.
-  std::string start(ServerAddress address);
+  // Begins to serve at `address`. Called once. Throws Failure.
+  void start(ServerAddress address);
 
   // "http://ADDRESS:PORT/", an address that a browser on this machine can reach.
   const std::string& url() const { return url_; }

@@ -54,41 +54,37 @@ TerminalScreen::TerminalScreen()
   std::atexit([] { instance().end(); });
 }
 
-std::string TerminalScreen::fill(PageContent& content) const {
-  std::string text;
-  if (files_.read(content.page, text) != PageFiles::Outcome::kRead) {
-    std::string reason = base::errorText(errno);
-    complain("cannot read the page " + content.page + " in " + files_.folder() + ": " + reason);
-    return reason;
-  }
+void TerminalScreen::fill(PageContent& content) const {
+  const std::string text = files_.read(content.page);
   ProcessedPage processed = processPage(text, content.vars);
   for (const std::string& problem : processed.problems) complain(content.page + ": " + problem);
   content.html = std::move(processed.html);
   content.autoResult = autoResult(text);
-  return {};
 }
 
+void TerminalScreen::complainUnread(const std::string& page, const Failure& failure) const {
+  complain("cannot read the page " + page + " in " + files_.folder() + ": " + failure.what());
+}
+
+// False when nobody can be shown a page, which is told then.
 bool TerminalScreen::serve() {
   const std::lock_guard<std::mutex> lock(serverMutex_);
-  if (server_ == nullptr) {
-    const std::string reason = startServer();
-    if (!reason.empty()) {
-      complain("cannot show pages at " + environment("JXPLATFORM_SCREEN", kDefaultAddress) + ": " + reason);
-      return false;
-    }
+  try {
+    if (server_ == nullptr) startServer();
+  } catch (const Failure& failure) {
+    complain("cannot show pages at " + environment("JXPLATFORM_SCREEN", kDefaultAddress) + ": " + failure.what());
+    return false;
   }
   if (!urlWritten_) writeUrl();
   return true;
 }
 
-std::string TerminalScreen::startServer() {
-  ServerAddress address;
-  if (!parseServerAddress(environment("JXPLATFORM_SCREEN", kDefaultAddress), address)) return "not ADDRESS:PORT";
+void TerminalScreen::startServer() {
+  const auto address = parseServerAddress(environment("JXPLATFORM_SCREEN", kDefaultAddress));
+  if (!address) throw Failure("not ADDRESS:PORT");
   auto server = std::make_unique<ScreenServer>(screen_, files_, environment("GUIPRT_APPNAME", "Terminal"));
-  std::string reason = server->start(address);
-  if (!reason.empty()) return reason;
+  server->start(*address);
   server_ = std::move(server);
-  return {};
 }
 
 // Pages are shown without the file as well; it is tried again with the next page.
@@ -100,7 +96,13 @@ void TerminalScreen::writeUrl() {
 int TerminalScreen::showSynchronous(Vars& vars, const std::string& page, zorgui::UICallback callback, void* data) {
   screen_.endPage();
   PageContent content{page, vars, {}};
-  if (!fill(content).empty() || !serve()) return -1;
+  try {
+    fill(content);
+  } catch (const Failure& failure) {
+    complainUnread(page, failure);
+    return -1;
+  }
+  if (!serve()) return -1;
   Vars shown = content.vars;
   auto result = screen_.waitForResult(screen_.showSynchronous(content), callback, data);
   if (!result) return -1;
@@ -125,9 +127,11 @@ void TerminalScreen::showAsynchronous(const Vars& vars, const std::string& page,
 bool TerminalScreen::putUp(const Vars& vars, const std::string& page, zorgui::UIAsyncCallback callback, void* data) {
   try {
     PageContent content{page, vars, {}};
-    const std::string reason = fill(content);
-    if (!reason.empty()) {
-      content.html = standInPage(page, reason, callback != nullptr);
+    try {
+      fill(content);
+    } catch (const Failure& failure) {
+      complainUnread(page, failure);
+      content.html = standInPage(page, failure.what(), callback != nullptr);
       content.standsIn = true;
     }
     if (!serve()) return false;

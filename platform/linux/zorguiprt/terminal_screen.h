@@ -5,6 +5,7 @@
 #include <mutex>
 #include <string>
 
+#include "platform/linux/support/failure.h"
 #include "platform/linux/zorguiprt/page_files.h"
 #include "platform/linux/zorguiprt/page_ids.h"
 #include "platform/linux/zorguiprt/screen.h"
@@ -27,11 +28,12 @@ class TerminalScreen {
  private:
   TerminalScreen();
 
-  // Reads the page and carries out its instructions; empty, or the reason why it cannot be read.
-  std::string fill(PageContent& content) const;
+  // Reads the page and carries out its instructions. Throws Failure when it cannot be read.
+  void fill(PageContent& content) const;
+  void complainUnread(const std::string& page, const Failure& failure) const;
   bool putUp(const Vars& vars, const std::string& page, zorgui::UIAsyncCallback callback, void* data);
   bool serve();
-  std::string startServer();
+  void startServer();
   void writeUrl();
   void end();
 

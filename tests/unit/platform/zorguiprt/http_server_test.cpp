@@ -19,6 +19,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/linux/support/failure.h"
 #include "platform/linux/zorguiprt/connection_threads.h"
 #include "tests/support/no_memory.h"
 #include "tests/unit/platform/zorguiprt/no_threads.h"
@@ -64,7 +65,7 @@ const std::string kRequest = "GET / HTTP/1.1\r\nHost: x\r\n\r\n";
 
 class HttpServerTest : public testing::Test {
  protected:
-  HttpServerTest() { EXPECT_EQ(server.listen(address), ""); }
+  HttpServerTest() { address.port = server.listen(address); }
 
   ~HttpServerTest() override {
     server.end();
@@ -195,10 +196,15 @@ TEST(HttpServer, PortInUse_IsToldAndFreeOnceItsServerIsGone) {
   const auto handler = [](const Request&) { return Answer(); };
   ServerAddress address{"127.0.0.1", 0};
   auto server = std::make_unique<HttpServer>(handler);
-  EXPECT_EQ(server->listen(address), "");
-  EXPECT_EQ(HttpServer(handler).listen(address), "Address already in use");
+  address.port = server->listen(address);
+  try {
+    static_cast<void>(HttpServer(handler).listen(address));
+    FAIL() << "two servers listen at one port";
+  } catch (const jxplatform::Failure& failure) {
+    EXPECT_STREQ(failure.what(), "Address already in use");
+  }
   server.reset();
-  EXPECT_EQ(HttpServer(handler).listen(address), "");
+  EXPECT_EQ(HttpServer(handler).listen(address), address.port);
 }
 
 TEST(ConnectionThreads, ConnectionThatThrows_LeavesItsPlace) {

@@ -4,18 +4,16 @@
 
 using jxplatform::OwnNames;
 using jxplatform::parseServerAddress;
-using jxplatform::ServerAddress;
 
 TEST(ServerAddress, AddressAndPort_AreRead) {
-  ServerAddress address;
-  EXPECT_TRUE(parseServerAddress("127.0.0.1:6380", address));
-  EXPECT_EQ(address.host, "127.0.0.1");
-  EXPECT_EQ(address.port, 6380);
-  EXPECT_TRUE(parseServerAddress("[::1]:0", address));
-  EXPECT_EQ(address.host, "::1");
-  EXPECT_EQ(address.port, 0);
-  EXPECT_TRUE(parseServerAddress("localhost:80", address));
-  EXPECT_TRUE(parseServerAddress("0.0.0.0:65535", address));
+  const auto read = [](const char* text) {
+    const auto address = parseServerAddress(text);
+    return address ? address->host + " " + std::to_string(address->port) : "none";
+  };
+  EXPECT_EQ(read("127.0.0.1:6380"), "127.0.0.1 6380");
+  EXPECT_EQ(read("[::1]:0"), "::1 0");
+  EXPECT_EQ(read("localhost:80"), "localhost 80");
+  EXPECT_EQ(read("0.0.0.0:65535"), "0.0.0.0 65535");
 }
 
 TEST(ServerAddress, AnythingElse_IsRefused) {
@@ -39,9 +37,7 @@ TEST(ServerAddress, AnythingElse_IsRefused) {
                                  "127.0.0.1:000080",
                                  "127.0.0.1 :1",
                                  "[::1]:1:2"}) {
-    ServerAddress address{"before", 7};
-    EXPECT_FALSE(parseServerAddress(text, address)) << text;
-    EXPECT_EQ(address.host, "before") << text;
+    EXPECT_FALSE(parseServerAddress(text)) << text;
   }
 }
 

@@ -31,21 +31,28 @@ class Folder : public testing::Test {
 
   void write(const std::string& path, const std::string& text) { std::ofstream(folder + "/" + path) << text; }
 
+  // Why it cannot be read; "missing: " stands before where it is.
+  std::string reasonOf(const std::string& path) const {
+    try {
+      return files.read(path);
+    } catch (const PageFiles::Missing& missing) {
+      return std::string("missing: ") + missing.what();
+    } catch (const jxplatform::Failure& failure) {
+      return failure.what();
+    }
+  }
+
   const std::string folder = platformRoot() + "/pages";
   const PageFiles files{folder};
-  std::string content = "before";
 };
 
 }  // namespace
 
 TEST_F(Folder, FilesBelowIt_AreRead) {
-  EXPECT_EQ(files.read("page.html", content), PageFiles::Outcome::kRead);
-  EXPECT_EQ(content, "the page");
-  EXPECT_EQ(files.read("sub/deeper/image.png", content), PageFiles::Outcome::kRead);
-  EXPECT_EQ(content, std::string("\0\xFF", 2));
+  EXPECT_EQ(files.read("page.html"), "the page");
+  EXPECT_EQ(files.read("sub/deeper/image.png"), std::string("\0\xFF", 2));
   write("empty.css", "");
-  EXPECT_EQ(files.read("empty.css", content), PageFiles::Outcome::kRead);
-  EXPECT_EQ(content, "");
+  EXPECT_EQ(files.read("empty.css"), "");
 }
 
 TEST_F(Folder, PathsThatLeaveIt_AreMissing) {
@@ -53,11 +60,10 @@ TEST_F(Folder, PathsThatLeaveIt_AreMissing) {
        {"../outside.html", "sub/../page.html", "sub/../../outside.html", "..", ".", "", "/", "/etc/passwd",
         "//page.html", "sub//deeper/image.png", "sub/", "./page.html", ".hidden", "page.html/"}) {
     write(".hidden", "hidden");
-    EXPECT_EQ(files.read(path, content), PageFiles::Outcome::kMissing) << path;
-    EXPECT_EQ(content, "") << path;
+    EXPECT_THROW(static_cast<void>(files.read(path)), PageFiles::Missing) << path;
   }
-  EXPECT_EQ(files.read(std::string("page.html\0.png", 14), content), PageFiles::Outcome::kMissing);
-  EXPECT_EQ(files.read(std::string(5000, 'a'), content), PageFiles::Outcome::kMissing);
+  EXPECT_THROW(static_cast<void>(files.read(std::string("page.html\0.png", 14))), PageFiles::Missing);
+  EXPECT_THROW(static_cast<void>(files.read(std::string(5000, 'a'))), PageFiles::Missing);
 }
 
 TEST_F(Folder, SymbolicLinks_AreMissing) {
@@ -65,28 +71,26 @@ TEST_F(Folder, SymbolicLinks_AreMissing) {
   fs::create_symlink("page.html", folder + "/inner.html");
   fs::create_directory_symlink("/etc", folder + "/etc");
   for (const char* const path : {"link.html", "inner.html", "etc/passwd"}) {
-    EXPECT_EQ(files.read(path, content), PageFiles::Outcome::kMissing) << path;
+    EXPECT_THROW(static_cast<void>(files.read(path)), PageFiles::Missing) << path;
   }
 }
 
 TEST_F(Folder, FoldersAndPipes_AreMissing) {
   ASSERT_EQ(mkfifo((folder + "/pipe.html").c_str(), 0600), 0);
-  EXPECT_EQ(files.read("pipe.html", content), PageFiles::Outcome::kMissing);
-  EXPECT_EQ(files.read("sub", content), PageFiles::Outcome::kMissing);
-  EXPECT_EQ(files.read("missing.html", content), PageFiles::Outcome::kMissing);
-  EXPECT_EQ(errno, ENOENT);
-  EXPECT_EQ(files.read("page.html/more", content), PageFiles::Outcome::kMissing);
+  EXPECT_EQ(reasonOf("pipe.html"), "missing: No such file or directory");
+  EXPECT_EQ(reasonOf("sub"), "missing: Is a directory");
+  EXPECT_EQ(reasonOf("missing.html"), "missing: No such file or directory");
+  EXPECT_THROW(static_cast<void>(files.read("page.html/more")), PageFiles::Missing);
 }
 
 TEST_F(Folder, FileThatIsTooLarge_IsUnreadable) {
   write("large.png", "");
   fs::resize_file(folder + "/large.png", PageFiles::kLargestFile + 1);
-  EXPECT_EQ(files.read("large.png", content), PageFiles::Outcome::kUnreadable);
-  EXPECT_EQ(errno, EFBIG);
+  EXPECT_EQ(reasonOf("large.png"), "File too large");
 }
 
 TEST_F(Folder, FolderThatIsMissing_HasNoFiles) {
-  EXPECT_EQ(PageFiles(folder + "/none").read("page.html", content), PageFiles::Outcome::kMissing);
+  EXPECT_THROW(static_cast<void>(PageFiles(folder + "/none").read("page.html")), PageFiles::Missing);
 }
 
 TEST_F(Folder, Environment_NamesTheFolder) {
