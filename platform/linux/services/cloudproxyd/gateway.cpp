@@ -1,7 +1,5 @@
 #include "platform/linux/services/cloudproxyd/gateway.h"
 
-#include <optional>
-
 #include "base/host_port.h"
 #include "base/text.h"
 
@@ -43,12 +41,16 @@ bool isHostName(const std::string& host) {
 
 }  // namespace
 
-bool parseGateway(const std::string& text, Gateway& gateway) {
+std::optional<Gateway> parseGateway(const std::string& text) {
   const std::optional<base::HostPort> parts = base::splitHostPort(text);
-  if (!parts || parts->port == 0) return false;
+  if (!parts || parts->port == 0) return std::nullopt;
+  const bool isHost =
+      parts->bracketed ? base::isIpv6(parts->host) : base::isIpv4(parts->host) || isHostName(parts->host);
+  if (!isHost) return std::nullopt;
+  Gateway gateway;
   gateway.host = parts->host;
   gateway.port = parts->port.value_or(gateway.port);
-  return parts->bracketed ? base::isIpv6(parts->host) : base::isIpv4(parts->host) || isHostName(parts->host);
+  return gateway;
 }
 
 }  // namespace cloudproxyd

@@ -1,6 +1,7 @@
 // Where the cloud's gateway is.
 #pragma once
 
+#include <optional>
 #include <string>
 
 namespace cloudproxyd {
@@ -11,9 +12,9 @@ struct Gateway {
   std::string caFile;  // trusted authorities, PEM; empty: those of the system
 };
 
-// Takes host and port from "NAME", "IPV4" or "[IPV6]", each with ":PORT" or without, which leaves `gateway.port`. A
-// name is that of a host: labels of 1 to 63 letters, digits and inner hyphens, parted by single dots, 253 bytes at
-// most, the last of them no number. False when `text` is anything else; `gateway` is to be thrown away then.
-bool parseGateway(const std::string& text, Gateway& gateway);
+// Reads "NAME", "IPV4" or "[IPV6]", each with ":PORT" or without. A name is that of a host: labels of 1 to 63 letters,
+// digits and inner hyphens, parted by single dots, 253 bytes at most, the last of them no number. None when `text` is
+// anything else.
+[[nodiscard]] std::optional<Gateway> parseGateway(const std::string& text);
 
 }  // namespace cloudproxyd

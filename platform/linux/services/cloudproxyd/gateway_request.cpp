@@ -17,6 +17,7 @@
 #include "platform/linux/openssl/trusted_certificates.h"
 #include "platform/linux/services/cloudproxyd/answer_head.h"
 #include "platform/linux/support/connect.h"
+#include "platform/linux/support/failure.h"
 
 namespace cloudproxyd {
 
@@ -29,20 +30,24 @@ using Session = std::unique_ptr<SSL, Freer<SSL_free>>;
 constexpr std::size_t kMaxAuthoritiesBytes = std::size_t{4} * 1024 * 1024;
 constexpr int kHttpsPort = 443;
 
-// Thrown and caught in this file alone.
-struct Failure {
-  int code;
-  std::string reason;
+// A failure with its number; thrown and caught in this file alone.
+class NoAnswer : public jxplatform::Failure {
+ public:
+  NoAnswer(int code, const std::string& reason) : Failure(reason), code_(code) {}
+  [[nodiscard]] int code() const { return code_; }
+
+ private:
+  int code_;
 };
 
-Failure failureOf(int error) {
+NoAnswer noAnswerFor(int error) {
   if (error == ETIMEDOUT) return {kNoAnswerInTime, "no answer in time"};
   if (error == ECANCELED) return {kBrokenOff, "the check was broken off"};
   return {kNoConnection, "cannot connect"};
 }
 
 void require(bool done, int code, const char* reason) {
-  if (!done) throw Failure{code, reason};
+  if (!done) throw NoAnswer(code, reason);
 }
 
 bool loadAuthorities(SSL_CTX* context, const std::string& file) {
@@ -72,7 +77,7 @@ Session makeSession(SSL_CTX* context, int socket, const std::string& host) {
   return session;
 }
 
-Failure handshakeFailure(const SSL* session) {
+NoAnswer handshakeFailure(const SSL* session) {
   const long result = SSL_get_verify_result(session);
   if (result == X509_V_OK) return {kNoTls, "no TLS connection"};
   if (result == X509_V_ERR_HOSTNAME_MISMATCH || result == X509_V_ERR_IP_ADDRESS_MISMATCH) {
@@ -97,7 +102,7 @@ class Request {
     const Context context = makeContext(gateway.caFile);
     const base::Descriptor socket =
         jxplatform::connectTo(gateway.host, static_cast<unsigned short>(gateway.port), deadline_, breakFd_);
-    if (!socket) throw failureOf(errno);
+    if (!socket) throw noAnswerFor(errno);
     const Session session = makeSession(context.get(), socket.get(), gateway.host);
     if (!complete(session.get(), SSL_connect)) throw handshakeFailure(session.get());
     send(session.get(), requestTo(gateway));
@@ -116,7 +121,7 @@ class Request {
       if (wanted != SSL_ERROR_WANT_READ && wanted != SSL_ERROR_WANT_WRITE) return false;
       const short events = wanted == SSL_ERROR_WANT_READ ? POLLIN : POLLOUT;
       const int error = jxplatform::waitReady(SSL_get_fd(session), events, deadline_, breakFd_);
-      if (error != 0) throw failureOf(error);
+      if (error != 0) throw noAnswerFor(error);
     }
   }
 
@@ -147,8 +152,8 @@ class Request {
 GatewayAnswer askGateway(const Gateway& gateway, const base::Deadline& deadline, int breakFd) {
   try {
     return Request(deadline, breakFd).run(gateway);
-  } catch (const Failure& failure) {
-    return {false, failure.code, failure.reason};
+  } catch (const NoAnswer& failure) {
+    return {false, failure.code(), failure.what()};
   }
 }
 

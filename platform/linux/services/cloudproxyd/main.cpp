@@ -13,6 +13,7 @@
 #include "platform/linux/services/cloudproxyd/options.h"
 #include "platform/linux/services/cloudproxyd/service.h"
 #include "platform/linux/services/cloudproxyd/state_file.h"
+#include "platform/linux/support/failure.h"
 #include "platform/linux/support/root.h"
 #include "platform/linux/support/service_process.h"
 
@@ -36,13 +37,16 @@ void onRequest(void* data, const std::string& sender, const std::string& /*recei
 
 // What was kept, or where that is not possible any more, the beginning.
 Settings readSettings(const std::string& path, const Environments& environments) {
-  Settings settings = initialSettings(environments);
-  const Settings initial = settings;
-  std::string problem = loadSettings(path, settings);
-  if (problem.empty()) problem = problemWith(settings, environments);
-  if (problem.empty()) return settings;
-  std::fprintf(stderr, "cloudproxyd: %s: %s; starting with environment %s\n", path.c_str(), problem.c_str(),
-               initial.environment.c_str());
+  const Settings initial = initialSettings(environments);
+  Settings settings = initial;
+  try {
+    settings = loadSettings(path, initial);
+    checkSettings(settings, environments);
+    return settings;
+  } catch (const jxplatform::Failure& failure) {
+    std::fprintf(stderr, "cloudproxyd: %s: %s; starting with environment %s\n", path.c_str(), failure.what(),
+                 initial.environment.c_str());
+  }
   Settings usable = initial;
   usable.logLevel = settings.logLevel;
   return usable;
@@ -66,7 +70,7 @@ int run(Options options) {
   auto* const service = new Service(
       std::move(options.service), settings,
       [checker](GatewayChecker::Done done) { return checker->start(std::move(done)); },
-      [path](const Settings& changed) { return saveSettings(path, changed); },
+      [path](const Settings& changed) { saveSettings(path, changed); },
       [](const std::string& line) { std::puts(line.c_str()); });
   if (zoripc::ipcRegisterNotificationCB("CloudProxyConf", onRequest, service, 0, "") != 0) return 1;
   zoripc::ipcSetAppID("1");

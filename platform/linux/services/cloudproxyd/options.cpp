@@ -24,11 +24,11 @@ void require(bool condition, const std::string& problem) {
 
 void addEnvironments(const std::vector<std::string>& texts, Options& options) {
   for (const std::string& text : texts) {
-    Environment environment;
-    require(parseEnvironment(text, environment), "--env " + text + " is not NAME or NAME:CERT,CERT...");
-    require(findEnvironment(options.service.environments, environment.name) == nullptr,
-            "--env " + environment.name + " is there twice");
-    options.service.environments.push_back(environment);
+    const std::optional<Environment> environment = parseEnvironment(text);
+    require(environment.has_value(), "--env " + text + " is not NAME or NAME:CERT,CERT...");
+    require(findEnvironment(options.service.environments, environment->name) == nullptr,
+            "--env " + environment->name + " is there twice");
+    options.service.environments.push_back(*environment);
   }
   if (texts.empty()) options.service.environments = usualEnvironments(options.service.deviceType);
 }
@@ -48,24 +48,25 @@ void addService(CLI::App& app, ServiceOptions& service) {
 
 }  // namespace
 
-bool parseEnvironment(const std::string& text, Environment& environment) {
+std::optional<Environment> parseEnvironment(const std::string& text) {
   const std::size_t colon = text.find(':');
-  environment = {text.substr(0, colon), {}};
-  if (!isName(environment.name)) return false;
-  if (colon == std::string::npos || colon + 1 == text.size()) return true;
+  Environment environment{text.substr(0, colon), {}};
+  if (!isName(environment.name)) return std::nullopt;
+  if (colon == std::string::npos || colon + 1 == text.size()) return environment;
   for (std::size_t start = colon + 1; start <= text.size();) {
     const std::size_t end = std::min(text.find(',', start), text.size());
     environment.certificates.push_back(text.substr(start, end - start));
-    if (!isName(environment.certificates.back())) return false;
+    if (!isName(environment.certificates.back())) return std::nullopt;
     start = end + 1;
   }
-  return true;
+  return environment;
 }
 
 std::optional<int> parseOptions(int argc, const char* const* argv, Options& options) {
   CLI::App app("The cloud proxy of a Linux terminal: takes the requests for the application id 1.", "cloudproxyd");
   app.set_version_flag("--version", "cloudproxyd " JX_VERSION);
   std::string gateway = "gateway.example";
+  std::string caFile;
   std::vector<std::string> environments;
   addService(app, options.service);
   app.add_option("--env", environments, "An environment and its certificates, NAME[:CERT,CERT...]; repeatable")
@@ -73,7 +74,7 @@ std::optional<int> parseOptions(int argc, const char* const* argv, Options& opti
       ->allow_extra_args(false);
   app.add_option("--gateway", gateway, "The cloud's gateway, HOST[:PORT] (gateway.example:443)")
       ->option_text("HOST[:PORT]");
-  app.add_option("--ca-file", options.gateway.caFile, "Authorities to trust, PEM, in place of the system's")
+  app.add_option("--ca-file", caFile, "Authorities to trust, PEM, in place of the system's")
       ->check(CLI::ExistingFile.description(""))
       ->option_text("FILE");
   app.add_option("--state", options.stateFile, "Keeps the settings here ($JXPLATFORM_ROOT/cloudproxy.json)")
@@ -81,12 +82,14 @@ std::optional<int> parseOptions(int argc, const char* const* argv, Options& opti
   try {
     app.parse(argc, argv);
     require(isName(options.service.deviceType), "--device-type is not a name");
-    require(parseGateway(gateway, options.gateway),
-            "--gateway " + gateway + " is not HOST or HOST:PORT, HOST being a name or an address");
+    const std::optional<Gateway> parsed = parseGateway(gateway);
+    require(parsed.has_value(), "--gateway " + gateway + " is not HOST or HOST:PORT, HOST being a name or an address");
+    options.gateway = *parsed;
     addEnvironments(environments, options);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : kUsageError;
   }
+  options.gateway.caFile = caFile;
   options.service.host = options.gateway.host;
   return std::nullopt;
 }

@@ -17,9 +17,9 @@ struct Options {
 
 // Fills `options` from the command line. Returns the exit status when the process is to end now, after --help,
 // --version (0) or a wrong command line (2), having printed what there is to say.
-std::optional<int> parseOptions(int argc, const char* const* argv, Options& options);
+[[nodiscard]] std::optional<int> parseOptions(int argc, const char* const* argv, Options& options);
 
-// "NAME" or "NAME:CERT,CERT"; false when it is neither.
-bool parseEnvironment(const std::string& text, Environment& environment);
+// Reads "NAME" or "NAME:CERT,CERT"; none when it is neither.
+[[nodiscard]] std::optional<Environment> parseEnvironment(const std::string& text);
 
 }  // namespace cloudproxyd

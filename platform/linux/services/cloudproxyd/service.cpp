@@ -2,10 +2,13 @@
 
 #include <utility>
 
+#include "platform/linux/support/failure.h"
+
 namespace cloudproxyd {
 
 namespace {
 
+using jxplatform::Failure;
 using zoripc::JSObject;
 
 JSObject success() {
@@ -106,9 +109,13 @@ JSObject Service::writeConfig(const JSObject& request) {
     if (!isNumeric(request["auth_ex"])) return failure("auth_ex is not a number");
     wanted.authEx = request["auth_ex"].getInt() != 0;
   }
-  std::string problem = problemWith(wanted, options_.environments);
-  if (problem.empty()) problem = change(wanted);
-  return problem.empty() ? success() : failure(problem);
+  try {
+    checkSettings(wanted, options_.environments);
+    change(wanted);
+    return success();
+  } catch (const Failure& refused) {
+    return failure(refused.what());
+  }
 }
 
 void Service::check(const Reply& reply) {
@@ -124,18 +131,23 @@ void Service::setLogLevel(const JSObject& level) {
   }
   Settings wanted = settings_;
   wanted.logLevel = level.getInt();
-  const std::string problem = change(wanted);
-  if (!problem.empty()) tell_("The log level stays " + std::to_string(settings_.logLevel) + ": " + problem);
+  try {
+    change(wanted);
+  } catch (const Failure& refused) {
+    tell_("The log level stays " + std::to_string(settings_.logLevel) + ": " + refused.what());
+  }
 }
 
-// Returns why it could not be kept, in which case nothing has changed.
-std::string Service::change(Settings settings) {
-  const std::string problem = keep_(settings);
-  if (!problem.empty()) return "the settings cannot be kept: " + problem;
+// Throws Failure when they cannot be kept, in which case nothing has changed.
+void Service::change(Settings settings) {
+  try {
+    keep_(settings);
+  } catch (const Failure& refused) {
+    throw Failure(std::string("the settings cannot be kept: ") + refused.what());
+  }
   settings_ = std::move(settings);  // cannot fail, so that it never differs from what is kept
   tell_("Log level " + std::to_string(settings_.logLevel) + ", environment " + settings_.environment +
         (settings_.authEx ? ", auth-ex" : ""));
-  return "";
 }
 
 }  // namespace cloudproxyd

@@ -28,8 +28,8 @@ class Service {
   using Reply = std::function<void(const zoripc::JSObject& response)>;
   // Begins a check of the gateway; false when it cannot.
   using StartCheck = std::function<bool(GatewayChecker::Done done)>;
-  // Keeps settings across restarts; returns why it could not, empty on success.
-  using Keep = std::function<std::string(const Settings& settings)>;
+  // Keeps settings across restarts. Throws Failure when it cannot.
+  using Keep = std::function<void(const Settings& settings)>;
   // Takes a line for people.
   using Tell = std::function<void(const std::string& line)>;
 
@@ -45,7 +45,7 @@ class Service {
   zoripc::JSObject writeConfig(const zoripc::JSObject& request);
   void check(const Reply& reply);
   void setLogLevel(const zoripc::JSObject& level);
-  std::string change(Settings settings);
+  void change(Settings settings);
 
   ServiceOptions options_;
   Settings settings_;

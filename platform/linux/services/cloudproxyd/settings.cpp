@@ -2,9 +2,13 @@
 
 #include <algorithm>
 
+#include "platform/linux/support/failure.h"
+
 namespace cloudproxyd {
 
 namespace {
+
+using jxplatform::Failure;
 
 bool hasAuthEx(const Environment& environment) {
   const auto& names = environment.certificates;
@@ -34,12 +38,11 @@ bool supportsAuthEx(const Environments& environments) {
   return std::any_of(environments.begin(), environments.end(), hasAuthEx);
 }
 
-std::string problemWith(const Settings& settings, const Environments& environments) {
+void checkSettings(const Settings& settings, const Environments& environments) {
   const Environment* const environment = findEnvironment(environments, settings.environment);
-  if (environment == nullptr) return "unknown environment";
-  if (settings.authEx && !hasAuthEx(*environment)) return "the environment has no certificate auth-ex";
-  if (!settings.authEx && needsAuthEx(*environment)) return "the environment has no certificate but auth-ex";
-  return "";
+  if (environment == nullptr) throw Failure("unknown environment");
+  if (settings.authEx && !hasAuthEx(*environment)) throw Failure("the environment has no certificate auth-ex");
+  if (!settings.authEx && needsAuthEx(*environment)) throw Failure("the environment has no certificate but auth-ex");
 }
 
 Settings initialSettings(const Environments& environments) {

@@ -35,9 +35,9 @@ const Environment* findEnvironment(const Environments& environments, const std::
 // True when any environment has the certificate of the extended authentication.
 bool supportsAuthEx(const Environments& environments);
 
-// Why `settings` are not possible with these environments; empty when they are. Extended authentication needs its
+// Throws Failure when `settings` are not possible with these environments. Extended authentication needs its
 // certificate; without it the environment needs another certificate, or none at all.
-std::string problemWith(const Settings& settings, const Environments& environments);
+void checkSettings(const Settings& settings, const Environments& environments);
 
 // The settings of a proxy that has not been set up: the first environment, with extended authentication where it has
 // no other certificate.

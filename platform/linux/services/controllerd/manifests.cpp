@@ -10,11 +10,13 @@
 #include "base/ignore.h"
 #include "base/regular_file.h"
 #include "base/text.h"
+#include "platform/linux/support/failure.h"
 
 namespace controllerd {
 
 namespace {
 
+using jxplatform::Failure;
 using zoripc::JSObject;
 
 // A manifest lists every file of its application, and no application has this many.
@@ -30,26 +32,28 @@ std::vector<std::string> applicationsIn(const std::string& directory) {
   return names;
 }
 
-// Why a manifest could not be read, by errno.
-std::string objection() {
-  if (errno == EFBIG) return "larger than 16 MiB";
-  return errno == EINVAL ? "not a regular file" : base::errorText(errno);
+std::string readManifest(const std::string& path) {
+  std::string text;
+  if (base::readRegularFile(path, kMaxManifestBytes, text)) return text;
+  if (errno == EFBIG) throw Failure("larger than 16 MiB");
+  throw Failure(errno == EINVAL ? "not a regular file" : base::errorText(errno));
 }
 
-// "NAME VERSION", or empty with `reason` set.
-std::string describe(const std::string& name, const std::string& text, std::string& reason) {
+// "NAME VERSION" of the application in the folder `name`, whose manifest is `text`.
+std::string describe(const std::string& name, const std::string& text) {
   JSObject manifest;
-  if (!JSObject::parse(text, manifest) || !manifest.isObject()) {
-    reason = "not a JSON object";
-  } else if (!manifest["name"].isString() || !manifest["version"].isString() ||
-             manifest["version"].getString().empty()) {
-    reason = "without a name and a version";
-  } else if (manifest["name"].getString() != name) {
-    reason = "names another application, " + manifest["name"].getString();
-  } else {
-    return name + ' ' + manifest["version"].getString();
+  if (!JSObject::parse(text, manifest) || !manifest.isObject()) throw Failure("not a JSON object");
+  if (!manifest["name"].isString() || !manifest["version"].isString() || manifest["version"].getString().empty()) {
+    throw Failure("without a name and a version");
   }
-  return "";
+  if (manifest["name"].getString() != name) {
+    throw Failure("names another application, " + manifest["name"].getString());
+  }
+  return name + ' ' + manifest["version"].getString();
+}
+
+std::string errorLine(const std::string& file, const Failure& failure) {
+  return base::printable("Error: " + file + ": " + failure.what());
 }
 
 }  // namespace
@@ -58,22 +62,11 @@ std::vector<std::string> scanManifests(const std::string& root) {
   std::vector<std::string> lines;
   std::vector<std::string> errors;
   for (const std::string& name : applicationsIn(root + "/apps")) {
-    std::string file = "apps/";
-    file.append(name).append("/manifest.json");
-    std::string text;
-    std::string reason;
-    std::string line;
-    std::string path = root;
-    if (base::readRegularFile(path.append("/").append(file), kMaxManifestBytes, text)) {
-      line = describe(name, text, reason);
-    } else {
-      reason = objection();
-    }
-    if (reason.empty()) {
-      lines.push_back(base::printable(line));
-    } else {
-      line.assign("Error: ").append(file).append(": ").append(reason);
-      errors.push_back(base::printable(line));
+    const std::string file = "apps/" + name + "/manifest.json";
+    try {
+      lines.push_back(base::printable(describe(name, readManifest(root + '/' + file))));
+    } catch (const Failure& failure) {
+      errors.push_back(errorLine(file, failure));
     }
   }
   lines.insert(lines.end(), errors.begin(), errors.end());

@@ -63,30 +63,27 @@ TEST(Options, HelpAndVersion_EndWithZero) {
 }
 
 TEST(ParseEnvironment, NameAndCertificates_AreTakenApart) {
-  Environment environment;
-  EXPECT_TRUE(parseEnvironment("prod", environment));
-  EXPECT_EQ(environment.name, "prod");
-  EXPECT_THAT(environment.certificates, IsEmpty());
-  EXPECT_TRUE(parseEnvironment("a:", environment));
-  EXPECT_THAT(environment.certificates, IsEmpty());
-  EXPECT_TRUE(parseEnvironment("<b> x:auth-ex,y z,q:r", environment));
-  EXPECT_EQ(environment.name, "<b> x");
-  EXPECT_THAT(environment.certificates, ElementsAre("auth-ex", "y z", "q:r"));
+  const Environment alone = parseEnvironment("prod").value();
+  EXPECT_EQ(alone.name, "prod");
+  EXPECT_THAT(alone.certificates, IsEmpty());
+  EXPECT_THAT(parseEnvironment("a:").value().certificates, IsEmpty());
+  const Environment three = parseEnvironment("<b> x:auth-ex,y z,q:r").value();
+  EXPECT_EQ(three.name, "<b> x");
+  EXPECT_THAT(three.certificates, ElementsAre("auth-ex", "y z", "q:r"));
 }
 
 TEST(ParseEnvironment, AnythingElse_IsNone) {
-  Environment environment;
   for (const std::string text : {"", ":", ":a", "a:,", "a:b,", "a:,b", "a:b,,c", "a\n", "\x7F", "\xC3\xA4"}) {
-    EXPECT_FALSE(parseEnvironment(text, environment)) << text;
+    EXPECT_FALSE(parseEnvironment(text)) << text;
   }
-  EXPECT_TRUE(parseEnvironment(std::string(64, 'x'), environment));
-  EXPECT_FALSE(parseEnvironment(std::string(65, 'x'), environment));
-  EXPECT_FALSE(parseEnvironment("a:" + std::string(65, 'x'), environment));
+  EXPECT_TRUE(parseEnvironment(std::string(64, 'x')));
+  EXPECT_FALSE(parseEnvironment(std::string(65, 'x')));
+  EXPECT_FALSE(parseEnvironment("a:" + std::string(65, 'x')));
 }
 
 std::string gatewayOf(const std::string& text) {
-  Gateway gateway;
-  return parseGateway(text, gateway) ? gateway.host + " " + std::to_string(gateway.port) : "none";
+  const auto gateway = parseGateway(text);
+  return gateway ? gateway->host + " " + std::to_string(gateway->port) : "none";
 }
 
 TEST(ParseGateway, HostNameOrAddress_IsTakenWithItsPort) {

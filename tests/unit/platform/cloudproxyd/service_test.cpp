@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/linux/support/failure.h"
 #include "tests/support/no_memory.h"
 
 namespace cloudproxyd {
@@ -29,7 +30,7 @@ class ServiceTest : public testing::Test {
               const noMemory::Exempt exempt;
               kept.push_back(std::to_string(settings.logLevel) + " " + settings.environment +
                              (settings.authEx ? " on" : " off"));
-              return keepProblem;
+              if (!keepProblem.empty()) throw jxplatform::Failure(keepProblem);
             },
             [this](const std::string& line) { told.push_back(line); }};
   }

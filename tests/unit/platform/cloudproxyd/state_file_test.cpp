@@ -16,6 +16,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/linux/support/failure.h"
+
 namespace {
 
 bool foldersCannotBeSynced = false;
@@ -70,13 +72,22 @@ class StateFileTest : public testing::Test {
 
   // "level environment mode" after loading, or the problem.
   std::string loaded() {
-    Settings settings{3, "first", true};
-    std::string problem = loadSettings(path, settings);
-    std::string text =
-        std::to_string(settings.logLevel) + " " + settings.environment + (settings.authEx ? " on" : " off");
-    if (problem.empty()) return text;
-    EXPECT_EQ(text, "3 first on");
-    return problem;
+    try {
+      const Settings settings = loadSettings(path, {3, "first", true});
+      return std::to_string(settings.logLevel) + " " + settings.environment + (settings.authEx ? " on" : " off");
+    } catch (const jxplatform::Failure& failure) {
+      return failure.what();
+    }
+  }
+
+  // The problem; empty when they are saved.
+  std::string saved(const Settings& settings) {
+    try {
+      saveSettings(path, settings);
+      return "";
+    } catch (const jxplatform::Failure& failure) {
+      return failure.what();
+    }
   }
 
   std::string directory;
@@ -84,10 +95,10 @@ class StateFileTest : public testing::Test {
 };
 
 TEST_F(StateFileTest, SavedSettings_AreLoaded) {
-  EXPECT_EQ(saveSettings(path, {7, "test", false}), "");
+  EXPECT_EQ(saved({7, "test", false}), "");
   EXPECT_EQ(contentOf(path), "{\"auth_ex\":0,\"cloud_env\":\"test\",\"loglevel\":7}\n");
   EXPECT_EQ(loaded(), "7 test off");
-  EXPECT_EQ(saveSettings(path, {2147483647, "<b>\"\\", true}), "");
+  EXPECT_EQ(saved({2147483647, "<b>\"\\", true}), "");
   EXPECT_EQ(loaded(), "2147483647 <b>\"\\ on");
   EXPECT_NE(access((path + ".new").c_str(), F_OK), 0);
 }
@@ -117,7 +128,7 @@ TEST_F(StateFileTest, AnythingElse_IsAProblemAndChangesNothing) {
 TEST_F(StateFileTest, FolderInItsPlace_IsAProblem) {
   ASSERT_EQ(mkdir(path.c_str(), 0755), 0);
   EXPECT_EQ(loaded(), "Is a directory");
-  EXPECT_EQ(saveSettings(path, {}), "Is a directory");
+  EXPECT_EQ(saved({}), "Is a directory");
   EXPECT_NE(access((path + ".new").c_str(), F_OK), 0);
   rmdir(path.c_str());
 }
@@ -125,7 +136,7 @@ TEST_F(StateFileTest, FolderInItsPlace_IsAProblem) {
 TEST_F(StateFileTest, AnotherKindOfFile_IsAProblemAndStays) {
   const auto expectRefused = [this] {
     EXPECT_EQ(loaded(), "it is not a regular file");
-    EXPECT_EQ(saveSettings(path, {}), "it is not a regular file");
+    EXPECT_EQ(saved({}), "it is not a regular file");
     EXPECT_NE(access((path + ".new").c_str(), F_OK), 0);
     struct stat status {};
     EXPECT_EQ(stat(path.c_str(), &status), 0);
@@ -139,9 +150,9 @@ TEST_F(StateFileTest, AnotherKindOfFile_IsAProblemAndStays) {
 }
 
 TEST_F(StateFileTest, FailedSaving_LeavesTheOldFile) {
-  EXPECT_EQ(saveSettings(path, {7, "test", false}), "");
+  EXPECT_EQ(saved({7, "test", false}), "");
   ASSERT_EQ(mkdir((path + ".new").c_str(), 0755), 0);
-  EXPECT_EQ(saveSettings(path, {8, "prod", true}), "Is a directory");
+  EXPECT_EQ(saved({8, "prod", true}), "Is a directory");
   EXPECT_EQ(loaded(), "7 test off");
   rmdir((path + ".new").c_str());
 }
@@ -149,16 +160,16 @@ TEST_F(StateFileTest, FailedSaving_LeavesTheOldFile) {
 // In any other order a power failure can leave an empty file, or the old one for good.
 TEST_F(StateFileTest, Saving_BringsTheFileToTheDiskThenItsNameThenTheFolder) {
   calls.clear();
-  EXPECT_EQ(saveSettings(path, {7, "test", false}), "");
+  EXPECT_EQ(saved({7, "test", false}), "");
   EXPECT_THAT(calls, testing::ElementsAre("fsync state.json.new of " + std::to_string(contentOf(path).size()),
                                           "rename state.json.new state.json", "fsync folder"));
 }
 
 TEST_F(StateFileTest, FolderThatCannotBeSynced_HasTheNewSettingsAndALineTellsIt) {
-  EXPECT_EQ(saveSettings(path, {7, "test", false}), "");
+  EXPECT_EQ(saved({7, "test", false}), "");
   foldersCannotBeSynced = true;
   testing::internal::CaptureStderr();
-  EXPECT_EQ(saveSettings(path, {8, "prod", true}), "");
+  EXPECT_EQ(saved({8, "prod", true}), "");
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             "cloudproxyd: " + path + ": a power failure may bring the old settings back: Input/output error\n");
   EXPECT_EQ(loaded(), "8 prod on");
