@@ -73,7 +73,7 @@ bool HttpProto::readChunk(unsigned char* data, int count) {
 // as a written minus sign makes it; neither is a size.
 bool HttpProto::readChunkSize() {
   std::string line;
-  if (readLine(line) != LineResult::Complete) return false;
+  if (readLine(line) != LineResult::kComplete) return false;
   const auto size = scanHex(line);
   if (!size || *size > 0x7FFFFFFFU) return false;
   chunkRemaining = static_cast<std::int32_t>(*size);
@@ -84,7 +84,7 @@ bool HttpProto::readTrailer() {
   std::string line;
   bool complete = false;
   do {
-    complete = readLine(line) == LineResult::Complete;
+    complete = readLine(line) == LineResult::kComplete;
   } while (complete && !line.empty());
   bodyRemaining = 0;
   // A client closes here; a server has its reply to write yet, and closes in finishBody.

@@ -119,7 +119,7 @@ class HttpProto {
   void setConnection(zoripc::IPC* stream);
 
  protected:
-  enum class LineResult { Complete = 0, Closed = 1, TimedOut = 2, NoConnection = 3 };
+  enum class LineResult { kComplete = 0, kClosed = 1, kTimedOut = 2, kNoConnection = 3 };
 
   // Reads up to a line feed, without it and without any carriage return.
   LineResult readLine(std::string& line);

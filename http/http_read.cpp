@@ -51,14 +51,14 @@ bool isContinuation(const std::string& line) { return !line.empty() && (line.fro
 }  // namespace
 
 HttpProto::LineResult HttpProto::readLine(std::string& line) {
-  if (connection == nullptr) return LineResult::NoConnection;
+  if (connection == nullptr) return LineResult::kNoConnection;
   line.clear();
   for (;;) {
     char c = 0;
     if (!connection->readExact(&c, 1, timeout)) {
-      return connection->closed() ? LineResult::Closed : LineResult::TimedOut;
+      return connection->closed() ? LineResult::kClosed : LineResult::kTimedOut;
     }
-    if (c == '\n') return LineResult::Complete;
+    if (c == '\n') return LineResult::kComplete;
     // Dropped wherever it stands, deliberately: a stray one inside a value vanishes.
     if (c != '\r') line += c;
   }
@@ -86,9 +86,9 @@ int HttpProto::readHeader(HttpMethod& method, std::string& path, bool& keepOpen)
 int HttpProto::readHead(HttpMethod& method, std::string& path, bool& keepOpen) {
   std::string line;
   const LineResult result = readLine(line);
-  if (result != LineResult::Complete) {
+  if (result != LineResult::kComplete) {
     keepOpen = false;
-    return result == LineResult::TimedOut ? kTimeout : kBadRequest;
+    return result == LineResult::kTimedOut ? kTimeout : kBadRequest;
   }
   int status = kBadRequest;
   if (!parseStartLine(line, method, path, keepOpen, status)) return kBadRequest;
@@ -124,9 +124,9 @@ int HttpProto::readFields(int status, bool& keepOpen) {
   std::string pending;  // held back, because the next line may continue it
   for (;;) {
     const LineResult result = readLine(line);
-    if (result != LineResult::Complete) {
+    if (result != LineResult::kComplete) {
       keepOpen = false;
-      return result == LineResult::TimedOut ? kTimeout : kBadRequest;
+      return result == LineResult::kTimedOut ? kTimeout : kBadRequest;
     }
     if (isContinuation(line)) {
       pending += line;

@@ -18,7 +18,7 @@ namespace {
 constexpr int kAnyPort = -1;
 constexpr int kPassMs = 1000;
 
-enum class Wait { Quiet, Connection, Other };
+enum class Wait { kQuiet, kConnection, kOther };
 
 void storeChosenPort(ServerSettings& settings, const zoripc::TCP& endpoint) {
   const std::string address = endpoint.localAddress();
@@ -53,8 +53,8 @@ Wait waitForConnection(const zoripc::TCP* endpoint) {
   set[1].fd = -1;  // the place of the second endpoint, which is never opened
   set[1].events = POLLIN;
   const int ready = poll(set.data(), endpoint != nullptr ? 1 : 0, kPassMs);
-  if (ready == 0) return Wait::Quiet;
-  return ready > 0 && (set[0].revents & POLLIN) != 0 ? Wait::Connection : Wait::Other;
+  if (ready == 0) return Wait::kQuiet;
+  return ready > 0 && (set[0].revents & POLLIN) != 0 ? Wait::kConnection : Wait::kOther;
 }
 
 // A connection that there is no memory or no thread for is dropped, and nothing else.
@@ -84,8 +84,8 @@ bool serve(ServerSettings& settings, const HttpThread& prototype, CopyServer cop
   for (;;) {
     const Wait wait = waitForConnection(endpoint.get());
     // Looked at after a quiet second alone, deliberately: while connections keep coming, a stop waits.
-    if (wait == Wait::Quiet && settings.stop.load(std::memory_order_relaxed)) return true;
-    if (wait == Wait::Connection && endpoint) acceptConnection(*endpoint, prototype, copy);
+    if (wait == Wait::kQuiet && settings.stop.load(std::memory_order_relaxed)) return true;
+    if (wait == Wait::kConnection && endpoint) acceptConnection(*endpoint, prototype, copy);
   }
 }
 

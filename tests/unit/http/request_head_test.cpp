@@ -10,11 +10,11 @@ using End = ScriptedPeer::End;
 TEST(ReadLine, LineFeed_EndsALine) {
   Engine engine(ScriptedPeer("one\r\n\ntwo\n"));
   std::string line = "old";
-  EXPECT_EQ(engine.readLine(line), Engine::LineResult::Complete);
+  EXPECT_EQ(engine.readLine(line), Engine::LineResult::kComplete);
   EXPECT_EQ(line, "one");
-  EXPECT_EQ(engine.readLine(line), Engine::LineResult::Complete);
+  EXPECT_EQ(engine.readLine(line), Engine::LineResult::kComplete);
   EXPECT_EQ(line, "");
-  EXPECT_EQ(engine.readLine(line), Engine::LineResult::Complete);
+  EXPECT_EQ(engine.readLine(line), Engine::LineResult::kComplete);
   EXPECT_EQ(line, "two");
 }
 
@@ -26,32 +26,32 @@ TEST(ReadLine, CarriageReturnsAlone_AreDroppedAnywhere) {
   }
   Engine engine(ScriptedPeer("\r" + bytes + "\r\r\n"));
   std::string line;
-  EXPECT_EQ(engine.readLine(line), Engine::LineResult::Complete);
+  EXPECT_EQ(engine.readLine(line), Engine::LineResult::kComplete);
   EXPECT_EQ(line, expected);
 }
 
 TEST(ReadLine, EndOfStreamOrSilence_KeepsThePartialLine) {
   std::string line;
   Engine closed(ScriptedPeer("par", End::Closed));
-  EXPECT_EQ(closed.readLine(line), Engine::LineResult::Closed);
+  EXPECT_EQ(closed.readLine(line), Engine::LineResult::kClosed);
   EXPECT_EQ(line, "par");
   Engine silent(ScriptedPeer("ti", End::TimedOut));
-  EXPECT_EQ(silent.readLine(line), Engine::LineResult::TimedOut);
+  EXPECT_EQ(silent.readLine(line), Engine::LineResult::kTimedOut);
   EXPECT_EQ(line, "ti");
   Engine failed(ScriptedPeer("al", End::Failed));
-  EXPECT_EQ(failed.readLine(line), Engine::LineResult::TimedOut);
+  EXPECT_EQ(failed.readLine(line), Engine::LineResult::kTimedOut);
   EXPECT_EQ(line, "al");
 }
 
 TEST(ReadLine, NoConnection_IsItsOwnResultAndKeepsTheLine) {
   Engine engine;
   std::string line = "old";
-  EXPECT_EQ(engine.readLine(line), Engine::LineResult::NoConnection);
+  EXPECT_EQ(engine.readLine(line), Engine::LineResult::kNoConnection);
   EXPECT_EQ(line, "old");
-  EXPECT_EQ(static_cast<int>(Engine::LineResult::Complete), 0);
-  EXPECT_EQ(static_cast<int>(Engine::LineResult::Closed), 1);
-  EXPECT_EQ(static_cast<int>(Engine::LineResult::TimedOut), 2);
-  EXPECT_EQ(static_cast<int>(Engine::LineResult::NoConnection), 3);
+  EXPECT_EQ(static_cast<int>(Engine::LineResult::kComplete), 0);
+  EXPECT_EQ(static_cast<int>(Engine::LineResult::kClosed), 1);
+  EXPECT_EQ(static_cast<int>(Engine::LineResult::kTimedOut), 2);
+  EXPECT_EQ(static_cast<int>(Engine::LineResult::kNoConnection), 3);
 }
 
 TEST(ReadLine, EachByte_IsOneExactReadWithTheTimeout) {
@@ -72,7 +72,7 @@ TEST(ReadLine, EachByte_IsOneExactReadWithTheTimeout) {
 TEST(ReadLine, MegabyteLine_IsReadWhole) {
   Engine engine(ScriptedPeer(std::string(1 << 20, 'a') + "\n"));
   std::string line;
-  EXPECT_EQ(engine.readLine(line), Engine::LineResult::Complete);
+  EXPECT_EQ(engine.readLine(line), Engine::LineResult::kComplete);
   EXPECT_EQ(line.size(), 1U << 20);
 }
 
