@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <utility>
 
+#include "base/ignore.h"
+
 namespace base {
 
 Descriptor::Descriptor(Descriptor&& other) noexcept : fd_(other.release()) {}
@@ -18,7 +20,7 @@ Descriptor& Descriptor::operator=(Descriptor&& other) noexcept {
 
 Descriptor::~Descriptor() {
   const int before = errno;
-  static_cast<void>(close());
+  ignore(close());
   errno = before;
 }
 

@@ -15,7 +15,7 @@ constexpr int kRequestNoSuccess = -3;   // a response, whose "proxy"."result" is
 // - still the request on kRequestNotSent when the set-up failed; the next request then tries that again.
 // Responses do not tell which request they answer, deliberately: one that comes late is taken as the answer to the
 // request that waits then. So only one thread, the main one, makes requests, one at a time. Blocks; does not throw.
-int cloudProxyRequest(zoripc::JSObject& message, int timeoutSeconds);
+[[nodiscard]] int cloudProxyRequest(zoripc::JSObject& message, int timeoutSeconds);
 
 // The notification by which the proxy is told something; also what carries a request.
 constexpr const char* kCloudProxyId = "1";

@@ -11,4 +11,4 @@ struct ProxyInfo {
 
 // Fills `info` and returns 0, or returns -1 and leaves it. The proxy is asked until it has answered once; from then on
 // that answer holds for the life of the process. Main thread; blocks up to 5 seconds; does not throw.
-int readProxyInfo(ProxyInfo& info);
+[[nodiscard]] int readProxyInfo(ProxyInfo& info);

@@ -7,7 +7,7 @@
 constexpr int kProxyTimeoutSeconds = 5;
 
 // A request {"proxy": {"command": `command`}}, to which the command's own members are added.
-zoripc::JSObject proxyRequest(const char* command);
+[[nodiscard]] zoripc::JSObject proxyRequest(const char* command);
 
 // True for both numeric kinds.
-bool isNumeric(const zoripc::JSObject& value);
+[[nodiscard]] bool isNumeric(const zoripc::JSObject& value);

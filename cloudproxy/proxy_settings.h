@@ -14,4 +14,4 @@ struct ProxySettings {
 // Asks the proxy for its configuration, whichever of the two list formats it uses; for the old one also for its
 // information. Fills `settings` and returns 0, or returns non-zero and leaves it. Main thread; blocks up to 5 seconds,
 // 10 with the old format; does not throw.
-int readProxySettings(ProxySettings& settings);
+[[nodiscard]] int readProxySettings(ProxySettings& settings);

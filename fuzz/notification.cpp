@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <map>
 
+#include "base/ignore.h"
 #include "cloudproxy/log_level.h"
 #include "cloudproxy/proxy_info.h"
 #include "cloudproxy/proxy_settings.h"
@@ -35,12 +36,12 @@ void askTheProxy(const JSObject& value) {
   response = value;
   ProxySettings settings;
   answersLeft = 2;
-  readProxySettings(settings);
+  base::ignore(readProxySettings(settings));
   JSObject list;
   if (!settings.cloud_env_list.empty()) require(JSObject::parse(settings.cloud_env_list, list) && list.isArray());
   ProxyInfo info;
   answersLeft = 1;
-  readProxyInfo(info);
+  base::ignore(readProxyInfo(info));
   answersLeft = 1;
   const int level = readLogLevel();
   require(level <= 0 || value["proxy"]["loglevel"].getInt() == level);

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <exception>
 
+#include "base/ignore.h"
 #include "cloudproxy/cloud_proxy_menu.h"
 #include "cloudproxy/log_level.h"
 #include "cloudproxy/probe.h"
@@ -26,7 +27,7 @@ void runMenus() {
   activities.logLevel = runLogLevelPage;
   activities.cloudProxy = runCloudProxyMenu;
   activities.httpDownload = runHttpDownload;
-  activities.serialDownload = [](int port) { static_cast<void>(download_ddl(port)); };
+  activities.serialDownload = [](int port) { base::ignore(download_ddl(port)); };
   runMainMenu(proxyProbe(), activities);
 }
 

@@ -26,7 +26,7 @@ void writeParameterRecord(unsigned char (&record)[kParameterRecordSize]);
 // How many bytes follow the latest three of a text record's body, read in steps of three: 0 to 2 where its ETX is among
 // them, else kNoEnd.
 constexpr std::size_t kNoEnd = 3;
-std::size_t bytesBehind(const unsigned char* step);
+[[nodiscard]] std::size_t bytesBehind(const unsigned char* step);
 
 // One download. Its user reads what is wanted and tells of it, sends what is to be replied, and goes on until the
 // result is another than kGoOn.
@@ -55,25 +55,25 @@ class Conversation {
   // True between records, where the host may be silent for as long as it likes.
   bool isIdle() const { return state_ == State::kIdle; }
 
-  Wanted wanted();
+  [[nodiscard]] Wanted wanted();
 
   // `got` is what reading gave: the number of bytes now in their place, less than wanted when the line failed, or a
   // negative result of the download. An exception of the System passes through; the conversation is over then.
-  Turn take(int got);
+  [[nodiscard]] Turn take(int got);
 
  private:
   enum class State : unsigned char { kIdle, kLetter, kText, kSignal, kHeader, kData };
   struct Command;
 
-  static const Command* findCommand(unsigned char letter);
+  [[nodiscard]] static const Command* findCommand(unsigned char letter);
 
-  Turn takeIdle();
-  Turn takeLetter();
-  Turn takeHeader();
-  int textResult(std::size_t size);
-  int signalResult();
-  int dataResult();
-  Turn answer(int result);
+  [[nodiscard]] Turn takeIdle();
+  [[nodiscard]] Turn takeLetter();
+  [[nodiscard]] Turn takeHeader();
+  [[nodiscard]] int textResult(std::size_t size);
+  [[nodiscard]] int signalResult();
+  [[nodiscard]] int dataResult();
+  [[nodiscard]] Turn answer(int result);
 
   Tessolan::System& system_;
   const Command* command_ = nullptr;  // of the record under way

@@ -53,7 +53,7 @@ class Tessolan {
   // Runs one download on `device`: 115200 baud, 8 data bits, no parity, one stop bit. Returns one of the results above;
   // the device is closed then, also when an exception of the System passes through. Blocks until the host ends the
   // download, it fails or is aborted: without limit while the host is silent between records. Allocates nothing.
-  int receive(const char* device);
+  [[nodiscard]] int receive(const char* device);
 
   // Ends the receive() under way with kAborted within half a second, or with kAborted or kFailed within a second when a
   // record is on its way; not while an operation of the System runs, nor while the device takes no reply. Has no effect
@@ -69,18 +69,18 @@ class Tessolan {
 
   // Waits for input. Returns 1 when there is some, 0 after `timeoutMs` milliseconds without, whatever else the device
   // reports, -2 once aborted (also when input waits), -3 on failure.
-  int waitForInput(int timeoutMs);
+  [[nodiscard]] int waitForInput(int timeoutMs);
 
   // Reads `count` bytes. Returns their number, less only when the device failed; -3 after a second without a byte, or a
   // negative result of waitForInput().
-  int readBytes(unsigned char* buffer, std::size_t count);
+  [[nodiscard]] int readBytes(unsigned char* buffer, std::size_t count);
 
   // Reads up to and including ETX and the two bytes behind it, and nothing further. Returns the number of bytes read,
   // -4 when they do not fit `capacity`, -3 on a short read, or a negative result of readBytes().
-  int readRecordBody(unsigned char* buffer, std::size_t capacity);
+  [[nodiscard]] int readRecordBody(unsigned char* buffer, std::size_t capacity);
 
   // Writes `count` bytes. Returns their number, less only when the device failed. Blocks while the device takes none.
-  int writeBytes(const void* buffer, std::size_t count);
+  [[nodiscard]] int writeBytes(const void* buffer, std::size_t count);
 
   // The order of the fields is part of the interface.
   System* system;
@@ -88,6 +88,6 @@ class Tessolan {
   std::atomic<unsigned char> abortFlag{0};  // not 0: abort
 
  private:
-  int serveHost();
-  bool send(tessolan::Reply reply);
+  [[nodiscard]] int serveHost();
+  [[nodiscard]] bool send(tessolan::Reply reply);
 };

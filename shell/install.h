@@ -17,4 +17,4 @@ void installLogLine(void* data, const char* format, ...);
 // waits for the one that runs, at most 10 seconds. True when none runs any more. False when one still does: then what
 // exit() would destroy is still in use, and the process has to end without it (std::_Exit); the installer leaves the
 // old or the new application whole. Main thread; does not throw.
-bool finishInstallations();
+[[nodiscard]] bool finishInstallations();

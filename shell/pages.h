@@ -25,11 +25,11 @@ int showPlainPage(const std::string& page, zorgui::UICallback callback = nullptr
 
 // The words with which a result page's text begins: bold, on a line of their own, in red for a failure and in green for
 // a success. HTML, as is `what` below.
-std::string failureHead(const char* words);
-std::string successHead(const char* words);
+[[nodiscard]] std::string failureHead(const char* words);
+[[nodiscard]] std::string successHead(const char* words);
 
 // What a result page says of a failure: "Error:" as such a head, and then `what`.
-std::string errorText(const char* what);
+[[nodiscard]] std::string errorText(const char* what);
 
 // Shows the result page with `text`, beside what `vars` holds already, and blocks until it returns. Main thread.
 void showResult(PageVars& vars, const std::string& text);

@@ -11,4 +11,4 @@ struct Sponsor {
 
 // Looks the sponsor up in the security module's diagnostic records. What was found once is kept for the life of the
 // process; a lookup that found nothing is made again. Any thread; blocks while another thread is looking.
-Sponsor lookUpSponsor();
+[[nodiscard]] Sponsor lookUpSponsor();

@@ -6,7 +6,7 @@
 
 // The delimiter of a form's parts, as its content type names it; empty where that is no multipart/form-data, or names
 // no boundary.
-std::string delimiterOf(const std::string& contentType);
+[[nodiscard]] std::string delimiterOf(const std::string& contentType);
 
 // One form. Its user shows it the front of what is left of the body, as much as the buffer holds or all that is left,
 // and drops what was used each time. Before the body's first byte stands a line break, so that its first delimiter is
@@ -31,14 +31,14 @@ class FormDecoder {
   FormDecoder(std::string delimiter, std::string field);
 
   // Looks at the `size` bytes of `data`; none when the body could not be read on.
-  Step decode(const char* data, std::size_t size);
+  [[nodiscard]] Step decode(const char* data, std::size_t size);
 
  private:
   enum class State { kPreamble, kBoundaryLine, kHeaders, kOtherPart, kFile };
 
-  Step toDelimiter(const char* data, std::size_t size);
-  Step boundaryLine(const char* data, std::size_t size);
-  Step headers(const char* data, std::size_t size);
+  [[nodiscard]] Step toDelimiter(const char* data, std::size_t size);
+  [[nodiscard]] Step boundaryLine(const char* data, std::size_t size);
+  [[nodiscard]] Step headers(const char* data, std::size_t size);
 
   const std::string delimiter_;
   const std::string field_;

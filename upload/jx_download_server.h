@@ -22,12 +22,12 @@ class JXDownloadServer : public zorhtml::HttpThread {
   // Receives the request's body as a form and stores the files of the form field `field` under the name `target`; when
   // `multiple` is true, all of them, under the names that "-0", "-1" and so on before the extension give, otherwise
   // the first. Reads the body to its end. True when at least one file was stored; none is left behind in part. Blocks.
-  bool receiveMultipart(const std::string& field, const std::string& target, bool multiple);
+  [[nodiscard]] bool receiveMultipart(const std::string& field, const std::string& target, bool multiple);
 
  private:
   class Reception;
 
-  bool sendNotFound();
-  bool sendCertificates();
-  bool receiveUpload();
+  [[nodiscard]] bool sendNotFound();
+  [[nodiscard]] bool sendCertificates();
+  [[nodiscard]] bool receiveUpload();
 };

@@ -2,6 +2,8 @@
 
 #include <new>
 
+#include "base/ignore.h"
+
 namespace {
 
 // Pieces arrive by 4 KiB at most; writing them out one by one would cost an upload a third of its speed.
@@ -36,7 +38,7 @@ bool PartFile::keep() {
 
 void PartFile::discard() {
   if (stream_ == nullptr) return;
-  close();
+  base::ignore(close());  // it goes all the same
   std::remove(path_.c_str());
 }
 

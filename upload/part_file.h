@@ -16,20 +16,20 @@ class PartFile {
 
   // Creates the file `path`, or empties the one that is there. False when it cannot be written to; nothing is removed
   // then. Not while another is open.
-  bool open(const std::string& path);
+  [[nodiscard]] bool open(const std::string& path);
 
   // Writes `size` bytes; without an open file does nothing. A failure shows in failed() or keep().
   void write(const char* data, std::size_t size);
   bool failed() const;
 
   // Closes the file. True when every byte has been stored; otherwise the file is removed.
-  bool keep();
+  [[nodiscard]] bool keep();
 
   // Closes and removes a file that is open.
   void discard();
 
  private:
-  bool close();
+  [[nodiscard]] bool close();
 
   std::string path_;
   std::unique_ptr<char[]> buffer_;

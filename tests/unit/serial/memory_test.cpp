@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <thread>
 
+#include "base/ignore.h"
 #include "tests/unit/serial/calls.h"
 #include "tests/unit/serial/download.h"
 
@@ -66,7 +67,7 @@ TEST(Memory, Records_AreReceivedWithoutAnAllocation) {
   untilReady([&] {
     terminal = std::thread([&] {
       Calls::thisThreadReceives();
-      receiver.receive(line.path().c_str());
+      base::ignore(receiver.receive(line.path().c_str()));
     });
   });
   const auto exchange = [&](const std::string& record) {
