@@ -36,10 +36,10 @@ class ApplicationStore {
   void sweep() const;
 
   // The applications, by name.
-  std::vector<Application> list() const;
+  [[nodiscard]] std::vector<Application> list() const;
 
   // The version of an installed application: nothing when there is none or its manifest cannot be read.
-  std::optional<std::string> versionOf(const std::string& name) const;
+  [[nodiscard]] std::optional<std::string> versionOf(const std::string& name) const;
 
   // An empty directory beside the place of `name`. Throws Failure.
   base::Descriptor stage(const std::string& name) const;

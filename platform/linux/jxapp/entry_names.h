@@ -11,7 +11,7 @@ constexpr std::size_t kMaxNameBytes = 255;
 // What is wrong with `name` as the path of a file or directory (without a slash at its end) below an application's
 // folder; empty when nothing is. A name has 1 to 255 bytes of printable ASCII without backslash, in components parted
 // by single slashes, none of them "." or "..".
-std::string nameProblem(const std::string& name);
+[[nodiscard]] std::string nameProblem(const std::string& name);
 
 // The names of one package, taken one by one.
 class EntryNames {

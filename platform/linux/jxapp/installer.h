@@ -18,6 +18,6 @@ struct InstallOptions {
 // Does what jxapp::jxInstall promises, below options.root. An installation of another thread or process on the same
 // root is waited for, at most lockTimeoutMs, after which one "Error:" line says so and nothing is installed. Returns 0
 // when no "Error:" line was reported, else -1. Throws nothing but for want of memory.
-int installAll(const InstallOptions& options, jxapp::InstallLog log, void* data);
+[[nodiscard]] int installAll(const InstallOptions& options, jxapp::InstallLog log, void* data);
 
 }  // namespace jxinstall

@@ -19,14 +19,14 @@ struct Manifest {
 };
 
 // True for [a-z0-9][a-z0-9._-]{0,63}.
-bool isApplicationName(const std::string& text);
+[[nodiscard]] bool isApplicationName(const std::string& text);
 
 // True for [0-9A-Za-z][0-9A-Za-z.+~-]{0,63}.
-bool isApplicationVersion(const std::string& text);
+[[nodiscard]] bool isApplicationVersion(const std::string& text);
 
 // Reads the bytes of a manifest.json. Throws Failure, naming the place, when it is not a JSON object, a key stands
 // twice in one object, a member is missing or malformed, or a file's path or digest is. Members it does not know are
 // ignored.
-Manifest parseManifest(const std::string& bytes);
+[[nodiscard]] Manifest parseManifest(const std::string& bytes);
 
 }  // namespace jxinstall

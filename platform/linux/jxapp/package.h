@@ -21,6 +21,6 @@ struct Package {
 
 // Reads index, manifest and signature of the archive of `size` bytes behind `fd`, and checks that the manifest lists
 // the archive's files and no others. The files' content is not read yet. Throws Failure.
-Package readPackage(int fd, std::uint64_t size);
+[[nodiscard]] Package readPackage(int fd, std::uint64_t size);
 
 }  // namespace jxinstall

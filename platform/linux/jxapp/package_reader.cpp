@@ -53,7 +53,7 @@ void PackageReader::unpack(const ZipEntry& entry, const ContentSink& sink) {
   std::vector<char> block(kBlockBytes);
   std::uint64_t total = 0;
   const std::string where = base::quotedPrintable(entry.name) + ": ";
-  while (true) {
+  for (;;) {
     const la_ssize_t got = archive_read_data(archive_.get(), block.data(), block.size());
     if (got < 0) failWith(archive_.get(), where);
     if (got == 0) break;

@@ -20,7 +20,7 @@ namespace jxinstall {
 //   is signed by a certificate that is not valid before TIME: SUBJECT
 //   is signed by a certificate that does not chain to one in certs/: SUBJECT
 //   is signed by a certificate that is not accepted (REASON): SUBJECT
-std::string signatureProblem(const std::string& root, const std::string& manifest,
-                             const std::optional<std::string>& signature);
+[[nodiscard]] std::string signatureProblem(const std::string& root, const std::string& manifest,
+                                           const std::optional<std::string>& signature);
 
 }  // namespace jxinstall

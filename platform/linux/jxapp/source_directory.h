@@ -23,11 +23,11 @@ class SourceArchive {
   std::uint64_t size() const { return static_cast<std::uint64_t>(status_.st_size); }
 
   // The SHA-256 of its bytes in hex digits. Throws Failure when they cannot be read, or are fewer than size() says.
-  std::string digest() const;
+  [[nodiscard]] std::string digest() const;
 
   // True when the file under the name is no longer the one that was opened, or has been written to since: another
   // upload has begun to use the name, and installs what it brings.
-  bool isTakenOver(int directory) const;
+  [[nodiscard]] bool isTakenOver(int directory) const;
 
  private:
   std::string name_;
@@ -36,10 +36,10 @@ class SourceArchive {
 };
 
 // Opens `root`/source. When it fails errno tells why; ENOENT means that nothing waits.
-base::Descriptor openSourceDirectory(const std::string& root);
+[[nodiscard]] base::Descriptor openSourceDirectory(const std::string& root);
 
 // The names `upload-N.zip` in the directory in the order of the numbers N, however long; false with errno set when it
 // cannot be read.
-bool listArchives(int directory, std::vector<std::string>& names);
+[[nodiscard]] bool listArchives(int directory, std::vector<std::string>& names);
 
 }  // namespace jxinstall

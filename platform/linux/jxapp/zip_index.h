@@ -30,6 +30,6 @@ struct ZipIndex {
 // the archive is made of nothing but entries that follow each other without gap, the central directory and its end
 // record, with local headers that say what the directory says; every entry is a file or directory, stored or deflated,
 // not encrypted; the names pass EntryNames; and the limits above hold. ZIP64 is refused.
-ZipIndex readZipIndex(int fd, std::uint64_t size);
+[[nodiscard]] ZipIndex readZipIndex(int fd, std::uint64_t size);
 
 }  // namespace jxinstall

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 
+#include "base/ignore.h"
 #include "platform/linux/jxapp/failure.h"
 #include "tests/unit/platform/jxapp/scratch.h"
 #include "tests/unit/platform/jxapp/system_calls.h"
@@ -159,7 +160,8 @@ TEST(ApplicationStore, FolderThatCannotBeOpenedOrRead_IsAFailure) {
             "the folder of the applications cannot be opened: Permission denied");
   const ApplicationStore store(root.path());
   calls.fail("readdir", EIO);
-  EXPECT_EQ(failureOf([&] { store.list(); }), "the folder of the applications cannot be read: Input/output error");
+  EXPECT_EQ(failureOf([&] { base::ignore(store.list()); }),
+            "the folder of the applications cannot be read: Input/output error");
 }
 
 TEST(ApplicationStore, FileInTheFoldersPlace_IsAFailure) {
