@@ -10,6 +10,7 @@
 #include <limits>
 #include <memory>
 
+#include "base/ignore.h"
 #include "fuzz/input.h"
 #include "platform/linux/zorguiprt/screen_json.h"
 #include "platform/linux/zorguiprt/screen_server.h"
@@ -54,7 +55,7 @@ std::string answerOf(std::uint16_t port, const std::string& request) {
   address.sin_port = htons(port);
   require(fd >= 0 && connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0);
   // What the server does not want to read any more it does not take, and that is its right.
-  static_cast<void>(send(fd, request.data(), request.size(), MSG_NOSIGNAL));
+  base::ignore(send(fd, request.data(), request.size(), MSG_NOSIGNAL));
   shutdown(fd, SHUT_WR);
   std::string answer;
   char block[4096];
@@ -69,7 +70,7 @@ std::string answerOf(std::uint16_t port, const std::string& request) {
 
 void readTexts(const std::string& text) {
   try {
-    static_cast<void>(jxplatform::parseResult(text));
+    base::ignore(jxplatform::parseResult(text));
   } catch (const jxplatform::Failure& failure) {
     require(*failure.what() != '\0');
   }

@@ -4,6 +4,7 @@
 #include <exception>
 #include <new>
 
+#include "base/ignore.h"
 #include "platform/linux/jsproc/qr_code.h"
 #include "platform/linux/jsproc/script_heap.h"
 #include "platform/linux/jsproc/utf8.h"
@@ -153,7 +154,7 @@ duk_ret_t Run::qr(duk_context* context) {
 
 // Pushes a variable's name or value. The script has its own memory beside it, however long that is.
 void Run::push(duk_context* context, const std::string& text) {
-  if (!convertIn(text)) (void)duk_range_error(context, "out of memory");
+  if (!convertIn(text)) base::ignore(duk_range_error(context, "out of memory"));
   heap_.allowMemory(buffer_.size());
   duk_push_lstring(context, buffer_.data(), buffer_.size());
 }
@@ -198,7 +199,7 @@ void Run::collectVars(duk_context* context, Run* run) {
       duk_size_t valueSize = 0;
       const char* const value = duk_to_lstring(context, -1, &valueSize);
       const char* const name = duk_get_lstring(context, -2, &nameSize);
-      if (!run->collect(name, nameSize, value, valueSize)) (void)duk_range_error(context, "out of memory");
+      if (!run->collect(name, nameSize, value, valueSize)) base::ignore(duk_range_error(context, "out of memory"));
     }
     duk_pop_2(context);
   }

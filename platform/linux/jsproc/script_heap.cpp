@@ -3,6 +3,8 @@
 #include <cstdlib>
 #include <ctime>
 
+#include "base/ignore.h"
+
 namespace jxplatform {
 namespace {
 
@@ -65,7 +67,7 @@ bool ScriptHeap::mayGrow(std::size_t before, std::size_t after) {
     memoryRanOut_ = true;
     return false;
   }
-  if (growths_++ % kGrowthsPerLook == 0) (void)timeIsOver();  // asking the clock costs a system call
+  if (growths_++ % kGrowthsPerLook == 0) base::ignore(timeIsOver());  // asking the clock costs a system call
   return !timeIsOver_;
 }
 

@@ -35,20 +35,20 @@ class ScriptHeap {
   ScriptHeap& operator=(const ScriptHeap&) = delete;
 
   duk_context* context() const { return context_; }
-  bool timeIsOver();  // once true, true for ever
+  [[nodiscard]] bool timeIsOver();  // once true, true for ever
   bool memoryRanOut() const { return memoryRanOut_; }
 
   // The script is handed `bytes` that are not its own making: the limit is higher by as many from now on.
   void allowMemory(std::size_t bytes) { memoryLimit_ += bytes; }
 
   // Duktape's allocation functions.
-  void* allocate(std::size_t size);
-  void* reallocate(void* block, std::size_t size);
+  [[nodiscard]] void* allocate(std::size_t size);
+  [[nodiscard]] void* reallocate(void* block, std::size_t size);
   void release(void* block);
 
  private:
   // Whether a block may grow from `before` to `after` bytes.
-  bool mayGrow(std::size_t before, std::size_t after);
+  [[nodiscard]] bool mayGrow(std::size_t before, std::size_t after);
 
   std::int64_t deadline_;  // in nanoseconds of the thread's processor time
   bool timeIsOver_ = false;

@@ -9,9 +9,9 @@ namespace jxplatform {
 // Duktape's strings are CESU-8: UTF-8 in which a character above U+FFFF is its two surrogates, three bytes each.
 
 // `text` as CESU-8. A byte that does not belong to valid UTF-8 becomes U+FFFD.
-std::string toCesu8(const std::string& text);
+[[nodiscard]] std::string toCesu8(const std::string& text);
 
 // The `size` bytes at `data` as UTF-8: surrogate pairs joined; a lone surrogate or any other byte becomes U+FFFD.
-std::string fromCesu8(const char* data, std::size_t size);
+[[nodiscard]] std::string fromCesu8(const char* data, std::size_t size);
 
 }  // namespace jxplatform

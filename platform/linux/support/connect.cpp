@@ -19,7 +19,7 @@ namespace {
 // Shared by the caller and the thread; the later of the two lets it go.
 struct LookUp {
   base::Descriptor done{eventfd(0, EFD_CLOEXEC)};
-  std::mutex lock;
+  std::mutex mutex;
   AddressList addresses;
 };
 
@@ -30,7 +30,7 @@ void run(const std::shared_ptr<LookUp>& shared, const std::string& host, unsigne
   } catch (const std::bad_alloc&) {
     found = nullptr;  // reported as a name without an address
   }
-  const std::lock_guard<std::mutex> hold(shared->lock);
+  const std::lock_guard<std::mutex> lock(shared->mutex);
   shared->addresses = std::move(found);
   eventfd_write(shared->done.get(), 1);
 }
@@ -50,7 +50,7 @@ AddressList lookUp(const std::string& host, unsigned short port, const base::Dea
     errno = error;
     return nullptr;
   }
-  const std::lock_guard<std::mutex> hold(shared->lock);
+  const std::lock_guard<std::mutex> lock(shared->mutex);
   if (!shared->addresses) errno = EHOSTUNREACH;
   return std::move(shared->addresses);
 }

@@ -27,11 +27,11 @@ struct TerminalSettings {
 
 // Reads `text`, the content of a terminal.json. Anything that is not a JSON object yields settings of which nothing is
 // known. Any thread; throws nothing but for want of memory.
-TerminalSettings parseTerminalSettings(const std::string& text);
+[[nodiscard]] TerminalSettings parseTerminalSettings(const std::string& text);
 
 // Reads `root`/terminal.json anew, so that a change holds from the next call on. An absent file yields settings of
 // which nothing is known; so does one that cannot be read, but with `signaturesMalformed` set. Any thread; blocks on
 // the file.
-TerminalSettings readTerminalSettings(const std::string& root);
+[[nodiscard]] TerminalSettings readTerminalSettings(const std::string& root);
 
 }  // namespace jxplatform

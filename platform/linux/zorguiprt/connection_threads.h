@@ -18,10 +18,10 @@ class ConnectionThreads {
 
   // Runs `connection` on a new thread, or on this one when there is none to be had; blocks while there are too many.
   // What it throws ends the connection alone. False, and nothing done, once finish() was called.
-  bool run(std::function<void()> connection);
+  [[nodiscard]] bool run(std::function<void()> connection);
 
   // Lets no more in, and waits at most `timeout` for those that run. True when all have ended.
-  bool finish(std::chrono::milliseconds timeout);
+  [[nodiscard]] bool finish(std::chrono::milliseconds timeout);
 
   // After finish(): waits for those that run, as long as they take.
   void join();

@@ -26,8 +26,8 @@ class OwnNames {
   // The address in use: its port is not 0.
   explicit OwnNames(ServerAddress address);
 
-  bool isOwnHost(const std::string& host) const;      // the value of a Host header
-  bool isOwnOrigin(const std::string& origin) const;  // the value of an Origin header
+  [[nodiscard]] bool isOwnHost(const std::string& host) const;      // the value of a Host header
+  [[nodiscard]] bool isOwnOrigin(const std::string& origin) const;  // the value of an Origin header
 
  private:
   ServerAddress address_;

@@ -10,7 +10,7 @@ namespace jxplatform {
 
 // $JXPLATFORM_PAGES; or the pages of the tree that the library was loaded from, be it an installed one under any prefix
 // or a build folder, whose pages are the source tree's; or the folder of the configured prefix.
-std::string pagesFolder();
+[[nodiscard]] std::string pagesFolder();
 
 // Reads files below one folder. Any thread; an object may be shared.
 class PageFiles {
@@ -33,12 +33,12 @@ class PageFiles {
   [[nodiscard]] std::string read(const std::string& path) const;
 
  private:
-  base::Descriptor openBelow(const std::string& path) const;
+  [[nodiscard]] base::Descriptor openBelow(const std::string& path) const;
 
   std::string folder_;
 };
 
 // The content type by the ending of `path`.
-const char* contentType(const std::string& path);
+[[nodiscard]] const char* contentType(const std::string& path);
 
 }  // namespace jxplatform

@@ -18,7 +18,7 @@ class PageIds {
   // `file` keeps the last run number. Where it cannot be kept the clock alone makes ids rise.
   explicit PageIds(std::string file);
 
-  std::uint64_t next();
+  [[nodiscard]] std::uint64_t next();
 
  private:
   void beginRun();

@@ -16,6 +16,6 @@ struct RequestTarget {
 
 // Reads "PATH?NAME=VALUE&…#…", each part but the path optional. Every text is read; one that does not begin with a
 // slash names nothing of this server.
-RequestTarget parseTarget(std::string_view target);
+[[nodiscard]] RequestTarget parseTarget(std::string_view target);
 
 }  // namespace jxplatform

@@ -222,7 +222,7 @@ void Screen::perform(const Report& report) {
 // The library's thread.
 void Screen::dispatch() {
   Lock lock(mutex_);
-  while (true) {
+  for (;;) {
     changed_.wait(lock, [this] { return closed_ || !reports_.empty(); });
     if (closed_) return;
     const std::shared_ptr<Report> entry = reports_.front();

@@ -55,7 +55,7 @@ class Screen {
   // Puts a page on the screen in place of the one before, as endPage does. While another thread is in endPage, a page
   // that a callback shows is ended at once. An asynchronous page with a callback needs the library's thread, and is not
   // shown when the system gives none. The -1 of one that stands in is reported as reportGivenUp does.
-  PagePointer showSynchronous(const PageContent& content);
+  [[nodiscard]] PagePointer showSynchronous(const PageContent& content);
   void showAsynchronous(const PageContent& content, zorgui::UIAsyncCallback callback, void* data);
 
   // Calls an asynchronous page's callback (may be null) as reportGivenUp does on the library's thread, for a page that
@@ -66,16 +66,17 @@ class Screen {
   // Blocks until `page` has its result, which one that returns by itself has at the latest when it has been up for the
   // wait given above. Without one it was replaced, `callback` (may be null; asked every tenth of a second, on this
   // thread) returned false, or the program ends. The page stays on screen but takes no result any more.
-  std::optional<PageResult> waitForResult(const PagePointer& page, zorgui::UICallback callback, void* data);
+  [[nodiscard]] std::optional<PageResult> waitForResult(const PagePointer& page, zorgui::UICallback callback,
+                                                        void* data);
 
   // The JSON text of the page on screen when its id is above `after`; waits for one for at most `wait`. Null when none
   // came, the program ends, or too many wait.
-  Text newest(std::uint64_t after, std::chrono::milliseconds wait);
+  [[nodiscard]] Text newest(std::uint64_t after, std::chrono::milliseconds wait);
 
   // A result for the page `id`. True when it was given to the program: to the waiting call, or to the callback, which
   // has then begun. False when that page is not on screen, was left (-1) before, or the callback before has kept the
   // library's thread busy for ten seconds. After what it throws the page takes results still.
-  bool post(std::uint64_t id, PageResult result);
+  [[nodiscard]] bool post(std::uint64_t id, PageResult result);
 
   // Releases everybody who waits; the screen is of no use any more. Waits for a callback that is running.
   void close();
@@ -84,16 +85,16 @@ class Screen {
   struct Report;
   using Lock = std::unique_lock<std::mutex>;
 
-  static bool isDueByItself(const Page& page);
+  [[nodiscard]] static bool isDueByItself(const Page& page);
   void waitForChange(Lock& lock, const Page& page, bool hasCallback);
   void endPageLocked(Lock& lock);
   void put(Lock& lock, const PagePointer& page, const PageContent& content);
   void startDispatcher();
-  bool report(Lock& lock, const PagePointer& page, int result);
+  [[nodiscard]] bool report(Lock& lock, const PagePointer& page, int result);
   static void perform(const Report& report);
   void queueUnshown(zorgui::UIAsyncCallback callback, void* data);
   void dispatch();
-  bool onDispatcher() const;
+  [[nodiscard]] bool onDispatcher() const;
 
   const NextId nextId_;
   const std::chrono::milliseconds autoResultWait_;

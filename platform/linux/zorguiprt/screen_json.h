@@ -13,7 +13,7 @@ namespace jxplatform {
 constexpr std::uint64_t kLargestId = (std::uint64_t{1} << 53U) - 1;
 
 // {"id":…,"page":…,"sync":…,"vars":{…},"html":…}; bytes that are not UTF-8 become U+FFFD.
-std::string screenJson(std::uint64_t id, bool synchronous, const PageContent& content);
+[[nodiscard]] std::string screenJson(std::uint64_t id, bool synchronous, const PageContent& content);
 
 // Reads {"result":INTEGER,"vars":{NAME:TEXT or null,…}}, "vars" being optional. Throws Failure, with the reason
 // for whoever wrote it, for anything else: other members, an integer that an int of 32 bits does not hold, a value of
@@ -21,6 +21,6 @@ std::string screenJson(std::uint64_t id, bool synchronous, const PageContent& co
 [[nodiscard]] PageResult parseResult(const std::string& body);
 
 // Reads a decimal number from 0 to kLargestId, digits only; nothing when `text` is none.
-std::optional<std::uint64_t> parseNumber(const std::string& text);
+[[nodiscard]] std::optional<std::uint64_t> parseNumber(const std::string& text);
 
 }  // namespace jxplatform

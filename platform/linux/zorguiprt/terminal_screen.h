@@ -21,7 +21,7 @@ class TerminalScreen {
 
   static TerminalScreen& instance();
 
-  int showSynchronous(Vars& vars, const std::string& page, zorgui::UICallback callback, void* data);
+  [[nodiscard]] int showSynchronous(Vars& vars, const std::string& page, zorgui::UICallback callback, void* data);
   // Throws nothing.
   void showAsynchronous(const Vars& vars, const std::string& page, zorgui::UIAsyncCallback callback, void* data);
 
@@ -31,8 +31,8 @@ class TerminalScreen {
   // Reads the page and carries out its instructions. Throws Failure when it cannot be read.
   void fill(PageContent& content) const;
   void complainUnread(const std::string& page, const Failure& failure) const;
-  bool putUp(const Vars& vars, const std::string& page, zorgui::UIAsyncCallback callback, void* data);
-  bool serve();
+  [[nodiscard]] bool putUp(const Vars& vars, const std::string& page, zorgui::UIAsyncCallback callback, void* data);
+  [[nodiscard]] bool serve();
   void startServer();
   void writeUrl();
   void end();

@@ -10,6 +10,7 @@
 #include <iterator>
 #include <utility>
 
+#include "base/ignore.h"
 #include "platform/linux/zorhtml/html_escape.h"
 
 namespace zorgui {
@@ -155,7 +156,7 @@ class Formatter {
       case 'm':
         return add(conversion.as('m'), 0);  // takes no argument
       case 'n':
-        (void)take<void*>();
+        base::ignore(take<void*>());
         return;  // deliberately stores nothing: a format must not write to memory
       case '%':
         text_ += '%';

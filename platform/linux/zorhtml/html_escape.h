@@ -7,7 +7,7 @@ namespace jxplatform {
 
 // `text` with & < > " ' as entities, fit for an element's content and for a quoted attribute value; a zero byte, which
 // HTML does not allow, becomes a blank. Everything else stays as it is.
-inline std::string escapeHtml(const std::string& text) {
+[[nodiscard]] inline std::string escapeHtml(const std::string& text) {
   std::string html;
   html.reserve(text.size() + text.size() / 8);
   for (const char c : text) {

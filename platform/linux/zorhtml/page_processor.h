@@ -25,6 +25,6 @@ struct ProcessedPage {
 // without a processor, "<?" without a name; an instruction without "?>" also ends the page, since nobody can tell what
 // was meant to be shown. Processors change `vars` for the instructions after them and for the caller. Any thread; calls
 // processors on this one.
-ProcessedPage processPage(const std::string& page, std::map<std::string, std::string>& vars);
+[[nodiscard]] ProcessedPage processPage(const std::string& page, std::map<std::string, std::string>& vars);
 
 }  // namespace jxplatform

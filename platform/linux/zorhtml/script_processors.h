@@ -14,6 +14,6 @@ struct RegisteredProcessor {
 
 // The processor registered for the instruction `name` at this moment. It is called without a lock: a processor may
 // register others, and one that is replaced while it runs ends in its own time. Any thread.
-RegisteredProcessor findScriptProcessor(const std::string& name);
+[[nodiscard]] RegisteredProcessor findScriptProcessor(const std::string& name);
 
 }  // namespace jxplatform

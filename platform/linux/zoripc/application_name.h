@@ -7,6 +7,6 @@ namespace zoripc {
 
 // The bus name of the application `id`: "zoripc.App.a" and the id, every byte outside A-Za-z0-9 written as "_" and two
 // lower-case hexadecimal digits: "_mac" is "zoripc.App.a_5fmac".
-std::string busNameOf(const std::string& id);
+[[nodiscard]] std::string busNameOf(const std::string& id);
 
 }  // namespace zoripc

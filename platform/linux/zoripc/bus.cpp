@@ -97,7 +97,7 @@ struct Bus::Sent {
     const std::unique_ptr<Sent> sent(static_cast<Sent*>(userData));
     if (sent->acknowledged || sent->bus.closed_) return;
     try {
-      sent->bus.mailbox_.postFailure(std::move(sent->notification));
+      base::ignore(sent->bus.mailbox_.postFailure(std::move(sent->notification)));  // one that is refused is lost, too
     } catch (const std::exception&) {
       return;  // a report that there is no memory for is lost; the bus library, which called, must not see it
     }
@@ -111,7 +111,7 @@ Bus::Bus(Mailbox& mailbox)
       wakeFd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
 bool Bus::setId(const std::string& id) {
-  const std::lock_guard<std::mutex> hold(lock_);
+  const std::lock_guard<std::mutex> lock(mutex_);
   if (closed_ || id == id_) return true;
   const bool open = ensureOpen();
   if (open && !id_.empty()) sd_bus_release_name(bus_, busNameOf(id_).c_str());
@@ -122,13 +122,13 @@ bool Bus::setId(const std::string& id) {
     return false;
   }
   // Without a bus as well: the thread is what finds one later.
-  thread_.start([this] { run(); });
+  base::ignore(thread_.start([this] { run(); }));  // where none is to be had, the next use tries again
   wake();
   return true;
 }
 
 int Bus::send(Notification notification) {
-  const std::lock_guard<std::mutex> hold(lock_);
+  const std::lock_guard<std::mutex> lock(mutex_);
   if (closed_ || notification.receiver.empty()) return -EINVAL;
   if (notification.sender.empty()) notification.sender = id_;
   if (!ensureOpen()) return -ENOTCONN;
@@ -176,7 +176,7 @@ bool Bus::ensureOpen() {
     dropRetired();
     return false;
   }
-  if (!id_.empty()) claimName(true);
+  if (!id_.empty()) base::ignore(claimName(true));  // who has it instead has been told
   return true;
 }
 
@@ -221,8 +221,8 @@ void Bus::dropRetired() {
 void Bus::wake() const { eventfd_write(wakeFd_.get(), 1); }
 
 void Bus::run() {
-  std::unique_lock<std::mutex> hold(lock_);
-  while (!closed_) waitForWork(serveGuarded(), hold);
+  std::unique_lock<std::mutex> lock(mutex_);
+  while (!closed_) waitForWork(serveGuarded(), lock);
   flush();
   retire();
   dropRetired();
@@ -254,14 +254,14 @@ int Bus::serve() {
   return 0;
 }
 
-void Bus::waitForWork(int timeoutMs, std::unique_lock<std::mutex>& hold) {
+void Bus::waitForWork(int timeoutMs, std::unique_lock<std::mutex>& lock) {
   std::array<pollfd, 2> entries{{{wakeFd_.get(), POLLIN, 0}, {-1, 0, 0}}};
   if (bus_ != nullptr) entries[1] = {sd_bus_get_fd(bus_), static_cast<short>(sd_bus_get_events(bus_)), 0};
-  hold.unlock();
+  lock.unlock();
   poll(entries.data(), entries.size(), timeoutMs);
   eventfd_t ignored = 0;
   eventfd_read(wakeFd_.get(), &ignored);
-  hold.lock();
+  lock.lock();
 }
 
 void Bus::flush() {
@@ -276,7 +276,7 @@ void Bus::flush() {
 
 void Bus::close(int timeoutMs) {
   {
-    const std::lock_guard<std::mutex> hold(lock_);
+    const std::lock_guard<std::mutex> lock(mutex_);
     closed_ = true;
     wake();
   }

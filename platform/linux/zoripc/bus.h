@@ -33,13 +33,13 @@ class Bus {
   // Takes `id` as this application's: owns its bus name now and after each new connection. An earlier, different id is
   // given up. False when another process has the id, after a line on standard error: this application has none then.
   // One that takes it while there is no connection keeps it: that is told likewise, and this application waits for it.
-  bool setId(const std::string& id);
+  [[nodiscard]] bool setId(const std::string& id);
 
   // Hands a notification to the bus; an empty sender means the id set before. 0 when that was done; a negative error
   // number without a bus, or when the notification is none that the bus carries. Failure to deliver it goes to the
   // mailbox: an error reply, whenever it comes, or the end of the receiver or the bus before any reply. Silence is
   // none.
-  int send(Notification notification);
+  [[nodiscard]] int send(Notification notification);
 
   // Sends what is still waiting, for a bounded time, and ends the connection. Afterwards nothing can be sent.
   void close(int timeoutMs);
@@ -47,21 +47,21 @@ class Bus {
  private:
   struct Sent;
 
-  bool ensureOpen();
-  bool claimName(bool queue);
-  std::string ownerOf(const std::string& name) const;
-  int sendOnce(const Notification& notification);
+  [[nodiscard]] bool ensureOpen();
+  [[nodiscard]] bool claimName(bool queue);
+  [[nodiscard]] std::string ownerOf(const std::string& name) const;
+  [[nodiscard]] int sendOnce(const Notification& notification);
   void retire();
   void dropRetired();
   void wake() const;
   void run();
-  int serve();
-  int serveGuarded();
-  void waitForWork(int timeoutMs, std::unique_lock<std::mutex>& hold);
+  [[nodiscard]] int serve();
+  [[nodiscard]] int serveGuarded();
+  void waitForWork(int timeoutMs, std::unique_lock<std::mutex>& lock);
   void flush();
 
   Mailbox& mailbox_;
-  std::mutex lock_;  // of everything below
+  std::mutex mutex_;  // of everything below
   std::string address_;
   std::string id_;
   Recipient recipient_;

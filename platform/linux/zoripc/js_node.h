@@ -62,10 +62,10 @@ struct JSObject::Node {
 
   // The value of a part of a JSON text: a number, a string or the like at once, an array or object as what was not read
   // yet.
-  static JSObject valueOf(Unread part);
+  [[nodiscard]] static JSObject valueOf(Unread part);
 
   // The whole tree of what was not read yet.
-  static JSObject build(const Unread& unread);
+  [[nodiscard]] static JSObject build(const Unread& unread);
 
   Value content;
   std::unique_ptr<Node> next;  // chains the nodes that wait to be taken apart

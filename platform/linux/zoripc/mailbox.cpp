@@ -36,7 +36,7 @@ void Mailbox::want(const std::string& name, const std::string& sender, Notificat
 void Mailbox::wantFailures(NotificationCallback callback, void* data) { add({0, true, "", "", callback, data}); }
 
 void Mailbox::add(Registration registration) {
-  const std::lock_guard<std::mutex> hold(lock_);
+  const std::lock_guard<std::mutex> lock(mutex_);
   for (const Registration& known : registrations_) {
     if (known.sameAs(registration)) return;
   }
@@ -45,26 +45,26 @@ void Mailbox::add(Registration registration) {
 }
 
 bool Mailbox::unwantFailures(NotificationCallback callback, void* data) {
-  std::unique_lock<std::mutex> hold(lock_);
+  std::unique_lock<std::mutex> lock(mutex_);
   const Registration wanted{0, true, "", "", callback, data};
   const auto found = std::find_if(registrations_.begin(), registrations_.end(),
                                   [&](const Registration& known) { return known.sameAs(wanted); });
   if (found == registrations_.end()) return false;
   const std::uint64_t number = found->number;
   registrations_.erase(found);
-  if (!thread_.isCurrent()) changed_.wait(hold, [&] { return running_ != number; });
+  if (!thread_.isCurrent()) changed_.wait(lock, [&] { return running_ != number; });
   return true;
 }
 
 bool Mailbox::wants(const std::string& name, const std::string& sender) const {
-  const std::lock_guard<std::mutex> hold(lock_);
+  const std::lock_guard<std::mutex> lock(mutex_);
   return std::any_of(registrations_.begin(), registrations_.end(), [&](const Registration& known) {
     return !known.failure && known.name == name && (known.sender.empty() || known.sender == sender);
   });
 }
 
 bool Mailbox::put(Letter letter) {
-  const std::lock_guard<std::mutex> hold(lock_);
+  const std::lock_guard<std::mutex> lock(mutex_);
   if (closed_ || waiting_.size() >= kMaxWaiting || !thread_.start([this] { run(); })) return false;
   waiting_.push_back(std::move(letter));
   changed_.notify_all();
@@ -72,19 +72,19 @@ bool Mailbox::put(Letter letter) {
 }
 
 void Mailbox::run() {
-  std::unique_lock<std::mutex> hold(lock_);
+  std::unique_lock<std::mutex> lock(mutex_);
   for (;;) {
-    changed_.wait(hold, [this] { return closed_ || !waiting_.empty(); });
+    changed_.wait(lock, [this] { return closed_ || !waiting_.empty(); });
     if (closed_) return;
     const Letter letter = std::move(waiting_.front());
     waiting_.pop_front();
-    deliver(letter, hold);
+    deliver(letter, lock);
   }
 }
 
 // Looks each registration up anew, because callbacks and other threads may end one meanwhile; those that are added
 // meanwhile do not get this letter.
-void Mailbox::deliver(const Letter& letter, std::unique_lock<std::mutex>& hold) {
+void Mailbox::deliver(const Letter& letter, std::unique_lock<std::mutex>& lock) {
   const std::uint64_t last = lastNumber_;
   for (std::uint64_t done = 0; !closed_;) {
     const auto next = std::find_if(registrations_.begin(), registrations_.end(), [&](const Registration& known) {
@@ -94,9 +94,9 @@ void Mailbox::deliver(const Letter& letter, std::unique_lock<std::mutex>& hold) 
     done = running_ = next->number;
     const NotificationCallback callback = next->callback;
     void* const data = next->data;
-    hold.unlock();
+    lock.unlock();
     call(callback, data, letter.notification);
-    hold.lock();
+    lock.lock();
     running_ = 0;
     changed_.notify_all();
   }
@@ -104,7 +104,7 @@ void Mailbox::deliver(const Letter& letter, std::unique_lock<std::mutex>& hold) 
 
 void Mailbox::close(int timeoutMs) {
   {
-    const std::lock_guard<std::mutex> hold(lock_);
+    const std::lock_guard<std::mutex> lock(mutex_);
     closed_ = true;
     changed_.notify_all();
   }

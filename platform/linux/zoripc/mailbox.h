@@ -37,15 +37,15 @@ class Mailbox {
 
   // Ends what wantFailures() with the same arguments began, and waits for a callback of it under way, unless called by
   // it. False when there is no such registration.
-  bool unwantFailures(NotificationCallback callback, void* data);
+  [[nodiscard]] bool unwantFailures(NotificationCallback callback, void* data);
 
   // True when somebody wants the notifications `name` from `sender`.
-  bool wants(const std::string& name, const std::string& sender) const;
+  [[nodiscard]] bool wants(const std::string& name, const std::string& sender) const;
 
   // Puts in a notification for its callbacks, or a failure report for theirs. False when it cannot be taken: too many
   // wait, no thread is to be had, or the mailbox has been closed.
-  bool post(Notification notification) { return put({std::move(notification), false}); }
-  bool postFailure(Notification notification) { return put({std::move(notification), true}); }
+  [[nodiscard]] bool post(Notification notification) { return put({std::move(notification), false}); }
+  [[nodiscard]] bool postFailure(Notification notification) { return put({std::move(notification), true}); }
 
   // No callback begins any more. Waits up to `timeoutMs` for one under way.
   void close(int timeoutMs);
@@ -63,16 +63,16 @@ class Mailbox {
     NotificationCallback callback;
     void* data;
 
-    bool matches(const Letter& letter) const;
-    bool sameAs(const Registration& other) const;
+    [[nodiscard]] bool matches(const Letter& letter) const;
+    [[nodiscard]] bool sameAs(const Registration& other) const;
   };
 
   void add(Registration registration);
-  bool put(Letter letter);
+  [[nodiscard]] bool put(Letter letter);
   void run();
-  void deliver(const Letter& letter, std::unique_lock<std::mutex>& hold);
+  void deliver(const Letter& letter, std::unique_lock<std::mutex>& lock);
 
-  mutable std::mutex lock_;
+  mutable std::mutex mutex_;
   std::condition_variable changed_;
   std::vector<Registration> registrations_;
   std::uint64_t lastNumber_ = 0;

@@ -20,6 +20,6 @@ struct Recipient {
   Mailbox& mailbox;
   const std::string& id;  // read while the bus is processed
 };
-int addNotificationObject(sd_bus* bus, Recipient* recipient);
+[[nodiscard]] int addNotificationObject(sd_bus* bus, Recipient* recipient);
 
 }  // namespace zoripc

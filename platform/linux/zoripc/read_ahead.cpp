@@ -4,12 +4,15 @@
 
 #include <cstdlib>
 
+#include "base/ignore.h"
+
 namespace zoripc {
 
 ReadAhead::Room ReadAhead::prepare() {
   begin_ = end_ = 0;
-  if (bulk_ && capacity_ < kLarge) obtain(kLarge);
-  if (data_ == nullptr) obtain(kSmall);
+  // The room tells what was to be had.
+  if (bulk_ && capacity_ < kLarge) base::ignore(obtain(kLarge));
+  if (data_ == nullptr) base::ignore(obtain(kSmall));
   return {data_, capacity_};
 }
 

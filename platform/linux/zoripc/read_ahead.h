@@ -20,7 +20,7 @@ class ReadAhead {
   ~ReadAhead() { release(); }
 
   // Moves up to `size` of the bytes held to `data`; returns how many. Inline: lines are read a byte at a time.
-  std::size_t take(void* data, std::size_t size) {
+  [[nodiscard]] std::size_t take(void* data, std::size_t size) {
     const std::size_t count = std::min(size, end_ - begin_);
     if (count == 1) {
       *static_cast<unsigned char*>(data) = data_[begin_];
@@ -37,7 +37,7 @@ class ReadAhead {
     unsigned char* data;
     std::size_t size;
   };
-  Room prepare();
+  [[nodiscard]] Room prepare();
 
   // Tells that `count` bytes have been put into the room.
   void received(std::size_t count);
@@ -52,7 +52,7 @@ class ReadAhead {
   void release();
 
  private:
-  bool obtain(std::size_t size);
+  [[nodiscard]] bool obtain(std::size_t size);
 
   unsigned char* data_ = nullptr;
   std::size_t capacity_ = 0;

@@ -16,7 +16,7 @@ class SendGather {
   ~SendGather() { release(); }
 
   // Appends all of it, or nothing and returns false when there is no room or no memory.
-  bool append(const void* data, std::size_t size);
+  [[nodiscard]] bool append(const void* data, std::size_t size);
 
   const unsigned char* data() const { return data_ + begin_; }
   std::size_t size() const { return end_ - begin_; }
@@ -32,7 +32,7 @@ class SendGather {
   void release();
 
  private:
-  bool reserve(std::size_t needed);
+  [[nodiscard]] bool reserve(std::size_t needed);
 
   unsigned char* data_ = nullptr;
   std::size_t capacity_ = 0;

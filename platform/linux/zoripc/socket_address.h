@@ -7,6 +7,6 @@ namespace zoripc {
 
 // "ADDRESS:PORT" of the socket's local end, IPv6 addresses in brackets, IPv4 ones plain even on an IPv6 socket; empty
 // when there is none.
-std::string localAddressOf(int fd);
+[[nodiscard]] std::string localAddressOf(int fd);
 
 }  // namespace zoripc

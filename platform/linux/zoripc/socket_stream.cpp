@@ -94,7 +94,7 @@ std::size_t SocketStream::receiveInto(void* data, std::size_t size) {
 // not be able to stop both ends.
 bool SocketStream::waitForInput(const base::Deadline& deadline) {
   for (;;) {
-    if (!out_.empty()) sendOnce(nullptr, 0);
+    if (!out_.empty()) base::ignore(sendOnce(nullptr, 0));  // nothing beside what was gathered
     const bool yielding = holdsIdleMemory();
     const int timeoutMs = yielding ? deadline.remainingMs(kIdleMs) : deadline.remainingMs();
     short happened = 0;
@@ -180,7 +180,8 @@ void SocketStream::close() {
   ahead_.release();
   const base::Deadline deadline(kCloseMs);
   closing_ = true;
-  if (!out_.empty() && !writeFailed_) sendAll(nullptr, 0, kCloseMs, deadline);
+  // What cannot be sent is lost with the connection.
+  if (!out_.empty() && !writeFailed_) base::ignore(sendAll(nullptr, 0, kCloseMs, deadline));
   if (!ended_ && !failed() && shutdown(fd(), SHUT_WR) == 0) drain(deadline, used_ ? kCloseSilenceMs : 0);
   base::ignore(socket_.close());  // nobody is left to be told
 }

@@ -33,9 +33,9 @@ class SocketStream {
   ~SocketStream() { close(); }
 
   int fd() const { return socket_.get(); }
-  bool readExact(void* data, std::size_t size, int timeoutMs, int gapTimeoutMs);
-  std::size_t read(void* data, std::size_t size, int timeoutMs);
-  bool write(const void* data, std::size_t size);
+  [[nodiscard]] bool readExact(void* data, std::size_t size, int timeoutMs, int gapTimeoutMs);
+  [[nodiscard]] std::size_t read(void* data, std::size_t size, int timeoutMs);
+  [[nodiscard]] bool write(const void* data, std::size_t size);
   bool closed() const { return ended_; }
   bool failed() const { return readFailed_ || writeFailed_; }
 
@@ -43,15 +43,15 @@ class SocketStream {
   void reset(base::Descriptor socket);
 
  private:
-  std::size_t receive(void* data, std::size_t size);
-  std::size_t receiveInto(void* data, std::size_t size);
-  std::size_t readSome(void* data, std::size_t size, const base::Deadline& deadline);
-  bool waitForInput(const base::Deadline& deadline);
-  bool pollOnce(short events, int timeoutMs, short& happened);
+  [[nodiscard]] std::size_t receive(void* data, std::size_t size);
+  [[nodiscard]] std::size_t receiveInto(void* data, std::size_t size);
+  [[nodiscard]] std::size_t readSome(void* data, std::size_t size, const base::Deadline& deadline);
+  [[nodiscard]] bool waitForInput(const base::Deadline& deadline);
+  [[nodiscard]] bool pollOnce(short events, int timeoutMs, short& happened);
   bool holdsIdleMemory() const { return out_.empty() && (ahead_.idle() || out_.idle()); }
   void releaseIdleMemory();
-  std::size_t sendOnce(const void* data, std::size_t size);
-  bool sendAll(const void* data, std::size_t size, int stallMs, const base::Deadline& deadline);
+  [[nodiscard]] std::size_t sendOnce(const void* data, std::size_t size);
+  [[nodiscard]] bool sendAll(const void* data, std::size_t size, int stallMs, const base::Deadline& deadline);
   void close();
   void drain(const base::Deadline& deadline, int silenceMs);
 

@@ -12,7 +12,7 @@
 namespace zoripc {
 
 struct WorkerThread::End {
-  std::mutex lock;
+  std::mutex mutex;
   std::condition_variable reached;
   bool over = false;
 };
@@ -27,7 +27,7 @@ bool WorkerThread::start(std::function<void()> body) {
   try {
     thread_ = std::thread([run = std::move(body), end = end_] {
       run();
-      const std::lock_guard<std::mutex> hold(end->lock);
+      const std::lock_guard<std::mutex> lock(end->mutex);
       end->over = true;
       end->reached.notify_all();
     });
@@ -40,10 +40,10 @@ bool WorkerThread::start(std::function<void()> body) {
 
 void WorkerThread::finish(int timeoutMs) {
   if (!started()) return;
-  std::unique_lock<std::mutex> hold(end_->lock);
-  const bool over = !isCurrent() && end_->reached.wait_for(hold, std::chrono::milliseconds(timeoutMs),
+  std::unique_lock<std::mutex> lock(end_->mutex);
+  const bool over = !isCurrent() && end_->reached.wait_for(lock, std::chrono::milliseconds(timeoutMs),
                                                            [end = end_.get()] { return end->over; });
-  hold.unlock();
+  lock.unlock();
   if (over) {
     thread_.join();
   } else {

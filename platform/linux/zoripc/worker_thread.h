@@ -12,7 +12,7 @@ namespace zoripc {
 class WorkerThread {
  public:
   // Starts it unless it has been started. False when the system gives no thread.
-  bool start(std::function<void()> body);
+  [[nodiscard]] bool start(std::function<void()> body);
 
   bool started() const { return thread_.joinable(); }
 

@@ -24,11 +24,11 @@ constexpr std::int64_t kLargestSponsorNumber = 999'999;
 //   18+distance   the name, not terminated
 //
 // `number` is 0 to kLargestSponsorNumber.
-DiagnosticRecord makeDiagnosticRecord(const std::vector<unsigned char>& identifier, std::int64_t number,
-                                      const std::string& name);
+[[nodiscard]] DiagnosticRecord makeDiagnosticRecord(const std::vector<unsigned char>& identifier, std::int64_t number,
+                                                    const std::string& name);
 
 // The sponsor's record; nothing when its identifier or number is not known or fits no record: an identifier of other
 // than an even number of hexadecimal digits, a number of more than six digits or below 0. An unknown name is empty.
-std::optional<DiagnosticRecord> makeSponsorRecord(const Sponsor& sponsor);
+[[nodiscard]] std::optional<DiagnosticRecord> makeSponsorRecord(const Sponsor& sponsor);
 
 }  // namespace jxplatform

@@ -22,15 +22,15 @@ class AnswerHead {
   };
 
   // Takes `bytes`; those behind the head do not count. Once the state is not kIncomplete it stays.
-  State take(std::string_view bytes);
+  [[nodiscard]] State take(std::string_view bytes);
 
   int status() const { return status_; }                 // 200 to 999
   const std::string& reason() const { return reason_; }  // as it was sent; may be empty
 
  private:
-  State takeByte(char byte);
-  State endLine();
-  bool readStatusLine();
+  [[nodiscard]] State takeByte(char byte);
+  [[nodiscard]] State endLine();
+  [[nodiscard]] bool readStatusLine();
 
   State state_ = State::kIncomplete;
   std::size_t taken_ = 0;

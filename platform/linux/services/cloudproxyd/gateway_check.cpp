@@ -12,6 +12,7 @@
 
 #include "base/deadline.h"
 #include "base/descriptor.h"
+#include "base/ignore.h"
 
 namespace cloudproxyd {
 
@@ -27,7 +28,7 @@ struct GatewayChecker::Checks {
     }
     done = nullptr;
     OPENSSL_thread_stop();
-    const std::lock_guard<std::mutex> hold(lock);
+    const std::lock_guard<std::mutex> lock(mutex);
     --underWay;
     changed.notify_all();
   }
@@ -43,7 +44,7 @@ struct GatewayChecker::Checks {
   Gateway gateway;
   int timeoutMs = 0;
   base::Descriptor breakFd{eventfd(0, EFD_CLOEXEC)};  // readable once no check is to go on
-  std::mutex lock;                                    // of everything below
+  std::mutex mutex;                                   // of everything below
   std::condition_variable changed;
   int underWay = 0;
   bool finished = false;
@@ -54,10 +55,11 @@ GatewayChecker::GatewayChecker(Gateway gateway, int timeoutMs) : checks_(std::ma
   checks_->timeoutMs = timeoutMs;
 }
 
-GatewayChecker::~GatewayChecker() { finish(0); }
+// What still runs has its share of the checks.
+GatewayChecker::~GatewayChecker() { base::ignore(finish(0)); }
 
 bool GatewayChecker::start(Done done) {
-  const std::lock_guard<std::mutex> hold(checks_->lock);
+  const std::lock_guard<std::mutex> lock(checks_->mutex);
   if (checks_->finished || checks_->underWay >= kMaxChecks) return false;
   try {
     std::thread([checks = checks_, done = std::move(done)]() mutable { checks->run(std::move(done)); }).detach();
@@ -69,10 +71,10 @@ bool GatewayChecker::start(Done done) {
 }
 
 bool GatewayChecker::finish(int timeoutMs) {
-  std::unique_lock<std::mutex> hold(checks_->lock);
+  std::unique_lock<std::mutex> lock(checks_->mutex);
   checks_->finished = true;
   eventfd_write(checks_->breakFd.get(), 1);
-  return checks_->changed.wait_for(hold, std::chrono::milliseconds(timeoutMs),
+  return checks_->changed.wait_for(lock, std::chrono::milliseconds(timeoutMs),
                                    [this] { return checks_->underWay == 0; });
 }
 

@@ -27,11 +27,11 @@ class GatewayChecker {
 
   // Begins a check and returns; `done` is called once when it has ended, within the time-out. False when no more can
   // begin; then it is not called.
-  bool start(Done done);
+  [[nodiscard]] bool start(Done done);
 
   // Breaks off what is under way, which is then answered so, lets nothing more begin, and waits at most `timeoutMs` for
   // all of it to end. False when a thread still runs, because what it calls back does.
-  bool finish(int timeoutMs);
+  [[nodiscard]] bool finish(int timeoutMs);
 
  private:
   struct Checks;

@@ -28,6 +28,6 @@ struct GatewayAnswer {
 // valid now, chain to one of the trusted authorities and be for the gateway's host; before that nothing is sent to it.
 // Blocks, but no longer than until `deadline` has come or `breakFd` has become readable. The process must ignore
 // SIGPIPE. Throws nothing but for want of memory.
-GatewayAnswer askGateway(const Gateway& gateway, const base::Deadline& deadline, int breakFd);
+[[nodiscard]] GatewayAnswer askGateway(const Gateway& gateway, const base::Deadline& deadline, int breakFd);
 
 }  // namespace cloudproxyd

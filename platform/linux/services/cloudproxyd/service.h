@@ -40,9 +40,9 @@ class Service {
   void take(const zoripc::JSObject& message, const Reply& reply);
 
  private:
-  zoripc::JSObject info() const;
-  zoripc::JSObject readConfig() const;
-  zoripc::JSObject writeConfig(const zoripc::JSObject& request);
+  [[nodiscard]] zoripc::JSObject info() const;
+  [[nodiscard]] zoripc::JSObject readConfig() const;
+  [[nodiscard]] zoripc::JSObject writeConfig(const zoripc::JSObject& request);
   void check(const Reply& reply);
   void setLogLevel(const zoripc::JSObject& level);
   void change(Settings settings);

@@ -27,13 +27,13 @@ struct Settings {
 
 // The environments of a terminal of the type `deviceType`: a production device has its certificate for the production
 // environment, another one for the others.
-Environments usualEnvironments(const std::string& deviceType);
+[[nodiscard]] Environments usualEnvironments(const std::string& deviceType);
 
 // The environment `name`, or null.
-const Environment* findEnvironment(const Environments& environments, const std::string& name);
+[[nodiscard]] const Environment* findEnvironment(const Environments& environments, const std::string& name);
 
 // True when any environment has the certificate of the extended authentication.
-bool supportsAuthEx(const Environments& environments);
+[[nodiscard]] bool supportsAuthEx(const Environments& environments);
 
 // Throws Failure when `settings` are not possible with these environments. Extended authentication needs its
 // certificate; without it the environment needs another certificate, or none at all.
@@ -41,6 +41,6 @@ void checkSettings(const Settings& settings, const Environments& environments);
 
 // The settings of a proxy that has not been set up: the first environment, with extended authentication where it has
 // no other certificate.
-Settings initialSettings(const Environments& environments);
+[[nodiscard]] Settings initialSettings(const Environments& environments);
 
 }  // namespace cloudproxyd

@@ -32,9 +32,11 @@ std::vector<std::string> applicationsIn(const std::string& directory) {
   return names;
 }
 
-std::string readManifest(const std::string& path) {
+std::string manifestOf(const std::string& application) { return "apps/" + application + "/manifest.json"; }
+
+std::string readManifest(const std::string& root, const std::string& file) {
   std::string text;
-  if (base::readRegularFile(path, kMaxManifestBytes, text)) return text;
+  if (base::readRegularFile(root + '/' + file, kMaxManifestBytes, text)) return text;
   if (errno == EFBIG) throw Failure("larger than 16 MiB");
   throw Failure(errno == EINVAL ? "not a regular file" : base::errorText(errno));
 }
@@ -62,9 +64,9 @@ std::vector<std::string> scanManifests(const std::string& root) {
   std::vector<std::string> lines;
   std::vector<std::string> errors;
   for (const std::string& name : applicationsIn(root + "/apps")) {
-    const std::string file = "apps/" + name + "/manifest.json";
+    const std::string file = manifestOf(name);
     try {
-      lines.push_back(base::printable(describe(name, readManifest(root + '/' + file))));
+      lines.push_back(base::printable(describe(name, readManifest(root, file))));
     } catch (const Failure& failure) {
       errors.push_back(errorLine(file, failure));
     }

@@ -9,6 +9,6 @@ namespace controllerd {
 // A line each: "NAME VERSION" for a manifest that can be read, in the order of the names' bytes, and then
 // "Error: apps/NAME/manifest.json: REASON" for each that cannot. Bytes outside printable ASCII are shown as "?", so
 // that a line is a line. Empty where nothing is installed. `root` is the platform's root; blocks on its files.
-std::vector<std::string> scanManifests(const std::string& root);
+[[nodiscard]] std::vector<std::string> scanManifests(const std::string& root);
 
 }  // namespace controllerd

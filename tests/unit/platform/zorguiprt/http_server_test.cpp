@@ -19,6 +19,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/ignore.h"
 #include "platform/linux/support/failure.h"
 #include "platform/linux/zorguiprt/connection_threads.h"
 #include "tests/support/no_memory.h"
@@ -198,7 +199,7 @@ TEST(HttpServer, PortInUse_IsToldAndFreeOnceItsServerIsGone) {
   auto server = std::make_unique<HttpServer>(handler);
   address.port = server->listen(address);
   try {
-    static_cast<void>(HttpServer(handler).listen(address));
+    base::ignore(HttpServer(handler).listen(address));
     FAIL() << "two servers listen at one port";
   } catch (const jxplatform::Failure& failure) {
     EXPECT_STREQ(failure.what(), "Address already in use");
@@ -215,7 +216,7 @@ TEST(ConnectionThreads, ConnectionThatThrows_LeavesItsPlace) {
     throw std::bad_alloc();
   };
   const int many = static_cast<int>(2 * ConnectionThreads::kMostConnections);
-  for (int i = 0; i < many; ++i) threads.run(connection);
+  for (int i = 0; i < many; ++i) EXPECT_TRUE(threads.run(connection));
   EXPECT_TRUE(threads.finish(kLong));
   EXPECT_EQ(begun, many);
 }
@@ -224,10 +225,10 @@ TEST(ConnectionThreads, ConnectionThatGoesOn_IsWaitedForInTheEnd) {
   ConnectionThreads threads;
   std::promise<void> release;
   std::atomic<bool> ended{false};
-  threads.run([&] {
+  EXPECT_TRUE(threads.run([&] {
     release.get_future().wait();
     ended = true;
-  });
+  }));
   EXPECT_FALSE(threads.finish(milliseconds(0)));
   EXPECT_FALSE(ended);
   release.set_value();
@@ -240,7 +241,7 @@ TEST(ConnectionThreads, NoThreadToBeHad_RunsOnTheCallers) {
   std::thread::id ran;
   {
     const NoThreads shortage;
-    threads.run([&] { ran = std::this_thread::get_id(); });
+    EXPECT_TRUE(threads.run([&] { ran = std::this_thread::get_id(); }));
   }
   EXPECT_EQ(ran, std::this_thread::get_id());
   EXPECT_TRUE(threads.finish(milliseconds(0)));
@@ -254,9 +255,10 @@ TEST(ConnectionThreads, NoMemoryForAThread_RunsOnTheCallers) {
     std::promise<std::thread::id> ran;
     std::function<void()> connection = [&] { ran.set_value(std::this_thread::get_id()); };
     noMemory::after(served);
-    threads.run(std::move(connection));
+    const bool isRun = threads.run(std::move(connection));
     met = noMemory::met();
     noMemory::after(-1);
+    EXPECT_TRUE(isRun);
     ++served;
     onCallers += ran.get_future().get() == std::this_thread::get_id();
   }

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "base/ignore.h"
 #include "tests/support/platform_root.h"
 
 using jxplatform::contentType;
@@ -60,10 +61,10 @@ TEST_F(Folder, PathsThatLeaveIt_AreMissing) {
        {"../outside.html", "sub/../page.html", "sub/../../outside.html", "..", ".", "", "/", "/etc/passwd",
         "//page.html", "sub//deeper/image.png", "sub/", "./page.html", ".hidden", "page.html/"}) {
     write(".hidden", "hidden");
-    EXPECT_THROW(static_cast<void>(files.read(path)), PageFiles::Missing) << path;
+    EXPECT_THROW(base::ignore(files.read(path)), PageFiles::Missing) << path;
   }
-  EXPECT_THROW(static_cast<void>(files.read(std::string("page.html\0.png", 14))), PageFiles::Missing);
-  EXPECT_THROW(static_cast<void>(files.read(std::string(5000, 'a'))), PageFiles::Missing);
+  EXPECT_THROW(base::ignore(files.read(std::string("page.html\0.png", 14))), PageFiles::Missing);
+  EXPECT_THROW(base::ignore(files.read(std::string(5000, 'a'))), PageFiles::Missing);
 }
 
 TEST_F(Folder, SymbolicLinks_AreMissing) {
@@ -71,7 +72,7 @@ TEST_F(Folder, SymbolicLinks_AreMissing) {
   fs::create_symlink("page.html", folder + "/inner.html");
   fs::create_directory_symlink("/etc", folder + "/etc");
   for (const char* const path : {"link.html", "inner.html", "etc/passwd"}) {
-    EXPECT_THROW(static_cast<void>(files.read(path)), PageFiles::Missing) << path;
+    EXPECT_THROW(base::ignore(files.read(path)), PageFiles::Missing) << path;
   }
 }
 
@@ -80,7 +81,7 @@ TEST_F(Folder, FoldersAndPipes_AreMissing) {
   EXPECT_EQ(reasonOf("pipe.html"), "missing: No such file or directory");
   EXPECT_EQ(reasonOf("sub"), "missing: Is a directory");
   EXPECT_EQ(reasonOf("missing.html"), "missing: No such file or directory");
-  EXPECT_THROW(static_cast<void>(files.read("page.html/more")), PageFiles::Missing);
+  EXPECT_THROW(base::ignore(files.read("page.html/more")), PageFiles::Missing);
 }
 
 TEST_F(Folder, FileThatIsTooLarge_IsUnreadable) {
@@ -90,7 +91,7 @@ TEST_F(Folder, FileThatIsTooLarge_IsUnreadable) {
 }
 
 TEST_F(Folder, FolderThatIsMissing_HasNoFiles) {
-  EXPECT_THROW(static_cast<void>(PageFiles(folder + "/none").read("page.html")), PageFiles::Missing);
+  EXPECT_THROW(base::ignore(PageFiles(folder + "/none").read("page.html")), PageFiles::Missing);
 }
 
 TEST_F(Folder, Environment_NamesTheFolder) {

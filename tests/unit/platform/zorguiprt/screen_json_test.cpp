@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "base/ignore.h"
 #include "platform/linux/support/failure.h"
 
 using jxplatform::kLargestId;
@@ -18,7 +19,7 @@ namespace {
 
 std::string refusalOf(const std::string& body) {
   try {
-    static_cast<void>(parseResult(body));
+    base::ignore(parseResult(body));
     return "accepted";
   } catch (const jxplatform::Failure& failure) {
     return failure.what();

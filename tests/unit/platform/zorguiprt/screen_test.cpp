@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "base/ignore.h"
 #include "tests/unit/platform/zorguiprt/listener.h"
 
 using jxplatform::PageResult;
@@ -276,14 +277,14 @@ TEST_F(ScreenTest, PagesFromManyThreads_EachEndOnce) {
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([this, &ended] {
       for (int round = 0; round < 50; ++round) {
-        screen.waitForResult(screen.showSynchronous({"sync.html", {}, ""}), nullptr, nullptr);
+        base::ignore(screen.waitForResult(screen.showSynchronous({"sync.html", {}, ""}), nullptr, nullptr));
         ++ended;
       }
     });
   }
   // Whoever shows last is alone on screen and gets its result from here.
   while (ended < 200) {
-    screen.post(lastId, resultOf(1));
+    base::ignore(screen.post(lastId, resultOf(1)));
     std::this_thread::yield();
   }
   for (auto& thread : threads) thread.join();

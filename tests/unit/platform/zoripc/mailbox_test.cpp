@@ -62,9 +62,9 @@ TEST_F(MailboxTest, OtherNamesAndSenders_AreNotWanted) {
   EXPECT_TRUE(mailbox_.wants("Name", "friend"));
   EXPECT_FALSE(mailbox_.wants("Name", "stranger"));
   EXPECT_FALSE(mailbox_.wants("Other", "friend"));
-  mailbox_.post(letter("Name", "stranger"));
-  mailbox_.post(letter("Other", "friend"));
-  mailbox_.post(letter("Name", "friend"));
+  EXPECT_TRUE(mailbox_.post(letter("Name", "stranger")));
+  EXPECT_TRUE(mailbox_.post(letter("Other", "friend")));
+  EXPECT_TRUE(mailbox_.post(letter("Name", "friend")));
   EXPECT_THAT(recorder_.wait(1), ElementsAre("friend>me Name 1 7"));
 }
 
@@ -81,7 +81,7 @@ TEST_F(MailboxTest, RepeatedRegistration_IsOne) {
   mailbox_.want("Name", "", Recorder::callback, &recorder_);
   Recorder other;
   mailbox_.want("Name", "", Recorder::callback, &other);
-  mailbox_.post(letter("Name"));
+  EXPECT_TRUE(mailbox_.post(letter("Name")));
   other.wait(1);
   EXPECT_THAT(recorder_.lines(), ElementsAre("x>me Name 1 7"));
 }
@@ -90,7 +90,7 @@ TEST_F(MailboxTest, FailureReports_GoToTheirOwnCallbacks) {
   Recorder failures;
   mailbox_.want("Name", "", Recorder::callback, &recorder_);
   mailbox_.wantFailures(Recorder::callback, &failures);
-  mailbox_.postFailure(letter("Name", "me", 5));
+  EXPECT_TRUE(mailbox_.postFailure(letter("Name", "me", 5)));
   EXPECT_THAT(failures.wait(1), ElementsAre("me>me Name 5 7"));
   EXPECT_TRUE(recorder_.lines().empty());
   EXPECT_FALSE(mailbox_.wants("Other", ""));
@@ -107,8 +107,8 @@ TEST_F(MailboxTest, EndedRegistration_IsNotCalled) {
   Recorder other;
   mailbox_.wantFailures(Recorder::callback, &recorder_);
   mailbox_.wantFailures(Recorder::callback, &other);
-  mailbox_.unwantFailures(Recorder::callback, &recorder_);
-  mailbox_.postFailure(letter("Name"));
+  EXPECT_TRUE(mailbox_.unwantFailures(Recorder::callback, &recorder_));
+  EXPECT_TRUE(mailbox_.postFailure(letter("Name")));
   other.wait(1);
   EXPECT_TRUE(recorder_.lines().empty());
 }
@@ -116,12 +116,12 @@ TEST_F(MailboxTest, EndedRegistration_IsNotCalled) {
 TEST_F(MailboxTest, Ending_WaitsForTheCallbackUnderWay) {
   Gate gate;
   mailbox_.wantFailures(Gate::callback, &gate);
-  mailbox_.postFailure(letter("Name"));
+  EXPECT_TRUE(mailbox_.postFailure(letter("Name")));
   gate.entered.get_future().wait();
   std::atomic<bool> opened{false};
   std::atomic<bool> early{false};
   std::thread ending([&] {
-    mailbox_.unwantFailures(Gate::callback, &gate);
+    EXPECT_TRUE(mailbox_.unwantFailures(Gate::callback, &gate));
     early = !opened;
   });
   std::this_thread::yield();
@@ -142,15 +142,15 @@ TEST_F(MailboxTest, Callback_CanEndItsOwnRegistration) {
     }
   } self{&mailbox_, {}};
   mailbox_.wantFailures(Self::callback, &self);
-  mailbox_.postFailure(letter("Name"));
+  EXPECT_TRUE(mailbox_.postFailure(letter("Name")));
   EXPECT_TRUE(self.ended.get_future().get());
 }
 
 TEST_F(MailboxTest, ThrowingCallback_DoesNotHurtTheNext) {
   mailbox_.want("Name", "", throwing, nullptr);
   mailbox_.want("Name", "", Recorder::callback, &recorder_);
-  mailbox_.post(letter("Name"));
-  mailbox_.post(letter("Name"));
+  EXPECT_TRUE(mailbox_.post(letter("Name")));
+  EXPECT_TRUE(mailbox_.post(letter("Name")));
   EXPECT_EQ(recorder_.wait(2).size(), 2U);
 }
 
@@ -158,7 +158,7 @@ TEST_F(MailboxTest, TooManyWaiting_AreRefusedAndTheOthersDelivered) {
   Gate gate;
   mailbox_.wantFailures(Gate::callback, &gate);
   mailbox_.want("Name", "", Recorder::callback, &recorder_);
-  mailbox_.postFailure(letter("Name"));
+  EXPECT_TRUE(mailbox_.postFailure(letter("Name")));
   gate.entered.get_future().wait();
   for (std::size_t i = 0; i < Mailbox::kMaxWaiting; ++i) ASSERT_TRUE(mailbox_.post(letter("Name")));
   EXPECT_FALSE(mailbox_.post(letter("Name")));
@@ -169,7 +169,7 @@ TEST_F(MailboxTest, TooManyWaiting_AreRefusedAndTheOthersDelivered) {
 
 TEST_F(MailboxTest, Closed_TakesNothingMore) {
   mailbox_.want("Name", "", Recorder::callback, &recorder_);
-  mailbox_.post(letter("Name"));
+  EXPECT_TRUE(mailbox_.post(letter("Name")));
   recorder_.wait(1);
   mailbox_.close(kLongMs);
   EXPECT_FALSE(mailbox_.post(letter("Name")));
