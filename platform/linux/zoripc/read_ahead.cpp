@@ -2,11 +2,35 @@
 
 #include <sys/mman.h>
 
+#include <atomic>
 #include <cstdlib>
 
 #include "base/ignore.h"
 
 namespace zoripc {
+
+namespace {
+
+// The large buffer that was given back last. Memory that is mapped anew has each of its pages faulted in and zeroed,
+// which cost an upload of 64 KiB a quarter of its time.
+std::atomic<unsigned char*> spare{nullptr};
+
+// Bulk memory is mapped rather than allocated, so that giving it back really returns its pages to the system.
+unsigned char* obtainLarge() {
+  unsigned char* const kept = spare.exchange(nullptr, std::memory_order_acquire);
+  if (kept != nullptr) return kept;
+  void* const made = mmap(nullptr, ReadAhead::kLarge, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  return made == MAP_FAILED ? nullptr : static_cast<unsigned char*>(made);
+}
+
+void releaseLarge(unsigned char* memory) {
+  unsigned char* none = nullptr;
+  if (!spare.compare_exchange_strong(none, memory, std::memory_order_release, std::memory_order_relaxed)) {
+    munmap(memory, ReadAhead::kLarge);
+  }
+}
+
+}  // namespace
 
 ReadAhead::Room ReadAhead::prepare() {
   begin_ = end_ = 0;
@@ -21,27 +45,20 @@ void ReadAhead::received(std::size_t count) {
   if (count == capacity_) bulk_ = true;
 }
 
-// Bulk memory is mapped rather than allocated, so that giving it back really returns its pages to the system.
 bool ReadAhead::obtain(std::size_t size) {
-  void* memory = nullptr;
-  if (size == kLarge) {
-    memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (memory == MAP_FAILED) return false;
-  } else {
-    memory = std::malloc(size);
-    if (memory == nullptr) return false;
-  }
+  auto* const memory = size == kLarge ? obtainLarge() : static_cast<unsigned char*>(std::malloc(size));
+  if (memory == nullptr) return false;
   const bool bulk = bulk_;
   release();
   bulk_ = bulk;
-  data_ = static_cast<unsigned char*>(memory);
+  data_ = memory;
   capacity_ = size;
   return true;
 }
 
 void ReadAhead::release() {
   if (capacity_ == kLarge) {
-    munmap(data_, capacity_);
+    releaseLarge(data_);
   } else {
     std::free(data_);
   }

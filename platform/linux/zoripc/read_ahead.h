@@ -8,7 +8,8 @@
 namespace zoripc {
 
 // A buffer that is small for a conversation, large for bulk, and nothing while the stream is idle: with a thousand idle
-// connections each byte kept here counts a thousand times. No operation throws.
+// connections each byte kept here counts a thousand times. The process keeps one large one that nobody uses. No
+// operation throws; one object has one thread, other objects may have others.
 class ReadAhead {
  public:
   static constexpr std::size_t kSmall = 2048;
@@ -19,16 +20,23 @@ class ReadAhead {
   ReadAhead& operator=(const ReadAhead&) = delete;
   ~ReadAhead() { release(); }
 
-  // Moves up to `size` of the bytes held to `data`; returns how many. Inline: lines are read a byte at a time.
+  // Moves `size` of the bytes held to `data`; false, and none, when fewer are held. Inline: lines are read a byte at a
+  // time.
+  [[nodiscard]] bool takeAll(void* data, std::size_t size) {
+    if (size > end_ - begin_) return false;
+    if (size == 1) {
+      *static_cast<unsigned char*>(data) = data_[begin_];
+    } else if (size > 0) {
+      std::memcpy(data, data_ + begin_, size);
+    }
+    begin_ += size;
+    return true;
+  }
+
+  // Moves up to `size` of the bytes held to `data`; returns how many.
   [[nodiscard]] std::size_t take(void* data, std::size_t size) {
     const std::size_t count = std::min(size, end_ - begin_);
-    if (count == 1) {
-      *static_cast<unsigned char*>(data) = data_[begin_];
-    } else if (count > 0) {
-      std::memcpy(data, data_ + begin_, count);
-    }
-    begin_ += count;
-    return count;
+    return takeAll(data, count) ? count : 0;
   }
 
   // Room to receive into; valid until the next call of prepare() or release(). Only when every byte has been taken. The

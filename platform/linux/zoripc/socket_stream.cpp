@@ -2,6 +2,7 @@
 
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 
 #include <algorithm>
 #include <array>
@@ -21,10 +22,9 @@ bool wouldBlock(int error) { return error == EAGAIN || error == EWOULDBLOCK; }
 
 }  // namespace
 
-bool SocketStream::readExact(void* data, std::size_t size, int timeoutMs, int gapTimeoutMs) {
+bool SocketStream::receiveExact(void* data, std::size_t size, int timeoutMs, int gapTimeoutMs) {
   auto* bytes = static_cast<unsigned char*>(data);
   std::size_t got = ahead_.take(bytes, size);
-  if (got == size) return true;
   const base::Deadline whole(timeoutMs);
   while (got < size) {
     const int limitMs = got > 0 && gapTimeoutMs >= 0 ? whole.remainingMs(gapTimeoutMs) : whole.remainingMs();
@@ -37,9 +37,9 @@ bool SocketStream::readExact(void* data, std::size_t size, int timeoutMs, int ga
 }
 
 std::size_t SocketStream::read(void* data, std::size_t size, int timeoutMs) {
+  if (ahead_.takeAll(data, size)) return size;
   auto* bytes = static_cast<unsigned char*>(data);
   std::size_t got = ahead_.take(bytes, size);
-  if (got == size) return got;
   const base::Deadline whole(timeoutMs);
   while (got < size) {
     const std::size_t count = readSome(bytes + got, size - got, whole);
@@ -55,7 +55,9 @@ std::size_t SocketStream::readSome(void* data, std::size_t size, const base::Dea
   used_ = true;
   bool look = out_.empty();  // what answers the bytes that are sent first cannot be there yet
   while (!ended_ && !readFailed_) {
-    const std::size_t count = look ? receive(data, size) : 0;
+    if (!out_.empty()) sendOnce(nullptr, 0);
+    const bool waiting = out_.empty() && mayWait(deadline.remainingMs(kIdleMs));
+    const std::size_t count = look || waiting ? receive(data, size, waiting) : 0;
     if (count > 0) return count;
     if (ended_ || readFailed_ || !waitForInput(deadline)) break;
     look = true;
@@ -65,30 +67,36 @@ std::size_t SocketStream::readSome(void* data, std::size_t size, const base::Dea
 
 // What is there now, up to `size`; the rest of it goes into the read-ahead. A read that is no smaller than the
 // read-ahead goes straight to its destination, as does one for which there is no memory.
-std::size_t SocketStream::receive(void* data, std::size_t size) {
+std::size_t SocketStream::receive(void* data, std::size_t size, bool waiting) {
   const ReadAhead::Room room = ahead_.prepare();
   if (room.size > size) {
-    ahead_.received(receiveInto(room.data, room.size));
+    ahead_.received(receiveInto(room.data, room.size, waiting));
     return ahead_.take(data, size);
   }
-  const std::size_t count = receiveInto(data, size);
+  const std::size_t count = receiveInto(data, size, waiting);
   if (count == size) ahead_.expectBulk();
   return count;
 }
 
-std::size_t SocketStream::receiveInto(void* data, std::size_t size) {
-  for (;;) {
-    const ssize_t count = recv(fd(), data, size, MSG_DONTWAIT);
-    if (count > 0) return static_cast<std::size_t>(count);
-    if (count == 0) {
-      ended_ = true;
-      return 0;
-    }
-    if (errno == EINTR) continue;
-    if (!wouldBlock(errno)) readFailed_ = true;
-    return 0;
+// With `waiting`, what comes within kIdleMs. Nothing when a signal comes first.
+std::size_t SocketStream::receiveInto(void* data, std::size_t size, bool waiting) {
+  const ssize_t count = recv(fd(), data, size, waiting ? 0 : MSG_DONTWAIT);
+  if (count > 0) return static_cast<std::size_t>(count);
+  if (count == 0) {
+    ended_ = true;
+  } else if (errno != EINTR && !wouldBlock(errno)) {
+    readFailed_ = true;
   }
+  return 0;
 }
+
+void SocketStream::waitInReads() {
+  const timeval limit{0, suseconds_t{kIdleMs} * 1000};
+  waitsInReads_ = setsockopt(fd(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) == 0;
+}
+
+// Whether the receiving call may wait when there are `timeoutMs`.
+bool SocketStream::mayWait(int timeoutMs) const { return waitsInReads_ && timeoutMs >= kIdleMs; }
 
 // Sends what was gathered as far as the peer takes it, while waiting for input: a peer that sends before it reads must
 // not be able to stop both ends.
@@ -191,14 +199,16 @@ void SocketStream::drain(const base::Deadline& deadline, int silenceMs) {
   std::size_t total = 0;
   base::Deadline silence(silenceMs);
   while (total < kCloseDrainBytes && !deadline.passed()) {
-    const std::size_t count = receiveInto(discarded.data(), discarded.size());
+    const int timeoutMs = deadline.remainingMs(silence.remainingMs());
+    const bool waiting = mayWait(timeoutMs);
+    const std::size_t count = receiveInto(discarded.data(), discarded.size(), waiting);
     if (ended_ || readFailed_) return;
     total += count;
     if (count > 0) {
       silence = base::Deadline(silenceMs);
       continue;
     }
-    const int timeoutMs = deadline.remainingMs(silence.remainingMs());
+    if (waiting) continue;
     short happened = 0;
     if (timeoutMs == 0 || !pollOnce(POLLIN, timeoutMs, happened)) return;
   }
@@ -208,7 +218,7 @@ void SocketStream::reset(base::Descriptor socket) {
   close();
   ahead_.release();
   out_.release();
-  ended_ = readFailed_ = writeFailed_ = used_ = closing_ = false;
+  ended_ = readFailed_ = writeFailed_ = used_ = closing_ = waitsInReads_ = false;
   socket_ = std::move(socket);
 }
 

@@ -33,7 +33,9 @@ class SocketStream {
   ~SocketStream() { close(); }
 
   int fd() const { return socket_.get(); }
-  [[nodiscard]] bool readExact(void* data, std::size_t size, int timeoutMs, int gapTimeoutMs);
+  [[nodiscard]] bool readExact(void* data, std::size_t size, int timeoutMs, int gapTimeoutMs) {
+    return ahead_.takeAll(data, size) || receiveExact(data, size, timeoutMs, gapTimeoutMs);
+  }
   [[nodiscard]] std::size_t read(void* data, std::size_t size, int timeoutMs);
   [[nodiscard]] bool write(const void* data, std::size_t size);
   bool closed() const { return ended_; }
@@ -42,10 +44,16 @@ class SocketStream {
   // Closes what is held and takes over `socket`.
   void reset(base::Descriptor socket);
 
+  // Has reads wait in the receiving call itself, for a moment, before they poll: a peer that answers at once then costs
+  // one system call for each read instead of two. For a socket that blocks.
+  void waitInReads();
+
  private:
-  [[nodiscard]] std::size_t receive(void* data, std::size_t size);
-  [[nodiscard]] std::size_t receiveInto(void* data, std::size_t size);
+  [[nodiscard]] bool receiveExact(void* data, std::size_t size, int timeoutMs, int gapTimeoutMs);
+  [[nodiscard]] std::size_t receive(void* data, std::size_t size, bool waiting);
+  [[nodiscard]] std::size_t receiveInto(void* data, std::size_t size, bool waiting);
   [[nodiscard]] std::size_t readSome(void* data, std::size_t size, const base::Deadline& deadline);
+  [[nodiscard]] bool mayWait(int timeoutMs) const;
   [[nodiscard]] bool waitForInput(const base::Deadline& deadline);
   [[nodiscard]] bool pollOnce(short events, int timeoutMs, short& happened);
   bool holdsIdleMemory() const { return out_.empty() && (ahead_.idle() || out_.idle()); }
@@ -61,6 +69,7 @@ class SocketStream {
   bool writeFailed_ = false;
   bool used_ = false;     // read or written
   bool closing_ = false;  // what is sent waits for the end of the stream, which goes out with it
+  bool waitsInReads_ = false;
   ReadAhead ahead_;
   SendGather out_;
 };

@@ -120,6 +120,7 @@ IPC* TCP::accept(int timeoutMs) {
     auto connection = std::make_unique<Impl>();
     std::unique_ptr<TCP> stream(new TCP(std::move(connection)));
     stream->impl_->stream.reset(std::move(made));
+    stream->impl_->stream.waitInReads();
     return stream.release();
   } catch (const std::bad_alloc&) {
     made = {};

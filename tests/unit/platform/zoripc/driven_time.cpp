@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <poll.h>
 #include <pthread.h>
+#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -78,6 +79,30 @@ int drivenPoll(pollfd* entries, nfds_t count, int timeoutMs) {
   }
 }
 
+ssize_t realRecv(int fd, void* data, std::size_t size, int flags) {
+  static const auto real = next<ssize_t (*)(int, void*, std::size_t, int)>("recv");
+  return real(fd, data, size, flags);
+}
+
+// How long a receive waits at most, in milliseconds; 0: for ever.
+long long receiveLimitMs(int fd) {
+  timeval limit{};
+  socklen_t length = sizeof limit;
+  getsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, &length);
+  return limit.tv_sec * 1000LL + limit.tv_usec / 1000;
+}
+
+ssize_t drivenRecv(int fd, void* data, std::size_t size, int flags) {
+  const long long limitMs = receiveLimitMs(fd);
+  if (limitMs == 0 || (flags & MSG_DONTWAIT) != 0) return realRecv(fd, data, size, flags);
+  const long long endMs = script->nowMs + limitMs;
+  for (;;) {
+    const ssize_t count = realRecv(fd, data, size, flags | MSG_DONTWAIT);
+    if (count >= 0 || errno != EAGAIN || script->nowMs == endMs) return count;
+    if (!script->advance(endMs)) script->nowMs = endMs;
+  }
+}
+
 void repeat(long long at, long long ms, const std::function<bool()>& action) {
   script->due.emplace(at, [=] {
     if (action()) repeat(at + ms, ms, action);
@@ -117,6 +142,15 @@ int poll(pollfd* entries, nfds_t count, int timeoutMs) {
   }
   return driven::script != nullptr ? driven::drivenPoll(entries, count, timeoutMs)
                                    : driven::realPoll(entries, count, timeoutMs);
+}
+
+ssize_t recv(int fd, void* data, std::size_t size, int flags) {
+  if (const int error = failing::next("recv"); error != 0) {
+    errno = error;
+    return -1;
+  }
+  return driven::script != nullptr ? driven::drivenRecv(fd, data, size, flags)
+                                   : driven::realRecv(fd, data, size, flags);
 }
 
 // A wait until a time of the clock that is ahead.

@@ -1,4 +1,4 @@
-// Time that a test decides on, for what waits by poll() and the monotonic clock.
+// Time that a test decides on, for what waits by poll(), by a recv() with a time-out, and the monotonic clock.
 #pragma once
 
 #include <functional>
@@ -18,9 +18,9 @@ class ClockAhead {
   long long ms_;
 };
 
-// While it lives, the calling thread has a clock of its own that stands still, and its polls take no time: what is
-// ready is told at once; otherwise the clock is set to the next thing due, or to the end of the poll. A poll that would
-// wait for ever ends the process.
+// While it lives, the calling thread has a clock of its own that stands still, and its polls and its receives from a
+// socket with a time-out take no time: what is ready is told at once; otherwise the clock is set to the next thing due,
+// or to the end of the wait. A poll that would wait for ever ends the process.
 class Time {
  public:
   Time();

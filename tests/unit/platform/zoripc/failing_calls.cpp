@@ -63,11 +63,6 @@ int accept4(int fd, sockaddr* address, socklen_t* length, int flags) {
   return failing::fails("accept4") ? -1 : call(fd, address, length, flags);
 }
 
-ssize_t recv(int fd, void* data, std::size_t size, int flags) {
-  static const auto call = failing::real<ssize_t (*)(int, void*, std::size_t, int)>("recv");
-  return failing::fails("recv") ? -1 : call(fd, data, size, flags);
-}
-
 ssize_t sendmsg(int fd, const msghdr* message, int flags) {
   static const auto call = failing::real<ssize_t (*)(int, const msghdr*, int)>("sendmsg");
   return failing::fails("sendmsg") ? -1 : call(fd, message, flags);

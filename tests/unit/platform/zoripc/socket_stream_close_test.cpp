@@ -13,9 +13,10 @@ namespace {
 
 constexpr std::size_t kDrained = std::size_t{64} * 1024 * 1024;
 
-std::unique_ptr<SocketStream> makeStream(RawPair& pair) {
-  return std::make_unique<SocketStream>(base::Descriptor(pair.near.release()));
-}
+class CloseTest : public testing::TestWithParam<Waits> {
+ protected:
+  static std::unique_ptr<SocketStream> makeStream(RawPair& pair) { return ::makeStream(pair, GetParam()); }
+};
 
 void expectEnd(const RawSocket& far, const std::string& before) {
   bool reset = true;
@@ -25,7 +26,9 @@ void expectEnd(const RawSocket& far, const std::string& before) {
 
 }  // namespace
 
-TEST(Close, SendsWhatWasGathered) {
+INSTANTIATE_TEST_SUITE_P(Close, CloseTest, kBothWaits, nameOfWaits);
+
+TEST_P(CloseTest, SendsWhatWasGathered) {
   RawPair pair = tcpPair();
   auto stream = makeStream(pair);
   EXPECT_TRUE(stream->write("bye", 3));
@@ -36,7 +39,7 @@ TEST(Close, SendsWhatWasGathered) {
 }
 
 // The peer is sending still when the connection ends, whether it gets an answer or none.
-TEST(Close, PeerThatSentMoreThanWasRead_GetsTheAnswerWholeAndAnEnd) {
+TEST_P(CloseTest, PeerThatSentMoreThanWasRead_GetsTheAnswerWholeAndAnEnd) {
   const std::string request = pattern(3000000);
   for (const std::string& answer : {pattern(300000), std::string()}) {
     RawPair pair = tcpPair();
@@ -55,7 +58,7 @@ TEST(Close, PeerThatSentMoreThanWasRead_GetsTheAnswerWholeAndAnEnd) {
   }
 }
 
-TEST(Close, PeerThatGoesOnSending_GetsTheAnswerWholeAndAnEnd) {
+TEST_P(CloseTest, PeerThatGoesOnSending_GetsTheAnswerWholeAndAnEnd) {
   RawPair pair = tcpPair();
   auto stream = makeStream(pair);
   EXPECT_TRUE(stream->write("no", 2));
@@ -67,7 +70,7 @@ TEST(Close, PeerThatGoesOnSending_GetsTheAnswerWholeAndAnEnd) {
   closing.join();
 }
 
-TEST(Close, NeitherReadNorWritten_EndsAtOnceThoughBytesHaveCome) {
+TEST_P(CloseTest, NeitherReadNorWritten_EndsAtOnceThoughBytesHaveCome) {
   for (const std::string& sent : {std::string(), pattern(20000)}) {
     RawPair pair = tcpPair();
     auto stream = makeStream(pair);
@@ -79,7 +82,7 @@ TEST(Close, NeitherReadNorWritten_EndsAtOnceThoughBytesHaveCome) {
   }
 }
 
-TEST(Close, ReadWithoutSuccess_WaitsForThePeerAsWell) {
+TEST_P(CloseTest, ReadWithoutSuccess_WaitsForThePeerAsWell) {
   RawPair pair = tcpPair();
   auto stream = makeStream(pair);
   driven::Time time;
@@ -90,7 +93,7 @@ TEST(Close, ReadWithoutSuccess_WaitsForThePeerAsWell) {
   EXPECT_EQ(time.now(), 1500);
 }
 
-TEST(Close, PeerThatStaysSilent_IsWaitedForTwoSeconds) {
+TEST_P(CloseTest, PeerThatStaysSilent_IsWaitedForTwoSeconds) {
   RawPair pair = tcpPair();
   auto stream = makeStream(pair);
   EXPECT_TRUE(stream->write("bye", 3));
@@ -100,7 +103,7 @@ TEST(Close, PeerThatStaysSilent_IsWaitedForTwoSeconds) {
   expectEnd(pair.far, "bye");
 }
 
-TEST(Close, PeerThatGoesOnForEver_IsWaitedForTenSeconds) {
+TEST_P(CloseTest, PeerThatGoesOnForEver_IsWaitedForTenSeconds) {
   RawPair pair = tcpPair();
   auto stream = makeStream(pair);
   EXPECT_TRUE(stream->write("bye", 3));
@@ -110,7 +113,7 @@ TEST(Close, PeerThatGoesOnForEver_IsWaitedForTenSeconds) {
   EXPECT_EQ(time.now(), 10000);
 }
 
-TEST(Close, PeerThatFloods_IsReadFor64MiB) {
+TEST_P(CloseTest, PeerThatFloods_IsReadFor64MiB) {
   RawPair pair = localPair();
   auto stream = makeStream(pair);
   EXPECT_TRUE(stream->write("bye", 3));
@@ -128,7 +131,7 @@ TEST(Close, PeerThatFloods_IsReadFor64MiB) {
   EXPECT_LT(time.now(), 10000);
 }
 
-TEST(Close, PeerThatTakesNothing_IsWaitedForTenSeconds) {
+TEST_P(CloseTest, PeerThatTakesNothing_IsWaitedForTenSeconds) {
   RawPair pair = localPair();
   const int small = 4096;
   setsockopt(pair.near.fd(), SOL_SOCKET, SO_SNDBUF, &small, sizeof small);
@@ -140,7 +143,7 @@ TEST(Close, PeerThatTakesNothing_IsWaitedForTenSeconds) {
   EXPECT_EQ(time.now(), 10000);
 }
 
-TEST(Close, PeerThatClosedFirst_GetsTheRest) {
+TEST_P(CloseTest, PeerThatClosedFirst_GetsTheRest) {
   RawPair pair = tcpPair();
   auto stream = makeStream(pair);
   shutdown(pair.far.fd(), SHUT_WR);

@@ -14,7 +14,7 @@ using zoripc::SocketStream;
 namespace {
 
 // On a clock that only the stream's own waiting sets forward.
-class WriteTest : public testing::Test {
+class WriteTest : public testing::TestWithParam<Waits> {
  protected:
   void TearDown() override { far_.close(); }  // the stream's end waits for its peer's
   bool write(const std::string& text) { return stream_->write(text.data(), text.size()); }
@@ -38,7 +38,7 @@ class WriteTest : public testing::Test {
   driven::Time time_;
   RawPair pair_ = localPair();
   RawSocket& far_ = pair_.far;
-  std::unique_ptr<SocketStream> stream_ = std::make_unique<SocketStream>(base::Descriptor(pair_.near.release()));
+  std::unique_ptr<SocketStream> stream_ = makeStream(pair_, GetParam());
 };
 
 void shrinkSendBuffer(int fd) {
@@ -48,7 +48,9 @@ void shrinkSendBuffer(int fd) {
 
 }  // namespace
 
-TEST_F(WriteTest, SmallWrites_AreGatheredUntilTheBufferIsFull) {
+INSTANTIATE_TEST_SUITE_P(Write, WriteTest, kBothWaits, nameOfWaits);
+
+TEST_P(WriteTest, SmallWrites_AreGatheredUntilTheBufferIsFull) {
   const std::string first = pattern(16384);
   EXPECT_TRUE(write(first.substr(0, 5)));
   EXPECT_TRUE(write(""));
@@ -58,7 +60,7 @@ TEST_F(WriteTest, SmallWrites_AreGatheredUntilTheBufferIsFull) {
   EXPECT_EQ(far_.receiveSome(20000), first + "+");
 }
 
-TEST_F(WriteTest, ReadOfWhatIsReadAhead_SendsNothing) {
+TEST_P(WriteTest, ReadOfWhatIsReadAhead_SendsNothing) {
   far_.send("xyz");
   char bytes[2] = "";
   EXPECT_TRUE(stream_->readExact(bytes, 1, 0, -1));
@@ -67,7 +69,7 @@ TEST_F(WriteTest, ReadOfWhatIsReadAhead_SendsNothing) {
   EXPECT_EQ(far_.waiting(), 0);
 }
 
-TEST_F(WriteTest, ReadBeyondWhatIsReadAhead_SendsFirst) {
+TEST_P(WriteTest, ReadBeyondWhatIsReadAhead_SendsFirst) {
   far_.send("x");
   write("gathered");
   char byte = 0;
@@ -76,7 +78,7 @@ TEST_F(WriteTest, ReadBeyondWhatIsReadAhead_SendsFirst) {
   EXPECT_EQ(far_.receiveSome(20), "gathered");
 }
 
-TEST_F(WriteTest, ReadThatBlocks_SendsFirst) {
+TEST_P(WriteTest, ReadThatBlocks_SendsFirst) {
   write("ping");
   time_.at(500, [&] {
     EXPECT_EQ(far_.receiveSome(20), "ping");
@@ -87,14 +89,14 @@ TEST_F(WriteTest, ReadThatBlocks_SendsFirst) {
   EXPECT_EQ(answer, "pong");
 }
 
-TEST_F(WriteTest, ReadWithoutTime_SendsWhenNothingIsThere) {
+TEST_P(WriteTest, ReadWithoutTime_SendsWhenNothingIsThere) {
   write("ping");
   char byte = 0;
   EXPECT_FALSE(stream_->readExact(&byte, 1, 0, 0));
   EXPECT_EQ(far_.receiveSome(20), "ping");
 }
 
-TEST_F(WriteTest, SmallAndLargeMixed_ArriveInOrder) {
+TEST_P(WriteTest, SmallAndLargeMixed_ArriveInOrder) {
   const std::string large = pattern(3000000);
   receiveEvery(1, 100000);
   EXPECT_TRUE(write("head\r\n"));
@@ -103,7 +105,7 @@ TEST_F(WriteTest, SmallAndLargeMixed_ArriveInOrder) {
   EXPECT_EQ(finish(), "head\r\n" + large + "tail");
 }
 
-TEST_F(WriteTest, PeerThatTakesLittle_GetsAll) {
+TEST_P(WriteTest, PeerThatTakesLittle_GetsAll) {
   shrinkSendBuffer(stream_->fd());
   const std::string large = pattern(200000);
   receiveEvery(1, 997);
@@ -111,7 +113,7 @@ TEST_F(WriteTest, PeerThatTakesLittle_GetsAll) {
   EXPECT_EQ(finish(), large);
 }
 
-TEST_F(WriteTest, ReadThatBlocks_SendsAllThoughThePeerTakesLittleAtATime) {
+TEST_P(WriteTest, ReadThatBlocks_SendsAllThoughThePeerTakesLittleAtATime) {
   shrinkSendBuffer(stream_->fd());
   const std::string gathered = pattern(SendGather::kCapacity);
   EXPECT_TRUE(write(gathered));
@@ -122,7 +124,7 @@ TEST_F(WriteTest, ReadThatBlocks_SendsAllThoughThePeerTakesLittleAtATime) {
   EXPECT_EQ(got_, gathered);
 }
 
-TEST_F(WriteTest, PeerThatSendsBeforeItReads_StopsNobody) {
+TEST_P(WriteTest, PeerThatSendsBeforeItReads_StopsNobody) {
   shrinkSendBuffer(stream_->fd());
   const std::string gathered = pattern(SendGather::kCapacity);
   const std::string flood = pattern(1000000);
@@ -140,7 +142,7 @@ TEST_F(WriteTest, PeerThatSendsBeforeItReads_StopsNobody) {
 }
 
 // As long as something is taken now and then, the write goes on.
-TEST_F(WriteTest, PeerThatTakesNothingForHalfAMinute_FailsTheWrite) {
+TEST_P(WriteTest, PeerThatTakesNothingForHalfAMinute_FailsTheWrite) {
   const std::string large = pattern(5000000);
   int pieces = 0;
   time_.every(29999, [&] { return ++pieces <= 3 && !far_.receiveSome(1000000).empty(); });
@@ -150,14 +152,14 @@ TEST_F(WriteTest, PeerThatTakesNothingForHalfAMinute_FailsTheWrite) {
   EXPECT_FALSE(stream_->closed());
 }
 
-TEST_F(WriteTest, Signals_DoNotEndAWrite) {
+TEST_P(WriteTest, Signals_DoNotEndAWrite) {
   const failing::Calls calls("sendmsg", {EINTR, EINTR});
   EXPECT_TRUE(write(pattern(20000)));
   EXPECT_EQ(calls.left(), 0U);
   EXPECT_EQ(far_.receiveSome(30000), pattern(20000));
 }
 
-TEST_F(WriteTest, PeerGone_FailsALaterWriteWithoutASignal) {
+TEST_P(WriteTest, PeerGone_FailsALaterWriteWithoutASignal) {
   far_.close();
   EXPECT_TRUE(write("gathered"));
   EXPECT_TRUE(write(pattern(SendGather::kCapacity / 2)));
@@ -168,7 +170,7 @@ TEST_F(WriteTest, PeerGone_FailsALaterWriteWithoutASignal) {
   EXPECT_FALSE(write(""));
 }
 
-TEST_F(WriteTest, PeerThatReadsNoMore_FailsTheWriteThatFollowsTheSend) {
+TEST_P(WriteTest, PeerThatReadsNoMore_FailsTheWriteThatFollowsTheSend) {
   shutdown(far_.fd(), SHUT_RD);
   EXPECT_TRUE(write("gathered"));
   char byte = 0;
@@ -178,7 +180,7 @@ TEST_F(WriteTest, PeerThatReadsNoMore_FailsTheWriteThatFollowsTheSend) {
   EXPECT_FALSE(stream_->closed());
 }
 
-TEST_F(WriteTest, FailedWrite_LeavesWhatThePeerSentReadable) {
+TEST_P(WriteTest, FailedWrite_LeavesWhatThePeerSentReadable) {
   far_.send("last words");
   far_.close();
   EXPECT_FALSE(write(pattern(100000)));
@@ -187,7 +189,7 @@ TEST_F(WriteTest, FailedWrite_LeavesWhatThePeerSentReadable) {
   EXPECT_EQ(text, "last words");
 }
 
-TEST_F(WriteTest, HalfClosedPeer_StillGetsAnswers) {
+TEST_P(WriteTest, HalfClosedPeer_StillGetsAnswers) {
   far_.send("request");
   shutdown(far_.fd(), SHUT_WR);
   std::string text(8, '\0');

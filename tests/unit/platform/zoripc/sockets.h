@@ -9,6 +9,7 @@
 #include <unistd.h>
 #include <zoripc.h>
 
+#include <memory>
 #include <string>
 #include <utility>
 
@@ -125,6 +126,22 @@ inline RawPair tcpPair(int receiveBuffer = 0) {
   RawSocket near(accept4(listener.fd(), nullptr, nullptr, SOCK_CLOEXEC));
   EXPECT_GE(near.fd(), 0);
   return {std::move(near), std::move(far)};
+}
+
+// Where reads wait first.
+enum class Waits { InPoll, InReads };
+
+inline const auto kBothWaits = testing::Values(Waits::InPoll, Waits::InReads);
+
+inline std::string nameOfWaits(const testing::TestParamInfo<Waits>& info) {
+  return info.param == Waits::InPoll ? "InPoll" : "InReads";
+}
+
+// A stream at the pair's near end.
+inline std::unique_ptr<zoripc::SocketStream> makeStream(RawPair& pair, Waits waits) {
+  auto stream = std::make_unique<zoripc::SocketStream>(base::Descriptor(pair.near.release()));
+  if (waits == Waits::InReads) stream->waitInReads();
+  return stream;
 }
 
 // The port of what listens.
