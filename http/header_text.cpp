@@ -14,6 +14,7 @@ bool isSpace(char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; 
 
 std::vector<std::string> splitWords(const std::string& text) {
   std::vector<std::string> words;
+  words.reserve(3);  // of a start line
   auto at = text.begin();
   for (;;) {
     at = std::find_if_not(at, text.end(), isSpace);

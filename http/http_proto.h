@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace zorhtml {
@@ -155,8 +156,8 @@ class HttpProto {
   template <class Body>
   int readAnnounced(Body& body);
 
-  bool send(const std::string& text);
-  bool sendField(const std::string& key, const std::string& value);
+  bool send(std::string_view text);
+  bool sendField(std::string_view key, std::string_view value);
   bool sendResponseHead(int status, const std::string& contentType, bool keepAlive, const HttpHeaders& extra);
   bool sendResponseFraming(const std::string& contentType);
   bool sendRequestHead(HttpMethod method, const std::string& url, const std::string& contentType, bool keepAlive,

@@ -1,5 +1,6 @@
 // Reading of a message's head.
 #include <algorithm>
+#include <array>
 #include <iterator>
 
 #include "http/base64.h"
@@ -53,15 +54,22 @@ bool isContinuation(const std::string& line) { return !line.empty() && (line.fro
 HttpProto::LineResult HttpProto::readLine(std::string& line) {
   if (connection == nullptr) return LineResult::kNoConnection;
   line.clear();
+  std::array<char, 128> piece;
+  std::size_t count = 0;
   for (;;) {
-    char c = 0;
+    char& c = piece[count];
     if (!connection->readExact(&c, 1, timeout)) {
+      line.append(piece.data(), count);
       return connection->closed() ? LineResult::kClosed : LineResult::kTimedOut;
     }
-    if (c == '\n') return LineResult::kComplete;
+    if (c == '\n') break;
     // Dropped wherever it stands, deliberately: a stray one inside a value vanishes.
-    if (c != '\r') line += c;
+    if (c == '\r' || ++count < piece.size()) continue;
+    line.append(piece.data(), count);
+    count = 0;
   }
+  line.append(piece.data(), count);
+  return LineResult::kComplete;
 }
 
 int HttpProto::readHeader(HttpMethod& method, std::string& path, bool& keepOpen) {

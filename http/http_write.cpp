@@ -23,12 +23,16 @@ struct CloseFile {
 
 }  // namespace
 
-bool HttpProto::send(const std::string& text) {
+bool HttpProto::send(std::string_view text) {
   return connection != nullptr && connection->write(text.data(), text.size());
 }
 
-bool HttpProto::sendField(const std::string& key, const std::string& value) {
-  return send(key + ": " + value + "\r\n");
+bool HttpProto::sendField(std::string_view key, std::string_view value) {
+  constexpr std::string_view kSeparator = ": ";
+  constexpr std::string_view kLineEnd = "\r\n";
+  std::string line;
+  line.reserve(key.size() + kSeparator.size() + value.size() + kLineEnd.size());
+  return send(line.append(key).append(kSeparator).append(value).append(kLineEnd));
 }
 
 bool HttpProto::writeResponseHeader(int status, int contentLength, const std::string& contentType, bool keepAlive,
@@ -39,8 +43,10 @@ bool HttpProto::writeResponseHeader(int status, int contentLength, const std::st
 }
 
 bool HttpProto::sendResponseHead(int status, const std::string& contentType, bool keepAlive, const HttpHeaders& extra) {
-  const std::string& version = headers["http-version"];
-  if (!send(version + " " + std::to_string(status) + " " + statusText(status) + "\r\n")) return false;
+  std::string line;
+  line.reserve(64);
+  line.append(headers["http-version"]).append(" ").append(std::to_string(status)).append(" ");
+  if (!send(line.append(statusText(status)).append("\r\n"))) return false;
   for (const auto& field : extra) {
     if (isUpgrade(field.first, field.second) && !sendField(field.first, field.second)) return false;
   }
