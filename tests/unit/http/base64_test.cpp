@@ -1,13 +1,9 @@
 #include "http/base64.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <climits>
-#include <cstdio>
-#include <cstdlib>
-#include <random>
 #include <string>
 #include <utility>
 #include <vector>
@@ -48,13 +44,15 @@ TEST(Base64, StandardVectors_GoBothWays) {
   }
 }
 
-TEST(Base64, EveryByteValue_GoesBothWays) {
+TEST(Base64, Alphabet_StandsForZeroTo63) {
+  const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
   std::string bytes;
-  for (int value = 0; value < 256; ++value) bytes += static_cast<char>(value);
-  EXPECT_EQ(decode(encode(bytes)), bytes);
-  EXPECT_EQ(encode(std::string("\xff\xef\xbe\xfb", 4)),
-            "/+++"
-            "+w==");
+  for (int value = 0; value < 64; value += 4) {
+    const int group = value << 18 | (value + 1) << 12 | (value + 2) << 6 | (value + 3);
+    for (const int shift : {16, 8, 0}) bytes += static_cast<char>(group >> shift & 255);
+  }
+  EXPECT_EQ(encode(bytes), alphabet);
+  EXPECT_EQ(decode(alphabet), bytes);
 }
 
 TEST(Base64Encode, BufferOfTheEncodedLength_IsTooSmall) {
@@ -110,7 +108,7 @@ TEST(Base64Encode, InputThatBeginsBeforeTheOutput_IsMovedFirst) {
 TEST(Base64Decode, CharactersOutsideTheAlphabet_AreSkipped) {
   EXPECT_EQ(decode("dXNlcjpwYXNz"), "user:pass");
   EXPECT_EQ(decode("dXNl cjpw\r\nYXNz"), "user:pass");
-  EXPECT_EQ(decode("-_dXNl=cjpw.YXNz=="), "user:pass");
+  EXPECT_EQ(decode(std::string("-_d\0XNl=cjpw.YXNz==", 19)), "user:pass");
   EXPECT_EQ(decode("Zg==Zg=="), decode("ZgZg"));
 }
 
@@ -128,6 +126,7 @@ TEST(Base64Decode, NegativeLength_RunsToTheZeroByte) {
   EXPECT_EQ(std::string(bytes, 3), "foo");
   EXPECT_EQ(base64Decode("Zm\0009v", -1, bytes, 16), 1);
   EXPECT_EQ(base64Decode("Zm\0009v", 5, bytes, 16), 3);
+  EXPECT_EQ(base64Decode("Zm9v", 0, bytes, 16), 0);
 }
 
 TEST(Base64Decode, OutputTooSmall_Fails) {
@@ -138,39 +137,6 @@ TEST(Base64Decode, OutputTooSmall_Fails) {
   EXPECT_EQ(base64Decode("Zm", 2, bytes, 0), -1);
   EXPECT_EQ(base64Decode("Zm", 2, bytes, -1), -1);
   EXPECT_EQ(base64Decode("==", 2, bytes, 0), 0);
-}
-
-// What the system's own encoder makes of `bytes`.
-std::string encodeByTool(const std::string& bytes) {
-  char name[] = "/tmp/jx_base64_XXXXXX";
-  const int fd = mkstemp(name);
-  EXPECT_GE(fd, 0);
-  EXPECT_EQ(write(fd, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
-  close(fd);
-  std::FILE* tool = popen(("base64 -w0 " + std::string(name)).c_str(), "r");
-  std::string text(bytes.size() * 2 + 8, '\0');
-  text.resize(std::fread(text.data(), 1, text.size(), tool));
-  EXPECT_EQ(pclose(tool), 0);
-  std::remove(name);
-  return text;
-}
-
-TEST(Base64, RandomBytes_MatchTheSystemsEncoder) {
-  std::mt19937 random(2);  // NOLINT(cert-msc32-c,cert-msc51-cpp): the same bytes in each run
-  for (const std::size_t size : {1U, 2U, 3U, 57U, 1000U, 100001U}) {
-    std::string bytes(size, '\0');
-    for (char& c : bytes) c = static_cast<char>(random());
-    EXPECT_TRUE(encode(bytes) == encodeByTool(bytes)) << size;
-  }
-}
-
-TEST(Base64, RandomBytes_GoBothWays) {
-  std::mt19937 random(1);  // NOLINT(cert-msc32-c,cert-msc51-cpp): the same bytes in each run
-  for (int round = 0; round < 500; ++round) {
-    std::string bytes(random() % 200, '\0');
-    for (char& c : bytes) c = static_cast<char>(random());
-    EXPECT_EQ(decode(encode(bytes)), bytes);
-  }
 }
 
 }  // namespace

@@ -208,7 +208,7 @@ TEST(ThreadControl, FailedCreation_DestroysTheAttributesAndJoinsNothing) {
   wrapped::takeThreadCalls();
   wrapped::failThreads(true);
   for (const bool detached : {false, true}) {
-    { const ThreadControl control(nullptr, detached); }
+    EXPECT_EQ(ThreadControl(nullptr, detached).state, 0);
     EXPECT_EQ(namesOf(wrapped::takeThreadCalls()), (detached ? Names{"create", "destroy"} : Names{"create"}));
   }
   wrapped::failThreads(false);
@@ -243,10 +243,14 @@ TEST(ThreadControl, FailedCreation_DeletesTheJobAtOnceWithoutAWord) {
   }
 }
 
-TEST(ThreadControl, FailedCreationWithoutAJob_DeletesNothing) {
-  wrapped::failThreads(true);
-  for (const bool detached : {false, true}) EXPECT_EQ(ThreadControl(nullptr, detached).state, 0);
-  wrapped::failThreads(false);
+TEST(ThreadControl, AttributesThatCannotBeMade_StartNothing) {
+  wrapped::takeThreadCalls();
+  Fate fate;
+  wrapped::failAttributes(true);
+  EXPECT_EQ(ThreadControl(new Job(fate), true).state, 0);
+  wrapped::failAttributes(false);
+  EXPECT_EQ(fate.steps, 3);
+  EXPECT_TRUE(wrapped::takeThreadCalls().empty());
 }
 
 TEST(ThreadControl, NoJob_IsStartedAllTheSame) {

@@ -20,6 +20,7 @@ struct Script {
 thread_local Script script;
 thread_local std::vector<wrapped::ThreadCall> threadCalls;
 std::atomic<bool> threadsFail{false};
+std::atomic<bool> attributesFail{false};
 
 template <class Call>
 void note(std::vector<Call>& calls, Call call) {
@@ -47,6 +48,8 @@ extern "C" int __real_pthread_create(pthread_t* thread, const pthread_attr_t* at
                                      void* argument);
 extern "C" int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*),
                                      void* argument);
+extern "C" int __real_pthread_attr_init(pthread_attr_t* attributes);
+extern "C" int __wrap_pthread_attr_init(pthread_attr_t* attributes);
 extern "C" int __real_pthread_attr_destroy(pthread_attr_t* attributes);
 extern "C" int __wrap_pthread_attr_destroy(pthread_attr_t* attributes);
 extern "C" int __real_pthread_join(pthread_t thread, void** result);
@@ -64,13 +67,17 @@ int __wrap_poll(pollfd* set, nfds_t count, int timeoutMs) {
 
 int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*), void* argument) {
   pthread_attr_t plain;
-  pthread_attr_init(&plain);
+  __real_pthread_attr_init(&plain);
   const bool detached = attributes != nullptr && isDetached(*attributes);
   const bool ownStack = attributes != nullptr && stackSizeOf(*attributes) != stackSizeOf(plain);
   __real_pthread_attr_destroy(&plain);
   const int error = threadsFail ? EAGAIN : __real_pthread_create(thread, attributes, start, argument);
   note(threadCalls, {"create", attributes, detached, ownStack, error == 0 ? *thread : pthread_t{}, start, argument});
   return error;
+}
+
+int __wrap_pthread_attr_init(pthread_attr_t* attributes) {
+  return attributesFail ? ENOMEM : __real_pthread_attr_init(attributes);
 }
 
 int __wrap_pthread_attr_destroy(pthread_attr_t* attributes) {
@@ -98,6 +105,8 @@ std::vector<Poll> takePolls() {
 }
 
 void failThreads(bool fail) { threadsFail = fail; }
+
+void failAttributes(bool fail) { attributesFail = fail; }
 
 std::vector<ThreadCall> takeThreadCalls() { return std::exchange(threadCalls, {}); }
 

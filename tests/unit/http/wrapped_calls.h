@@ -29,6 +29,8 @@ std::vector<Poll> takePolls();
 
 // Makes pthread_create fail, without a thread, while it is set.
 void failThreads(bool fail);
+// Makes pthread_attr_init fail while it is set.
+void failAttributes(bool fail);
 
 // One call of pthread_create, pthread_attr_destroy or pthread_join.
 struct ThreadCall {
