@@ -5,8 +5,6 @@
 #include <atomic>
 #include <cstdlib>
 
-#include "base/ignore.h"
-
 namespace zoripc {
 
 namespace {
@@ -35,8 +33,8 @@ void releaseLarge(unsigned char* memory) {
 ReadAhead::Room ReadAhead::prepare() {
   begin_ = end_ = 0;
   // The room tells what was to be had.
-  if (bulk_ && capacity_ < kLarge) base::ignore(obtain(kLarge));
-  if (data_ == nullptr) base::ignore(obtain(kSmall));
+  if (bulk_ && capacity_ < kLarge) obtain(kLarge);
+  if (data_ == nullptr) obtain(kSmall);
   return {data_, capacity_};
 }
 
@@ -45,15 +43,14 @@ void ReadAhead::received(std::size_t count) {
   if (count == capacity_) bulk_ = true;
 }
 
-bool ReadAhead::obtain(std::size_t size) {
+void ReadAhead::obtain(std::size_t size) {
   auto* const memory = size == kLarge ? obtainLarge() : static_cast<unsigned char*>(std::malloc(size));
-  if (memory == nullptr) return false;
+  if (memory == nullptr) return;
   const bool bulk = bulk_;
   release();
   bulk_ = bulk;
   data_ = memory;
   capacity_ = size;
-  return true;
 }
 
 void ReadAhead::release() {

@@ -60,7 +60,7 @@ class ReadAhead {
   void release();
 
  private:
-  [[nodiscard]] bool obtain(std::size_t size);
+  void obtain(std::size_t size);
 
   unsigned char* data_ = nullptr;
   std::size_t capacity_ = 0;

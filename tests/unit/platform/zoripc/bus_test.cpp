@@ -4,13 +4,17 @@
 #include <gtest/gtest.h>
 #include <systemd/sd-bus.h>
 
+#include <cerrno>
 #include <cstdlib>
+#include <filesystem>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <thread>
 
 #include "platform/linux/zoripc/bus_address.h"
 #include "tests/unit/platform/zoripc/driven_time.h"
+#include "tests/unit/platform/zoripc/failing_calls.h"
 #include "tests/unit/platform/zoripc/private_bus.h"
 #include "tests/unit/platform/zoripc/recorder.h"
 
@@ -191,7 +195,7 @@ TEST_F(BusTest, TextThatIsNotUtf8_IsRefusedAtOnce) {
   Application sender("s");
   EXPECT_NE(sender.send("r", "\xFF", JSObject(1)), 0);
   EXPECT_NE(sender.send("r", "Name", JSObject(1), "\xFF"), 0);
-  EXPECT_NE(sender.send("", "Name", JSObject(1)), 0);
+  EXPECT_EQ(sender.send("", "Name", JSObject(1)), -EINVAL);
   EXPECT_NE(sender.send(std::string(300, 'r'), "Name", JSObject(1)), 0);
 }
 
@@ -212,6 +216,35 @@ TEST_F(BusTest, AnotherId_ReplacesTheFirst) {
   EXPECT_THAT(sender.failures.wait(1), ElementsAre("s>old Name 1 3"));
   EXPECT_EQ(sender.send("new", "Name", JSObject(2)), 0);
   EXPECT_THAT(receiver.notifications.wait(1), ElementsAre("s>new Name 2 3"));
+}
+
+TEST_F(BusTest, EmptyId_GivesTheNameBack) {
+  Application receiver("old");
+  EXPECT_TRUE(receiver.bus.setId(""));
+  for (const char* name : {"zoripc.App.aold", "zoripc.App.a"}) const Passive other(bus_.address(), name);
+}
+
+TEST_F(BusTest, IdThatIsNoName_IsReportedAndKept) {
+  testing::internal::CaptureStderr();
+  const std::string id(300, 'r');
+  const Application application(id);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "libzoripc: the bus does not let us have the name zoripc.App.a" + id + ": Invalid argument\n");
+}
+
+TEST_F(BusTest, IdOfTheProcessInUse_EndsIt) {
+  const Passive other(bus_.address(), "zoripc.App.ar");
+  EXPECT_EXIT(zoripc::ipcSetAppID("r"), testing::ExitedWithCode(1), "has the id r on this bus; end it first");
+}
+
+TEST_F(BusTest, ConnectionThatBreaksInASend_IsMadeAnew) {
+  Application receiver("r");
+  receiver.mailbox.want("Name", "", Recorder::callback, &receiver.notifications);
+  Application sender("s");
+  const failing::Calls calls("sendmsg", {EPIPE});
+  EXPECT_EQ(sender.send("r", "Name", JSObject(1)), 0);
+  EXPECT_EQ(calls.left(), 0U);
+  EXPECT_THAT(receiver.notifications.wait(1), ElementsAre("s>r Name 1 3"));
 }
 
 TEST_F(BusTest, IdInUse_IsRefusedWithAWord) {
@@ -249,27 +282,34 @@ TEST_F(BusTest, IdLostToAnotherOnARestartedBus_IsInheritedFromIt) {
 }
 
 TEST_F(BusTest, RestartedBus_IsFoundAgainByBothEnds) {
-  Application receiver("r");
-  receiver.mailbox.want("Name", "", Recorder::callback, &receiver.notifications);
-  Application sender("s");
-  EXPECT_EQ(sender.send("r", "Name", JSObject(1)), 0);
-  receiver.notifications.wait(1);
-  bus_.stop();
-  EXPECT_NE(sender.send("r", "Name", JSObject(2)), 0);
-  bus_.start();
-  // The receiver comes back by itself; until then deliveries fail and are reported.
-  std::size_t failed = sender.failures.lines().size();
-  EXPECT_EQ(sender.send("r", "Name", JSObject(3)), 0);
-  while (receiver.notifications.lines().size() < 2) {
-    if (sender.failures.lines().size() == failed) {
-      std::this_thread::yield();
-      continue;
-    }
-    ++failed;
-    ASSERT_LT(failed, 1000000U);
+  const auto openFiles = [] {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
+  };
+  const auto before = openFiles();
+  {
+    Application receiver("r");
+    receiver.mailbox.want("Name", "", Recorder::callback, &receiver.notifications);
+    Application sender("s");
+    EXPECT_EQ(sender.send("r", "Name", JSObject(1)), 0);
+    receiver.notifications.wait(1);
+    bus_.stop();
+    EXPECT_NE(sender.send("r", "Name", JSObject(2)), 0);
+    bus_.start();
+    // The receiver comes back by itself; until then deliveries fail and are reported.
+    std::size_t failed = sender.failures.lines().size();
     EXPECT_EQ(sender.send("r", "Name", JSObject(3)), 0);
+    while (receiver.notifications.lines().size() < 2) {
+      if (sender.failures.lines().size() == failed) {
+        std::this_thread::yield();
+        continue;
+      }
+      ++failed;
+      ASSERT_LT(failed, 1000000U);
+      EXPECT_EQ(sender.send("r", "Name", JSObject(3)), 0);
+    }
+    EXPECT_EQ(receiver.notifications.lines().back(), "s>r Name 3 3");
   }
-  EXPECT_EQ(receiver.notifications.lines().back(), "s>r Name 3 3");
+  EXPECT_EQ(openFiles(), before);
 }
 
 TEST_F(BusTest, BusThatGoesBeforeTheAnswer_IsAFailedDelivery) {
@@ -283,7 +323,9 @@ TEST_F(BusTest, BusThatGoesBeforeTheAnswer_IsAFailedDelivery) {
 
 TEST_F(BusTest, BusThatComesLater_IsFoundByAnApplicationWithAnId) {
   bus_.stop();
+  testing::internal::CaptureStderr();
   Application receiver("r");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
   receiver.mailbox.want("Name", "", Recorder::callback, &receiver.notifications);
   EXPECT_NE(receiver.send("r", "Name", JSObject(1)), 0);
   bus_.start();

@@ -226,7 +226,7 @@ TEST(JSObject, Parse_ReadsEveryKind) {
   EXPECT_TRUE(value["d"].isDouble());
   EXPECT_EQ(value["d"].getDouble(), 25);
   EXPECT_TRUE(value["t"].getBool());
-  EXPECT_TRUE(value["f"].isBool());
+  EXPECT_TRUE(value["f"].isBool() && !value["f"].getBool());
   EXPECT_TRUE(value.has("n"));
   EXPECT_TRUE(value["a"].at(0)["x"].isArray());
 }
@@ -318,9 +318,10 @@ TEST(JSObject, Parse_CutAnywhere_IsRefused) {
 TEST(JSObject, Parse_DepthOfAHundred_IsTheLimit) {
   EXPECT_EQ(parsed(nested(100)).dump(), nested(100));
   EXPECT_TRUE(refused(nested(101)));
-  std::string objects;
-  for (int i = 0; i < 101; ++i) objects += "{\"a\":";
-  EXPECT_TRUE(refused(objects + "1" + std::string(101, '}')));
+  std::string objects = "1";
+  for (int i = 0; i < 100; ++i) objects = R"({"a":)" + objects + "}";
+  EXPECT_EQ(parsed(objects).dump(), objects);
+  EXPECT_TRUE(refused(R"({"a":)" + objects + "}"));
   EXPECT_EQ(parsed("[" + nested(99) + "," + nested(99) + "]").size(), 2U);
 }
 

@@ -111,7 +111,9 @@ TEST(TcpConnect, ConnectedObject_CanConnectAnew) {
   ASSERT_TRUE(client.connect("127.0.0.1", port, kLongMs));
   const RawSocket second(accept(listener.fd(), nullptr, nullptr));
   EXPECT_EQ(first.receiveAll(), "");
-  second.send("x");
-  char byte = 0;
-  EXPECT_TRUE(client.readExact(&byte, 1, kLongMs));
+  second.send("wxyz");
+  char bytes[4] = "";
+  EXPECT_TRUE(client.readExact(bytes, 1, kLongMs));
+  EXPECT_EQ(client.read(bytes + 1, 2, kLongMs), 2U);
+  EXPECT_STREQ(bytes, "wxy");
 }
