@@ -158,6 +158,19 @@ class InterruptedServer : public TestServer {
   }
 };
 
+TEST_F(HandlersTest, ExceptionAmidAFile_LeavesNothingOfIt) {
+  const ScriptedPeer peer(postForm(filePart("one") + "\r\n" + filePart(std::string(9000, 'c')) + "\r\n--b--\r\n"));
+  InterruptedServer server;
+  server.amidBody = [&] {
+    EXPECT_EQ(stored().size(), 2U);
+    throw std::bad_alloc();
+  };
+  server.setConnection(peer.stream());
+  server.run();
+  EXPECT_EQ(peer.written(), "");
+  EXPECT_EQ(stored(), Files());
+}
+
 // Whatever one upload held over its reception or its reply, the other one would wait for without end.
 TEST_F(HandlersTest, UploadAmidAnotherAndBeforeItsReply_IsServedAtOnce) {
   const std::string answer = resultPage("Upload successful<br>\n");

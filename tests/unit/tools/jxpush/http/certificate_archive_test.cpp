@@ -102,6 +102,7 @@ TEST(CertificateArchive, SeveralInOneEntry_AreSeveral) {
   ASSERT_EQ(3U, found.size());
   EXPECT_EQ("O=\xC3\x96rg, CN=Two", found[1].subject);
   EXPECT_EQ("b.pem", found[2].file);
+  EXPECT_NE(found[0].sha256, found[1].sha256);
 }
 
 TEST(CertificateArchive, ControlCharactersInAName_AreEscaped) {
@@ -146,6 +147,13 @@ TEST(CertificateArchive, EveryCutOfAnEntry_IsRefused) {
   for (std::size_t size = 1; size < 512 + pem.size(); size += 7) {
     expectUnreadable(tar.substr(0, size));
   }
+}
+
+TEST(CertificateArchive, TenThousandCertificates_AreTooMany) {
+  std::string entry;
+  const std::string pem = makeCertificate("One");
+  for (int i = 0; i < 1000; ++i) entry += pem;
+  expectUnreadable(makeTar(std::vector<Pair>(10, {"a.pem", entry})), "too many certificates");
 }
 
 TEST(CertificateArchive, HugeEntry_IsRefused) {

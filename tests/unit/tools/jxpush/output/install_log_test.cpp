@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+
+#include "tests/support/pty_pair.h"
 #include "tests/unit/tools/jxpush/test_files.h"
 
 using namespace jxpush;
@@ -28,6 +31,11 @@ class ComplaintTest : public testing::Test {
   TestFiles files_;
   std::vector<InputFile> opened_;
 };
+
+const std::vector<LogLine> kOneOfEach = {{Kind::Plain, "Installed \x1b[2Jx"},
+                                         {Kind::Warning, "Warning: y"},
+                                         {Kind::Error, "Error: z"},
+                                         {Kind::List, "List of installed applications:"}};
 
 std::string printed(const std::vector<LogLine>& log) {
   std::FILE* const stream = std::tmpfile();
@@ -70,8 +78,29 @@ TEST(CountOf, CountsOneKind) {
 
 TEST(PrintLog, Lines_AreMarkedAndHarmless) {
   EXPECT_EQ("   Installed ?[2Jx\n ! Warning: y\n!! Error: z\n   List of installed applications:\n",
-            printed({{Kind::Plain, "Installed \x1b[2Jx"},
-                     {Kind::Warning, "Warning: y"},
-                     {Kind::Error, "Error: z"},
-                     {Kind::List, "List of installed applications:"}}));
+            printed(kOneOfEach));
+}
+
+TEST(PrintLog, LinesOnATerminal_HaveColoursUnlessTheseAreUnwanted) {
+  const PtyPair terminal;
+  std::FILE* const stream = std::fopen(terminal.path().c_str(), "w");
+  ASSERT_NE(nullptr, stream);
+  unsetenv("NO_COLOR");
+  printLog(kOneOfEach, stream);
+  const std::string coloured =
+      "   Installed ?[2Jx\n\033[33m ! Warning: y\033[0m\n\033[31m!! Error: z\033[0m\n"
+      "\033[32m   List of installed applications:\033[0m\n";
+  EXPECT_EQ(coloured, terminal.receive(coloured.size()));
+  setenv("NO_COLOR", "", 1);
+  printLog({{Kind::Error, "Error: z"}}, stream);
+  EXPECT_EQ("!! Error: z\n", terminal.receive(12));
+  unsetenv("NO_COLOR");
+  std::fclose(stream);
+}
+
+TEST(KindWord, Kinds_AreToldApart) {
+  EXPECT_STREQ("error", kindWord(Kind::Error));
+  EXPECT_STREQ("warning", kindWord(Kind::Warning));
+  EXPECT_STREQ("list", kindWord(Kind::List));
+  EXPECT_STREQ("text", kindWord(Kind::Plain));
 }

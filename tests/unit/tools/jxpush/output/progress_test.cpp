@@ -27,9 +27,10 @@ class ProgressTest : public testing::Test {
     reporter->fileBegins(files_.files()[0]);
     reporter->acknowledged(1000);
     reporter->fileBegins(files_.files()[1]);
-    reporter->sentAgain(2);
+    reporter->sentAgain(1);
     reporter->acknowledged(1500);
     reporter->acknowledged(3000);
+    reporter->installing();
     reporter->end();
     std::string text(static_cast<std::size_t>(std::ftell(stream_)), '\0');
     std::rewind(stream_);
@@ -52,12 +53,13 @@ class ProgressTest : public testing::Test {
 
 TEST_F(ProgressTest, Plain_WritesALineForEachBeginningAndEnd) {
   const std::vector<std::string> lines = linesOf(written(ProgressStyle::kPlain));
-  ASSERT_EQ(5U, lines.size());
+  ASSERT_EQ(6U, lines.size());
   EXPECT_EQ("Waiting for the terminal to answer ...", lines[0]);
   EXPECT_EQ("first.zip  0 %  0 of 1000 bytes  0.0 KB/s  --:-- left", lines[1]);
   EXPECT_EQ(0U, lines[2].find("first.zip  100 %  1000 of 1000 bytes  "));
   EXPECT_EQ(0U, lines[4].find("second?[2J  100 %  3000 of 3000 bytes  "));
-  EXPECT_NE(std::string::npos, lines[4].find("  0:00 left  2 sent again"));
+  EXPECT_NE(std::string::npos, lines[4].find("  0:00 left  1 sent again"));
+  EXPECT_EQ("Installing ...", lines[5]);
 }
 
 TEST_F(ProgressTest, AutoWithoutATerminal_IsPlain) {
@@ -66,7 +68,7 @@ TEST_F(ProgressTest, AutoWithoutATerminal_IsPlain) {
 
 TEST_F(ProgressTest, Json_WritesAnObjectALine) {
   const std::vector<std::string> lines = linesOf(written(ProgressStyle::kJson));
-  ASSERT_EQ(5U, lines.size());
+  ASSERT_EQ(6U, lines.size());
   EXPECT_EQ((nlohmann::json{{"event", "waiting"}, {"for", "the terminal to answer"}}), nlohmann::json::parse(lines[0]));
   const nlohmann::json last = nlohmann::json::parse(lines[4]);
   EXPECT_EQ("progress", last["event"]);
@@ -74,14 +76,16 @@ TEST_F(ProgressTest, Json_WritesAnObjectALine) {
   EXPECT_EQ(100, last["percent"]);
   EXPECT_EQ(3000, last["acknowledged"]);
   EXPECT_EQ(3000, last["bytes"]);
-  EXPECT_EQ(2, last["sent_again"]);
+  EXPECT_EQ(1, last["sent_again"]);
   EXPECT_EQ(0, last["seconds_left"]);
+  EXPECT_EQ(R"({"event":"installing"})", lines[5]);
 }
 
 TEST_F(ProgressTest, Tty_WritesOverOneLineAndEndsIt) {
   const std::string text = written(ProgressStyle::kTty);
   EXPECT_EQ(0U, text.find("\rWaiting for the terminal to answer ...\033[K"));
   EXPECT_EQ(text.size() - 1, text.find('\n'));
+  EXPECT_NE(std::string::npos, text.find("\rInstalling ...\033[K\n"));
   EXPECT_EQ(std::string::npos, text.find("second\x1b"));
 }
 

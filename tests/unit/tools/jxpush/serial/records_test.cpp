@@ -116,6 +116,12 @@ TEST(SerialRecords, RecordInTheData_IsDividedBeforeItsLastByte) {
   }
 }
 
+// A close record in the offset and the first byte of the data: no piece is without it.
+TEST(SerialRecords, RecordThatBeginsInTheHead_LeavesOneByte) {
+  const std::string data = "\x0C more";
+  for (std::size_t size = 1; size <= data.size(); ++size) EXPECT_EQ(1U, safeDataSize(0x0243038A, data.data(), size));
+}
+
 TEST(ParameterReader, Record_IsFoundAtItsLastByte) {
   ParameterReader reader;
   EXPECT_EQ(29U, feed(reader, kParameters));
@@ -140,6 +146,8 @@ TEST(ParameterReader, CutOrDamagedRecord_IsNotFound) {
     // A whole one behind it is.
     EXPECT_EQ(29U, feed(reader, kParameters)) << at;
   }
+  ParameterReader reader;
+  EXPECT_EQ(0U, feed(reader, recordOf("no ETX")));
 }
 
 TEST(ParameterReader, LengthField_IsKeptWithinADataRecord) {
@@ -147,10 +155,9 @@ TEST(ParameterReader, LengthField_IsKeptWithinADataRecord) {
     std::string record;
     std::size_t largest;
   } cases[] = {
-      {bytes("\x02,,,,,,,512,,\x03\x30\x9E"), 512},
-      {bytes("\x02,,,,,,,2000,,\x03\xB3\x2C"), 1024},
-      {bytes("\x02,,,,,,,,,\x03\x3D\x88"), 1024},
-      {bytes("\x02ZOR\x03\x21\xD8"), 1024},
+      {bytes("\x02,,,,,,,512,,\x03\x30\x9E"), 512}, {bytes("\x02,,,,,,,2000,,\x03\xB3\x2C"), 1024},
+      {bytes("\x02,,,,,,,,,\x03\x3D\x88"), 1024},   {bytes("\x02ZOR\x03\x21\xD8"), 1024},
+      {recordOf(",,,,,,,51x,,\x03"), 51},
   };
   for (const auto& item : cases) {
     ParameterReader reader;
