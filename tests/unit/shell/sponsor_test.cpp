@@ -77,6 +77,7 @@ TEST_F(SponsorTest, OtherIdentifiers_AreSkipped) {
     identifier[i] = static_cast<char>(identifier[i] ^ 1);
     expectSkipped(sponsorRecord("000001", "OTHER", identifier));
   }
+  expectSkipped(sponsorRecord("000001", "OTHER", std::string(6, '\0')));
 }
 
 TEST_F(SponsorTest, IdentifierLengthsOtherThan6_AreSkipped) {
@@ -164,8 +165,7 @@ TEST_F(SponsorTest, NameWithAZeroByte_EndsThere) {
 }
 
 TEST_F(SponsorTest, LargestRecord_IsRead) {
-  diagnoseRecord(recordHead(6, "100000", 65000, kAcceptedIdentifier) + std::string(64994, '-') + word(4) + "LAST" +
-                 std::string(65535 - 65022, '-'));
+  diagnoseRecord(recordHead(6, "100000", 65513, kAcceptedIdentifier) + std::string(65507, '-') + word(4) + "LAST");
   EXPECT_EQ(found(), "000001/LAST");
 }
 
