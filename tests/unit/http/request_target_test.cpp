@@ -2,35 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cstddef>
-#include <random>
-
-#include "http/number_text.h"
+#include <string>
 
 namespace zorhtml {
 namespace {
-
-// The same rules, word for word: each search starts at the front again.
-std::string naiveNormalise(std::string path) {
-  for (;;) {
-    const std::size_t at = path.find('%');
-    if (at == std::string::npos || path.size() - at < 3) break;
-    path[at] = static_cast<char>(scanHex(path.substr(at + 1, 2)).value_or(0));
-    path.erase(at + 1, 2);
-  }
-  if (path.empty() || path[0] != '/') path = "/" + path;
-  std::size_t end = std::min(path.find('?'), path.size());
-  for (std::size_t i = 0; i < end; ++i) {
-    if (path[i] == '\\') path[i] = '/';
-  }
-  for (std::size_t at = path.find("/../"); at < end; at = path.find("/../")) path[at + 1] = path[at + 2] = '_';
-  for (std::size_t at = path.find("//"); at < end; at = path.find("//")) {
-    path.erase(at);
-    --end;
-  }
-  return path;
-}
 
 TEST(NormaliseTarget, PlainPath_IsKept) {
   EXPECT_EQ(normaliseTarget("/"), "/");
@@ -116,16 +91,6 @@ TEST(NormaliseTarget, DoubleSlashBeforeTheQuery_CutsTheRest) {
 }
 
 TEST(NormaliseTarget, DoubleSlashInTheQuery_IsKept) { EXPECT_EQ(normaliseTarget("/x?y=//z"), "/x?y=//z"); }
-
-TEST(NormaliseTarget, RandomTargets_MatchTheNaiveRules) {
-  const std::string alphabet = "%%%%%225fF0x/\\/..?a-+ \t";
-  std::mt19937 random(1);  // NOLINT(cert-msc32-c,cert-msc51-cpp): the same bytes in each run
-  for (int round = 0; round < 20000; ++round) {
-    std::string target;
-    for (std::size_t length = random() % 24; length > 0; --length) target += alphabet[random() % alphabet.size()];
-    ASSERT_EQ(normaliseTarget(target), naiveNormalise(target)) << target;
-  }
-}
 
 std::string repeated(const std::string& text, int times) {
   std::string all;

@@ -123,34 +123,4 @@ TEST_F(MemoryTest, Upload_IsInstalledWholeOrLeavesNothing) {
   EXPECT_GT(installed, 1);
 }
 
-TEST_F(MemoryTest, ClientRequest_FailsAndTheNextOneIsFine) {
-  const std::string answer =
-      "HTTP/1.1 200 OK\r\nContent-Type: text/plain; charset=utf-8\r\nContent-Length: 40\r\n\r\n" + std::string(40, 'x');
-  int failures = 0;
-  for (bool failed = true; failed && failures < kMoreThanAnyNeeds; failures += failed ? 1 : 0) {
-    Wire wire(answer);
-    zorhtml::HttpProto client(new BareStream(wire));
-    const std::string url = "http://some.host.of.a.long.name:8080/path/of/the/request";
-    const std::string body = "the body of the request";
-    std::string responseBody;
-    std::string responseType;
-    int status = 0;
-    noMemory::once(failures);
-    try {
-      status = client.request(zorhtml::HttpMethod::Post, url, body, "text/plain", responseBody, responseType, false);
-    } catch (const std::bad_alloc&) {
-      status = -1;
-    }
-    failed = noMemory::met();
-    noMemory::after(-1);
-    if (failed) {
-      EXPECT_NE(status, 200);
-    } else {
-      EXPECT_EQ(std::to_string(status) + responseBody, "200" + std::string(40, 'x'));
-    }
-  }
-  EXPECT_GT(failures, 10);
-  EXPECT_LT(failures, kMoreThanAnyNeeds);
-}
-
 }  // namespace
