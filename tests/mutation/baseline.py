@@ -15,13 +15,13 @@ INSTRUMENTED = ["-g1", "-fsanitize-coverage=trace-pc"]
 
 
 class Baseline:
-    """The tests of one folder: for each program, each test's seconds and the lines of each file that it reaches."""
+    """The tests of one folder: for each program, each test's seconds and the lines that it reaches of each of the files."""
 
-    def __init__(self, project, folder, place, jobs):
+    def __init__(self, project, folder, files, place, jobs):
         self.project, self.folder, self.jobs = project, folder, jobs
         self.place = pathlib.Path(place) / folder.replace("/", "_")
         self.place.mkdir(parents=True, exist_ok=True)
-        self.files = project.files(folder)
+        self.files = files
         self.programs = project.test_programs(folder)
         self.tests = {}  # program name -> test name -> {"seconds", "lines": {file: [lines]}}
 

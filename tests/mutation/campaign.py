@@ -1,6 +1,7 @@
 """One run: prepares the folders, tries the mutants, counts and prints."""
 
 import collections
+import itertools
 import json
 import pathlib
 import random
@@ -15,6 +16,7 @@ from project import COMPILED_AS
 
 HERE = pathlib.Path(__file__).parent
 FIRST = 6  # so many of the most specific tests run before all others
+SAMPLED = 24  # so many mutants of a file are in a sample: enough to be worth compiling together
 CHUNK = 100  # so many mutants of one file go to a worker at a time
 TOGETHER_FROM = 6  # so many mutants of a file, at least, are worth compiling together
 KILLED = ("killed", "timeout")
@@ -33,6 +35,21 @@ def leading_inclusions(source):
     return end
 
 
+def sample(found, folders, seed, count):
+    """So many mutants, always the same: some of a file at a time, from one folder after the other."""
+    choice = random.Random(seed)
+    by_folder = collections.defaultdict(list)
+    for file in sorted({one.file for one in found}):
+        by_folder[folders[file]].append(file)
+    for files in by_folder.values():
+        choice.shuffle(files)
+    chosen = []
+    for file in (file for files in itertools.zip_longest(*by_folder.values()) for file in files if file):
+        mutants = [one for one in found if one.file == file]
+        chosen += choice.sample(mutants, min(SAMPLED, len(mutants)))
+    return chosen[:count]
+
+
 class Campaign:
     def __init__(self, project, place, entries, chosen):
         self.project, self.place, self.entries, self.chosen = project, place, entries, chosen
@@ -45,20 +62,24 @@ class Campaign:
         self.models = {}
         self.sound = {}  # the files that pass unchanged, and the patience that they take
 
-    def choose(self, found):
-        """The mutants to try, in their order."""
+    def choose(self, found, folders):
+        """The mutants to try, in their order. `folders` has the folder of each file."""
         listed = [one for one in found if one.key in self.entries]
         if self.chosen.equivalents:
             return listed
         found = [one for one in found if one.key not in self.entries]
         if self.chosen.again:
             found = [one for one in found if self.last.get(one.key, {}).get("outcome") == "survived"]
+        if self.chosen.count:
+            return sample(found, folders, self.chosen.seed, self.chosen.count)
         if self.chosen.seconds:
             random.Random(self.chosen.seed).shuffle(found)
         return found
 
     def run(self, files, found):
-        self.prepare(dict.fromkeys(files.values()))
+        used = {one.file for one in found} if self.chosen.count else set(files)
+        self.prepare({folder: [file for file in files if file in used and files[file] == folder]
+                      for folder in dict.fromkeys(files[file] for file in files if file in used)})
         self.begun = time.monotonic()
         self.total = len(found)
         rounds = [found]
@@ -75,8 +96,8 @@ class Campaign:
 
     def prepare(self, folders):
         programs = {}
-        for folder in folders:
-            self.baselines[folder] = Baseline(self.project, folder, self.place / "baseline", self.chosen.jobs)
+        for folder, files in folders.items():
+            self.baselines[folder] = Baseline(self.project, folder, files, self.place / "baseline", self.chosen.jobs)
             for program in self.baselines[folder].programs:
                 programs[program.target] = program
             model = self.project.model(folder)

@@ -10,6 +10,8 @@ import subprocess
 COMPILED_AS = ["-O0", "-g0", "-U_FORTIFY_SOURCE", "-Wno-error", "-Werror=return-type", "-Werror=vla"]
 # The folders whose readers tests/model/ states a second time.
 WITH_MODEL = ("http", "upload")
+# Unit tests of another folder that test a folder's files too: what the shell does at the start.
+FURTHER = {"shell": "unit.program"}
 
 
 class Project:
@@ -27,9 +29,9 @@ class Project:
         return arguments[at + 1], [word for word in arguments[:at] if not word.startswith("-ffile-prefix-map")]
 
     def files(self, folder):
-        """The source files of a folder that are compiled, relative to the tree; of a file, itself."""
+        """The source files of a folder and those below it that are compiled, relative to the tree; of a file, itself."""
         place = self.source / folder
-        found = [place] if place.suffix == ".cpp" else sorted(place.glob("*.cpp"))
+        found = [place] if place.suffix == ".cpp" else sorted(place.rglob("*.cpp"))
         return [str(file.relative_to(self.source)) for file in found if str(file) in self.entries]
 
     @functools.lru_cache(maxsize=None)
@@ -45,12 +47,12 @@ class Project:
         return ["-xc++", *chosen]
 
     def test_programs(self, folder):
-        """The unit test programs of a folder: of http, `unit.http` and each `unit.http.…`."""
+        """The unit test programs of a folder: of http, `unit.http` and each `unit.http.…`, and what FURTHER names."""
         name = "unit." + folder.removeprefix("platform/linux/").replace("/", ".")
         if folder.startswith("platform/linux/"):
             name = name.replace("unit.", "unit.platform.", 1)
         return [Program(self, "bin/" + test["name"].replace(".", "_")) for test in self._tests()
-                if test["name"] == name or test["name"].startswith(name + ".")]
+                if test["name"] in (name, FURTHER.get(folder)) or test["name"].startswith(name + ".")]
 
     def _tests(self):
         listed = subprocess.run(["ctest", "--show-only=json-v1"], cwd=self.build, check=True, capture_output=True).stdout

@@ -102,9 +102,48 @@ def ordered(first, second):
     """Whether the order can matter: what is stored in a variable of the function has to be mentioned in the other one."""
     for one, other in ((first, second), (second, first)):
         place = stored_in(one)
-        if place is not None and not re.search(rb"(?<![\w.])" + re.escape(place) + rb"(?!\w)", other.text):
+        if place is not None and not mentions(other.text, place):
+            return False
+    return not apart(first, second)
+
+
+def mentions(text, place):
+    return re.search(rb"(?<![\w.])" + re.escape(place) + rb"(?!\w)", text) is not None
+
+
+def apart(first, second):
+    """Whether both only store, to places that are told apart by their names, and neither uses what the other one stores to.
+    Of two calls that may do more than give a value the order counts."""
+    stores = [store(first), store(second)]
+    if None in stores or all(does_more(value) for _, value in stores):
+        return False
+    for (place, _), (other, value) in (stores, stores[::-1]):
+        root = re.match(rb"[A-Za-z_]\w*", place)
+        if root is None or other.startswith(place):
+            return False
+        own = re.match(re.escape(root.group()) + rb"\b", other)
+        if mentions(other[own.end() if own else 0 :] + b" " + value.text, root.group()):
             return False
     return True
+
+
+def store(node):
+    """The text of the place that a statement stores to by "=", and the node of the value; None for another statement."""
+    node = node.plain
+    if node.kind == Kind.BINARY_OPERATOR and len(node.children) == 2:
+        place, value = node.children
+    elif node.kind == Kind.CALL_EXPR and node.cursor.spelling == "operator=" and len(node.children) == 3:
+        place, _, value = node.children
+    else:
+        return None
+    return (place.text, value) if re.match(rb"\s*=[^=]", node.source[place.end : value.start + 1]) else None
+
+
+def does_more(value):
+    """Whether a function is called that may do more than give a value."""
+    called = [one.cursor.referenced for one in value.walk() if one.kind == Kind.CALL_EXPR]
+    return any(one is None or one.kind == Kind.FUNCTION_DECL or (one.kind == Kind.CXX_METHOD and not one.is_const_method())
+               for one in called if one is None or not one.spelling.startswith("operator"))
 
 
 def stored_in(node):

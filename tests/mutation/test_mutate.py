@@ -6,8 +6,10 @@ import pathlib
 import shutil
 import subprocess
 import tempfile
+import types
 import unittest
 
+import campaign
 import mutate
 from pool import Failure
 
@@ -134,6 +136,25 @@ class FurtherRuns(unittest.TestCase):
         self.assertEqual(orders[0], orders[1])
         self.assertNotEqual(orders[0], orders[2])
         self.assertEqual(sorted(orders[0]), sorted(orders[2]))
+
+
+class Folders(unittest.TestCase):
+    def test_a_file_below_a_folder_is_held_to_the_tests_of_the_folder(self):
+        self.assertEqual(mutate.owner("tools/jxpush/serial/link.cpp"), "tools/jxpush")
+        self.assertEqual(mutate.owner("base/text.cpp"), "base")
+
+    def test_what_processes_alone_test_is_there(self):
+        self.assertEqual([name for name in mutate.BY_PROCESSES if not (mutate.SOURCE / name).is_file()], [])
+
+    def test_a_sample_has_some_of_a_file_and_goes_from_folder_to_folder(self):
+        found = [types.SimpleNamespace(file=f"{folder}/{name}.cpp", number=number)
+                 for folder in "ab" for name in "xyz" for number in range(30)]
+        folders = {one.file: one.file[0] for one in found}
+        chosen = campaign.sample(found, folders, "1", 60)
+        self.assertEqual([one.file[0] for one in chosen], ["a"] * 24 + ["b"] * 24 + ["a"] * 12)
+        self.assertEqual(len({one.file for one in chosen}), 3)
+        self.assertEqual(chosen, campaign.sample(found, folders, "1", 60))
+        self.assertNotEqual(chosen, campaign.sample(found, folders, "2", 60))
 
 
 class SharedLibrary(unittest.TestCase):

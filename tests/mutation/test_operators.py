@@ -121,6 +121,11 @@ class Operators(unittest.TestCase):
                    "stop(); f(a); if (ready()) b = f(b); ==> f(a); stop(); if (ready()) b = f(b);",
                    "f(a); if (ready()) b = f(b); ==> if (ready()) b = f(b); f(a);")
 
+    def test_places_of_their_own_may_be_stored_to_in_any_order(self):
+        self.check("neighbours", "struct P { int a, b; };\nint other;\nvoid t(P& p) {\n  p.a = f(1);\n  p.b = 2;\n  p.b = p.a;\n"
+                   "  field = f(1);\n  other = f(2);\n}", "p.b = 2; p.b = p.a; ==> p.b = p.a; p.b = 2;",
+                   "field = f(1); other = f(2); ==> other = f(2); field = f(1);")
+
     def test_results_are_replaced(self):
         self.check("result", "struct S { int a; };\nS s(int);\nbool t(int a) {\n  return f(a);\n}\nint u(int a) {\n  return f(a);\n}\n"
                    "S v(int a) {\n  return s(a);\n}\nint w() {\n  return 0;\n}\n"
