@@ -10,7 +10,7 @@ import subprocess
 import unittest
 
 import jxtest
-from jxhttp import FORM_PAGE, exchange, request
+from jxhttp import FORM_PAGE, exchange, package, request, upload
 from jxoperator import OperatorCase
 
 PROGRAM = jxtest.BIN / "jxdownloader"
@@ -68,6 +68,17 @@ class CommandLineTest(jxtest.Case):
                 self.assertEqual((run.returncode, run.stdout), (0, ""))
                 self.assertRegex(run.stderr, f"^{re.escape(said)}.+\n$")
                 self.env.pop("JXPLATFORM_PAGES", None)
+
+    def test_root_of_100_bytes_serves_and_a_longer_one_is_refused(self):
+        for program in (["jxdownloader"], ["jxdownloader", "--http"], ["controllerd"], ["cloudproxyd"]):
+            self.env["JXPLATFORM_ROOT"] = f"{self.root}/".ljust(101, "x")
+            run = subprocess.run([jxtest.BIN / program[0], *program[1:]], env=self.env, capture_output=True, text=True, timeout=60)
+            self.assertEqual((run.returncode, run.stdout, run.stderr), (
+                1, "", "JXPLATFORM_ROOT has 101 bytes, at most 100 are allowed: choose a shorter path\n"), program)
+        self.assertEqual(list(self.root.iterdir()), [])
+        self.env["JXPLATFORM_ROOT"] = f"{self.root}/".ljust(100, "x") + "//"
+        self.start_http_server()
+        self.assertIn(b"Installed hello 1.0.0", exchange(upload([("hello.zip", package())])))
 
     def test_arguments_after_http_are_ignored(self):
         self.start(PROGRAM, "--http", "x", "--HTTP")
