@@ -2,6 +2,7 @@
 
     concerning.py BUILD_FOLDER FOLDER...     of these folders, or files
     concerning.py BUILD_FOLDER --changed     of the files that differ from the last commit
+    concerning.py --unknown FOLDER...        tells of the first that no test concerns, and ends with 1; needs no build
 
 Prints a line for ctest, a pattern of names, and a line for the build, its targets. What is chosen takes seconds: the unit tests of
 the folder itself, its fuzzers' corpora, and what is short of the tests of whole programs. `./jx test` runs everything.
@@ -39,6 +40,7 @@ FOLDERS = {
     "tools/jxpack": r"unit\.tools\.jxpack|system\.pack",
     "tools/jxpush": r"unit\.tools\.jxpush(\.\w+)?|fuzz\.answer_page",
     "pages": r"browser\.pages|browser\.operating",
+    "tools/run": r"system\.run",
     "fuzz": r"fuzz\..*",
     "docs": r"check\.test_names|system\.manuals",
     "tests/check": r"check\.(arrows|concerning|lint|test_names|posix)",
@@ -52,6 +54,7 @@ EVERYTHING = ("cmake", "tests/support", "CMakeLists.txt", "CMakePresets.json")
 # A file that is a test or its data, and the test.
 OWN_TEST = (
     (re.compile(r"tests/(system|browser)/(?!jx)(\w+)\.(?:py|test\.js)"), r"\1\.\2"),
+    (re.compile(r"jx"), "system.run"),
     (re.compile(r"fuzz/corpus/(\w+)/.*"), r"fuzz\.\1"),
     (re.compile(r"fuzz/(?:dictionaries/)?(\w+)\.(?:cpp|dict)"), r"fuzz\.\1"),
 )
@@ -127,7 +130,19 @@ def stop(text):
     sys.exit(f"./jx test: {text}")
 
 
+def tell_unknown(names):
+    for name in names:
+        try:
+            pattern(name)
+        except Unknown:
+            print(f"no test concerns \"{name}\": there are tests of {' '.join(FOLDERS)}")
+            return 1
+    return 0
+
+
 def main():
+    if sys.argv[1] == "--unknown":
+        sys.exit(tell_unknown(name for name in sys.argv[2:] if name != "--changed"))
     build, names = pathlib.Path(sys.argv[1]), sys.argv[2:]
     if names == ["--changed"]:
         names = changed()
@@ -140,10 +155,7 @@ def main():
         if not patterns:
             stop("nothing has changed that a test concerns: ./jx test runs every test")
     else:
-        try:
-            patterns = [pattern(name) for name in names]
-        except Unknown as unknown:
-            stop(f"no test concerns \"{unknown}\": there are tests of {' '.join(FOLDERS)}")
+        patterns = [pattern(name) for name in names]
     chosen = "|".join(dict.fromkeys(patterns))
     print(f"^({chosen})$")
     print(*targets(build, chosen))

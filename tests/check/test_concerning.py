@@ -46,7 +46,7 @@ class ConcerningTest(unittest.TestCase):
         self.assertLess({"unit.tools.jxpack", "unit.tools.jxpush", "unit.tools.jxpush.http"}, self.chosen("tools"))
 
     def test_file_of_a_test_has_that_test(self):
-        for name, test in (("tests/system/wire.py", "system.wire"), ("tests/browser/focus.test.js", "browser.focus"),
+        for name, test in (("tests/system/wire.py", "system.wire"), ("jx", "system.run"), ("tests/browser/focus.test.js", "browser.focus"),
                            ("fuzz/url.cpp", "fuzz.url"), ("fuzz/corpus/page/empty", "fuzz.page")):
             self.assertEqual(self.chosen(name), {test})
 

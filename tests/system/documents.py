@@ -207,8 +207,6 @@ class CommandTest(jxtest.Case):
             line = process.stdout.readline()
             self.assertTrue(line, f"{command} ended: {said}")
             said.append(line)
-        if "--http" not in command:
-            jxtest.wait_until(lambda: (self.state / "screen.url").exists(), what="the screen")
 
     def end_group(self, process):
         os.killpg(process.pid, signal.SIGTERM)

@@ -92,10 +92,10 @@ def links(path):
     return re.findall(r"\]\(([^)\s]+)\)", prose(path))
 
 
-def make_tree(root, build):
+def make_tree(root, build, name="tree"):
     """A tree to run commands in: this one by links, with `build` as build/release, and a `jx` that starts
     that build without building it."""
-    tree = pathlib.Path(root) / "tree"
+    tree = pathlib.Path(root) / name
     tree.mkdir()
     for entry in SOURCE.iterdir():
         if entry.name not in ("jx", "build", ".git"):
