@@ -70,6 +70,11 @@ class Case(jxtest.Case):
             found[f"etc/{name}"] = (self.tree / "etc" / name).read_text().splitlines()
         return found
 
+    def changed(self, before):
+        """The paths that are not as an earlier listing had them."""
+        now = self.listing()
+        return {path for path in {*before, *now} if before.get(path) != now.get(path)}
+
     def settings(self, path):
         whole = self.tree / path
         return whole.read_bytes() if path.startswith(("etc/", "var/")) and whole.is_file() and not whole.is_symlink() else None

@@ -155,11 +155,9 @@ class InstallationTest(jxtree.Case):
     def test_installation_enables_nothing_and_leaves_settings_alone(self):
         before = self.listing()
         self.install_packages()
-        after = self.listing()
-        changed = {path for path in {*before, *after} if before.get(path) != after.get(path)}
-        elsewhere = {path for path in changed if not path.startswith("usr/") and path != "var/lib/jxplatform"}
+        elsewhere = {path for path in self.changed(before) if not path.startswith("usr/") and path != "var/lib/jxplatform"}
         self.assertEqual(elsewhere, {"etc/passwd", "etc/group", "etc/shadow", "etc/gshadow"})
-        self.assertEqual({path for path in before if path not in after}, set())
+        self.assertEqual(set(before) - set(self.listing()), set())
 
     def test_second_installation_over_the_first_keeps_state_and_choices(self):
         self.install_packages()
@@ -168,27 +166,79 @@ class InstallationTest(jxtree.Case):
         kept.write_text("{}")
         before = self.listing()
         self.install_packages()
-        self.assertEqual(self.listing(), before)
+        self.assertEqual(self.changed(before), set())
         self.assertEqual(kept.read_text(), "{}")
         self.run_in("systemctl", "is-enabled", "jxdownloader-http")
         self.run_in("systemctl", "is-enabled", "jxdownloader-terminal", succeeds=False)
 
 
 class RemovalTest(jxtree.Case):
-    def test_purge_leaves_nothing(self):
-        before = self.listing()
+    STATE = "var/lib/jxplatform"
+
+    def setUp(self):
+        super().setUp()
+        self.before = self.listing()
         self.install_packages()
-        self.assertNotEqual(self.listing(), before)
-        self.run_in("systemctl", "enable", *UNITS)
+        self.assertNotEqual(self.changed(self.before), set())
+
+    def install_hello(self):
         server = self.start_unit("jxdownloader-http")
         jxtest.wait_until(lambda: jxtest.can_connect(jxtest.HTTP_PORT), what="the upload server accepts")
         self.assertIn("Installed hello", upload((self.tree / HELLO).read_bytes())[1])
         self.stop(server)
-        self.run_in("dpkg", "--purge", "jxdownloader", "jxdownloader-tools")
-        self.assertEqual(self.listing(), before)
+
+    def mount(self, *options, below=""):
+        place = self.tree / self.STATE / below
+        place.mkdir(exist_ok=True)
+        subprocess.run(["mount", *options, place], check=True)
+        self.addCleanup(subprocess.run, ["umount", place], check=True)
+        return place
+
+    def purge(self):
+        return self.run_in("dpkg", "--purge", "jxdownloader", "jxdownloader-tools")
+
+    def test_purge_leaves_nothing_of_the_settings_either(self):
+        self.run_in("systemctl", "enable", *UNITS)
+        for path in ("etc/default/jxdownloader-cloudproxyd", "etc/systemd/system/jxdownloader-http.service.d/override.conf"):
+            (self.tree / path).parent.mkdir(exist_ok=True)
+            (self.tree / path).write_text("")
+        self.run_in("systemctl", "mask", "jxdownloader-terminal")
+        self.install_hello()
+        self.assertEqual(self.purge().stderr, "")
+        self.assertEqual(self.changed(self.before), set())
+
+    def test_purge_empties_the_state_s_own_file_system_and_names_what_is_mounted(self):
+        user = self.run_in("id", "-u", "jxdownloader").stdout.strip()
+        state = self.mount("-t", "tmpfs", "-o", f"uid={user},gid={user},mode=0755", "state")
+        source = self.mount("-t", "tmpfs", "-o", f"uid={user},gid={user},mode=0755", "uploads", below="source")
+        self.install_hello()
+        (state / "lost+found").mkdir()
+        elsewhere = self.root / "else where[1]"
+        elsewhere.mkdir()
+        (elsewhere / "certificate.pem").write_text("shared")
+        self.mount("--bind", elsewhere, below="certs [1]")
+        (source / "foreign").write_text("")
+        with open(self.tree / "etc/fstab", "a", encoding="utf-8") as table:
+            table.write("tmpfs /var/lib/jxplatform/source tmpfs uid=jxdownloader 0 0\n")
+        said = self.purge().stderr
+        self.assertEqual(sorted(path.name for path in state.iterdir()), ["certs [1]", "lost+found", "source"])
+        self.assertEqual((elsewhere / "certificate.pem").read_text(), "shared")
+        self.assertTrue((source / "foreign").exists())
+        self.assertEqual(said.splitlines(), [f"jxdownloader: {line}" for line in (
+            "/var/lib/jxplatform stays, empty, since a file system is mounted there",
+            "/var/lib/jxplatform/certs [1] stays as it is, since it is mounted",
+            "/var/lib/jxplatform/source stays as it is, since it is mounted",
+            "take the lines with /var/lib/jxplatform out of /etc/fstab before the next start")])
+        self.run_in("getent", "passwd", "jxdownloader", succeeds=False)
+
+    def test_purge_removes_a_link_in_the_state_s_place_and_says_where_it_led(self):
+        (self.tree / self.STATE).rename(self.tree / "srv/state")
+        (self.tree / self.STATE).symlink_to("/srv/state")
+        self.assertEqual(self.purge().stderr, "jxdownloader: what /var/lib/jxplatform led to stays: /srv/state\n")
+        self.assertFalse((self.tree / self.STATE).is_symlink())
+        self.assertTrue((self.tree / "srv/state").is_dir())
 
     def test_remove_keeps_the_state_and_a_second_installation_finds_it(self):
-        self.install_packages()
         kept = self.tree / "var/lib/jxplatform/terminal.json"
         kept.write_text("{}")
         self.run_in("dpkg", "--remove", "jxdownloader", "jxdownloader-tools")
