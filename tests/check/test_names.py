@@ -1,4 +1,4 @@
-"""Each test that docs/testing.md names exists."""
+"""Each test that docs/testing.md and docs/fuzzing.md name exists."""
 
 import pathlib
 import re
@@ -10,8 +10,9 @@ UNIT_NAME = re.compile(r"[A-Z]\w+\.(?:\w+\*?|\*)")
 
 
 def named():
-    """What stands in backticks in the document's tables."""
-    rows = [line for line in (SOURCE / "docs/testing.md").read_text().splitlines() if line.startswith("|")]
+    """What stands in backticks in the documents' tables."""
+    rows = [line for name in ("testing", "fuzzing") for line in (SOURCE / f"docs/{name}.md").read_text().splitlines()
+            if line.startswith("|")]
     return {name for row in rows for name in re.findall(r"`([^`]+)`", row)}
 
 

@@ -9,6 +9,7 @@ import tempfile
 import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).parents[1] / "system"))
+import jxdocuments
 import jxlibraries
 import jxtest
 
@@ -62,6 +63,21 @@ class ContentTest(unittest.TestCase):
         self.assertEqual((pages | manuals) - packed, set())
         for name in self.files("jxdownloader") | self.files("jxdownloader-tools"):
             self.assertNotRegex(name, r"~$|\.orig$|/include/|\.a$|\.cmake$")
+
+    def test_links_of_the_documents_lead_somewhere_where_they_are_installed(self):
+        followed = 0
+        with tempfile.TemporaryDirectory() as folder:
+            for package in self.packages.values():
+                told("dpkg-deb", "--extract", package, folder)
+            for path in pathlib.Path(folder, "usr/share/doc").rglob("*.md"):
+                for link in jxdocuments.links(path):
+                    file, _, anchor = link.partition("#")
+                    target = (path.parent / file).resolve() if file else path
+                    if not re.match(r"^[a-z]+:", link):
+                        self.assertTrue(target.exists(), f"{path.name}: {link}")
+                        self.assertTrue(not anchor or anchor in jxdocuments.anchors(target), f"{path.name}: {link}")
+                        followed += 1
+        self.assertGreater(followed, 50)
 
     def test_every_program_has_a_manual_and_a_completion(self):
         for package in self.packages:

@@ -59,10 +59,14 @@ class AdministratorTest(jxtree.Case):
         return self.run_in("systemctl", "is-enabled", unit, succeeds=None).stdout.strip()
 
     def test_installing(self):
-        self.assertEqual(self.run_blocks("packaging/README.md"), 1)
+        self.assertEqual(self.run_blocks("docs/installing.md"), 1)
         for unit in ("jxdownloader-http", "jxdownloader-terminal"):
             self.assertEqual(self.is_enabled(unit), "enabled")
         self.assertIn("install ok installed", self.run_in("dpkg", "--status", "jxdownloader").stdout)
+
+    def test_sending(self):
+        self.assertEqual(self.run_blocks("docs/technician.md"), 1)
+        self.run_in("jxpush", "--version")
 
     def test_operating(self):
         self.assertGreater(self.run_blocks("docs/operating.md"), 4)
@@ -77,7 +81,7 @@ class AdministratorTest(jxtree.Case):
     def test_every_document_with_such_commands_is_tried(self):
         found = {str(path.relative_to(jxtest.SOURCE)) for path in jxdocuments.documents()
                  if any(block.word == "root" for block in jxdocuments.blocks(path))}
-        self.assertEqual(found, {"packaging/README.md", "docs/operating.md"})
+        self.assertEqual(found, {"docs/installing.md", "docs/operating.md", "docs/technician.md"})
 
 
 if __name__ == "__main__":

@@ -5,9 +5,11 @@ import os
 import pathlib
 import re
 import runpy
+import shutil
 import signal
 import socket
 import subprocess
+import tempfile
 import unittest
 import urllib.request
 
@@ -19,7 +21,10 @@ import jxtest
 PROGRAMS = ("jxpush", "jxpack", "cloudproxyd", "controllerd")
 # What stands before a document's commands, apart from a terminal that the document starts itself.
 SERVER, TERMINAL = "the upload server alone", "the whole terminal"
-NEEDS = {"docs/http-api.md": SERVER, "docs/security.md": SERVER, "docs/ipc.md": TERMINAL, "docs/screen.md": TERMINAL}
+NEEDS = {"docs/http-api.md": SERVER, "docs/security.md": SERVER, "docs/packager.md": SERVER, "docs/ipc.md": TERMINAL,
+         "docs/screen.md": TERMINAL, "docs/technician.md": TERMINAL}
+# The serial ports of the technician's computer, and which of the terminal's lines each is connected to.
+CABLES = {"ttyACM0": "usb", "ttyUSB0": "com1"}
 
 
 def source_text():
@@ -83,6 +88,14 @@ class FormTest(unittest.TestCase):
             for span in filter(pattern.match, jxdocuments.code_spans(path)):
                 wanted = re.sub(r"\bNAME\b", "*", span)
                 self.assertTrue(any(jxtest.SOURCE.glob(wanted.rstrip("/"))), f"{path.name}: {span}")
+
+    def test_words_in_curly_quotes_stand_on_the_screen(self):
+        shown = {word.strip() for path in (jxtest.SOURCE / "pages").glob("*.html") for word in
+                 re.split(r"<[^>]*>|[“”]|data-\w+=", path.read_text())}
+        quoted = {word for name in ("technician", "operating")
+                  for word in re.findall("“([^”]*)”", (jxtest.SOURCE / f"docs/{name}.md").read_text())}
+        self.assertGreater(len(quoted), 8)
+        self.assertEqual(quoted - shown, set())
 
     def test_variables_are_read_by_the_program(self):
         text = source_text() + "".join(path.read_text() for path in (jxtest.SOURCE / "tests/browser").glob("*.js"))
@@ -197,6 +210,12 @@ class CommandTest(jxtest.Case):
             del self.env[name]
         self.env["DBUS_SESSION_BUS_ADDRESS"] = f"unix:path={self.state}/bus"
 
+    def join_network(self):
+        """An address for the screen to show: it shows none where there is loopback alone."""
+        for words in ("link add jxa type veth peer name jxb", "addr add 192.0.2.1/24 dev jxa", "link set jxa up", "link set jxb up"):
+            subprocess.run(["ip", *words.split()], check=True)
+        self.addCleanup(subprocess.run, ["ip", "link", "del", "jxa"], check=True)
+
     def start_command(self, command):
         """Starts what runs until it is ended, and waits until it says how to send the example."""
         process = subprocess.Popen(["bash", "-c", command], cwd=self.tree, env=self.env, stdout=subprocess.PIPE, text=True,
@@ -213,7 +232,7 @@ class CommandTest(jxtest.Case):
         process.communicate(timeout=60)
 
     def press(self, presses):
-        for page, result in presses:
+        for page, *result in presses:
             base = (self.state / "screen.url").read_text().strip()
 
             def shown():
@@ -221,12 +240,23 @@ class CommandTest(jxtest.Case):
                     screen = json.load(answer) if answer.status == 200 else {}
                 return screen if screen.get("page") == page else None
             screen = jxtest.wait_until(shown, what=f"{page} on the screen")
-            body = json.dumps({"result": int(result)}).encode()
+            if not result:  # a page that stays; it is to be there, with what goes on behind it
+                jxtest.wait_until(lambda: jxtest.can_connect(jxtest.HTTP_PORT), what="the upload server accepts")
+                continue
+            body = json.dumps({"result": int(result[0])}).encode()
             urllib.request.urlopen(f"{base}api/screen/{screen['id']}/result", body, timeout=30).close()
 
+    def with_cables(self):
+        """What a command line begins with that has the terminal's lines at serial ports of its own."""
+        ports = pathlib.Path(tempfile.mkdtemp(prefix="ports-", dir=self.root))
+        for port, line in CABLES.items():
+            (ports / port).symlink_to(self.state / "lines" / line)
+        return ["unshare", "--mount", jxtest.SOURCE / "tools/run/with-devices", ports]
+
     def run_block(self, block):
-        run = subprocess.run(["bash", "-euo", "pipefail", "-c", block.text + "\nkill $(jobs -p) 2>/dev/null || true"],
-                             cwd=self.tree, env=self.env, capture_output=True, text=True, timeout=120, stdin=subprocess.DEVNULL)
+        before = self.with_cables() if "serial:/dev/" in block.text else []
+        run = subprocess.run([*before, "bash", "-euo", "pipefail", "-c",
+                              block.text + "\nkill $(jobs -p) 2>/dev/null || true"], cwd=self.tree, env=self.env, capture_output=True, text=True, timeout=120, stdin=subprocess.DEVNULL)
         self.assertEqual(run.returncode, 0, f"{block.place}\n{run.stdout}{run.stderr}")
         return run.stdout
 
@@ -285,6 +315,9 @@ class CommandTest(jxtest.Case):
 
     def run_document(self, path):
         name = str(path.relative_to(jxtest.SOURCE))
+        if name == "docs/technician.md":
+            self.join_network()
+            shutil.copy(jxtest.BUILD / "examples/hello-1.0.0.zip", self.tree)
         if name in NEEDS:
             self.start_command("./jx run" + (" --http" if NEEDS[name] is SERVER else ""))
         for block in jxdocuments.blocks(path):

@@ -30,8 +30,8 @@ KIOSK = "share/doc/jxdownloader/examples/jxdownloader-kiosk.service"
 
 
 def stated_exposures():
-    """The figure that packaging/README.md states for each unit, whose table has it last."""
-    text = (jxtest.SOURCE / "packaging/README.md").read_text()
+    """The figure that docs/installing.md states for each unit, whose table has it last."""
+    text = (jxtest.SOURCE / "docs/installing.md").read_text()
     return {name: float(figure) for name, figure in re.findall(r"^\| `jxdownloader-(\w+)` .* (\d\.\d) \|$", text, re.M)}
 
 

@@ -40,7 +40,7 @@ class Block:
 
 def documents():
     """What is written for readers."""
-    top = [SOURCE / name for name in ("README.md", "CONTRIBUTING.md", "CHANGELOG.md", "packaging/README.md")]
+    top = [SOURCE / name for name in ("README.md", "CONTRIBUTING.md", "CHANGELOG.md")]
     return top + sorted((SOURCE / "docs").rglob("*.md"))
 
 

@@ -86,7 +86,8 @@ def explained(name, heading):
 
 
 def explained_failures():
-    return explained("docs/operating.md", "## What failures look like")
+    return (explained("docs/operating.md", "## What failures look like") +
+            explained("docs/technician.md", "## What the results mean"))
 
 
 def explained_signatures():
