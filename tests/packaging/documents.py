@@ -15,7 +15,7 @@ import jxtree
 
 NOT_BOOTED = "System has not been booted with systemd as init system (PID 1). Can't operate."
 # Of Debian, and larger than all else together: packages of these names stand in for them.
-STAND_INS = ("cage", "chromium")
+STAND_INS = ("cage", "chromium", "curl")
 
 
 class AdministratorTest(jxtree.Case):
@@ -52,6 +52,8 @@ class AdministratorTest(jxtree.Case):
         blocks = [block for block in jxdocuments.blocks(path) if block.word == "root"]
         for block in blocks:
             for line in block.lines:
+                if document == "docs/operating.md" and line.startswith("systemctl enable"):
+                    self.assertTrue(self.is_fenced(), f"{block.place}: {line}")
                 self.run_line(line, block.place)
         return len(blocks)
 
@@ -68,7 +70,19 @@ class AdministratorTest(jxtree.Case):
         self.assertEqual(self.run_blocks("docs/technician.md"), 1)
         self.run_in("jxpush", "--version")
 
+    def provide_settings(self):
+        """What the administrator brings along: a certificate, and the terminal's settings as the document has them."""
+        (self.tree / "packages/vendor.pem").write_text("")
+        [settings] = [block for block in jxdocuments.blocks(jxtest.SOURCE / "docs/operating.md") if block.language == "json"]
+        (self.tree / "packages/terminal.json").write_text(settings.text)
+
+    def is_fenced(self):
+        state = self.tree / "var/lib/jxplatform"
+        settings = state / "terminal.json"
+        return any(state.glob("certs/*.pem")) and settings.exists() and '"signatures": "required"' in settings.read_text()
+
     def test_operating(self):
+        self.provide_settings()
         self.assertGreater(self.run_blocks("docs/operating.md"), 4)
         self.assertEqual(self.is_enabled("jxdownloader-kiosk"), "enabled")
         self.assertEqual(self.is_enabled("serial-getty@ttyAMA0"), "masked")

@@ -4,7 +4,9 @@ import http.client
 import os
 import pathlib
 import re
+import shlex
 import shutil
+import socket
 import subprocess
 import tempfile
 import unittest
@@ -134,6 +136,16 @@ class UnitsTest(Installed):
         faults = [line for line in self.analyze("verify", unit).stderr.splitlines()
                   if not line.endswith("/usr/bin/cage is not executable: No such file or directory")]
         self.assertEqual(faults, [])
+
+    def test_example_for_a_display_waits_for_the_screen(self):
+        [command] = re.findall("^ExecStartPre=(.*)$", (self.prefix / KIOSK).read_text(), re.M)
+        with socket.create_server(("127.0.0.1", 6380)) as nobody:
+            nobody.settimeout(60)
+            waiting = self.start(*shlex.split(command), stderr=subprocess.DEVNULL)
+            nobody.accept()[0].close()  # the first request is in vain
+        self.start(self.prefix / "bin/jxdownloader")
+        self.assertEqual(waiting.wait(60), 0)
+        self.assertTrue((self.root / "screen.url").exists())
 
     def test_unit_without_hardening_is_noticed(self):
         bare = self.place / "bare.service"
