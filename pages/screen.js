@@ -130,6 +130,7 @@
       main.querySelectorAll('form').forEach((form) => form.reset());
     } else {
       main.replaceChildren(...page.body.childNodes);
+      main.scrollTop = 0;
     }
     answered();
     setSending(false);
@@ -178,7 +179,7 @@
   function focusFirst() {
     const last = main.querySelector(`.menu button[data-result="${chosen.get(screen.page)}"]`);
     const element = main.querySelector('[data-focus]') || last || main.querySelector('.menu button, form input:checked') || main;
-    element.focus({preventScroll: element === main});
+    element.focus({preventScroll: element === main || !element.closest('.content')});  // a page is read from its heading on
   }
 
   // What the style sheet cannot do
@@ -186,9 +187,14 @@
   function furnish() {
     main.querySelectorAll('form').forEach(chooseFieldsets);
     main.querySelectorAll('.text_nowrap_tick').forEach(tick);
-    const content = main.querySelector('.content');
+    const content = scroller();
     const reachable = content && content.querySelector('button, input:not([type="hidden"])');
     if (content && !reachable && content.scrollHeight > content.clientHeight) content.tabIndex = 0;
+  }
+
+  // What scrolls: a page's content, or all of it on a display of few lines.
+  function scroller() {
+    return [main.querySelector('.content'), main].find((part) => part && getComputedStyle(part).overflowY === 'auto');
   }
 
   function chooseFieldsets(form) {
@@ -409,12 +415,12 @@
   }
 
   function scrollTo(where) {
-    const content = main.querySelector('.content');
+    const content = scroller();
     content.scrollTop = where === 'end' ? content.scrollHeight : 0;
   }
 
   function scrollByKey(key) {
-    const content = main.querySelector('.content');
+    const content = scroller();
     const end = {Home: 'start', End: 'end'}[key];
     if (content && end && !document.activeElement.matches('input')) return scrollTo(end), true;
     const step = {ArrowDown: 60, ArrowUp: -60, PageDown: 0.9, PageUp: -0.9}[key];
