@@ -30,7 +30,7 @@ ALLOWED = {
     "platform/linux/zorsec": {"base", "platform/linux/support"},
     "platform/linux/services/cloudproxyd": {"base", "platform/linux/openssl", "platform/linux/support"},
     "platform/linux/services/controllerd": {"base", "platform/linux/support"},
-    "tools/jxpack": {"base", "platform/linux/openssl"},
+    "tools/jxpack": {"base", "platform/linux/openssl", "platform/linux/support"},
     "tools/jxpush": {"base", "tools/jxpush/common", "tools/jxpush/http", "tools/jxpush/output", "tools/jxpush/serial"},
     "tools/jxpush/common": {"base", "platform/linux/openssl"},
     "tools/jxpush/http": {"base", "http", "platform/linux/openssl", "tools/jxpush/common", "upload"},

@@ -56,7 +56,7 @@ class Signatures(InstallerCase):
     def pack(self, *options):
         """An archive's entries: name -> content."""
         path = self.root / "package.zip"
-        subprocess.run([JXPACK, "--name", "hello", "--version", "1.0.0", *options, "-o", path, self.folder], check=True,
+        subprocess.run([JXPACK, "--name", "hello", "--version", "1.0.0", "--force", *options, "-o", path, self.folder], check=True,
                        capture_output=True, env=self.env)
         with zipfile.ZipFile(path) as archive:
             return {name: archive.read(name) for name in archive.namelist()}

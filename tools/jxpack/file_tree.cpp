@@ -14,6 +14,7 @@
 #include "base/file_io.h"
 #include "platform/linux/openssl/sha256.h"
 #include "tools/jxpack/package_rules.h"
+#include "tools/jxpack/private_key_finder.h"
 #include "tools/jxpack/problem.h"
 
 namespace jxpack {
@@ -39,7 +40,7 @@ std::string readAndDigest(const std::string& path,
   std::vector<char> block(kBlockBytes);
   while (const std::size_t got = std::fread(block.data(), 1, block.size(), file.get())) {
     digest.add(block.data(), got);
-    if (sink) sink(block.data(), got);
+    sink(block.data(), got);
   }
   if (std::ferror(file.get()) != 0) failRead(path);
   const std::optional<std::string> hex = digest.hex();
@@ -60,14 +61,17 @@ std::vector<std::string> namesIn(const std::string& folder) {
 
 class TreeReader {
  public:
-  TreeReader(std::string folder, const std::string& output) : folder_(std::move(folder)) {
-    hasOutput_ = stat(output.c_str(), &output_) == 0;
+  TreeReader(std::string folder, const TreeRules& rules) : folder_(std::move(folder)), rules_(rules) {
+    hasOutput_ = stat(rules.output.c_str(), &output_) == 0;
   }
 
-  std::vector<SourceFile> read() {
+  Tree read() {
+    const auto byPath = [](const auto& a, const auto& b) { return a.path < b.path; };
     addFolder("");
-    std::sort(files_.begin(), files_.end(), [](const auto& a, const auto& b) { return a.path < b.path; });
-    return std::move(files_);
+    if (tree_.files.empty()) refuse(folder_, "nothing is left to be packed");
+    std::sort(tree_.files.begin(), tree_.files.end(), byPath);
+    std::sort(tree_.leftOut.begin(), tree_.leftOut.end(), byPath);
+    return std::move(tree_);
   }
 
  private:
@@ -82,15 +86,19 @@ class TreeReader {
     const std::string full = folder_ + '/' + path;
     struct stat status {};
     if (lstat(full.c_str(), &status) != 0) failRead(full);
+    const std::string reason = reasonToLeaveOut(path, status);
+    if (!reason.empty()) return tree_.leftOut.push_back({S_ISDIR(status.st_mode) ? path + '/' : path, reason});
     const std::string problem = pathProblem(path);
     if (!problem.empty()) refuse(full, problem);
     if (S_ISDIR(status.st_mode)) return addFolder(path + '/');
     if (S_ISLNK(status.st_mode)) refuse(full, "is a link");
     if (!S_ISREG(status.st_mode)) refuse(full, "is neither a file nor a directory");
-    if (hasOutput_ && status.st_dev == output_.st_dev && status.st_ino == output_.st_ino) {
-      refuse(full, "is the output file");
-    }
     addFile(path, full, status);
+  }
+
+  std::string reasonToLeaveOut(const std::string& path, const struct stat& status) const {
+    if (hasOutput_ && status.st_dev == output_.st_dev && status.st_ino == output_.st_ino) return "the package itself";
+    return rules_.exclusions.reasonFor(path, S_ISDIR(status.st_mode));
   }
 
   void addFile(const std::string& path, const std::string& full, const struct stat& status) {
@@ -99,34 +107,39 @@ class TreeReader {
     if (total_ > kMaxUnpackedBytes) {
       refuse(folder_, "has more than the " + std::to_string(kMaxUnpackedBytes) + " bytes that are allowed");
     }
-    if (files_.size() >= kMaxFiles) {
+    if (tree_.files.size() >= kMaxFiles) {
       refuse(folder_, "has more than the " + std::to_string(kMaxFiles) + " files that are allowed");
     }
     SourceFile file;
     file.path = path;
-    file.digest = readAndDigest(full, nullptr);
+    PrivateKeyFinder keys;
+    file.digest = readAndDigest(full, [&](const char* data, std::size_t size) { keys.add(data, size); });
+    if (keys.found() && !rules_.allowPrivateKeys) {
+      refuse(full, "holds a private key, which everyone with the package could read; --allow-private-keys packs it");
+    }
     file.size = static_cast<std::uint64_t>(status.st_size);
     file.executable = (status.st_mode & (S_IXUSR | S_IXGRP | S_IXOTH)) != 0;
-    files_.push_back(std::move(file));
+    tree_.files.push_back(std::move(file));
   }
 
   std::string folder_;
+  const TreeRules& rules_;
   struct stat output_ {};
   bool hasOutput_ = false;
   std::uint64_t total_ = 0;
-  std::vector<SourceFile> files_;
+  Tree tree_;
 };
 
 }  // namespace
 
-std::vector<SourceFile> readTree(const std::string& folder, const std::string& output) {
-  std::vector<SourceFile> files = TreeReader(folder, output).read();
+Tree readTree(const std::string& folder, const TreeRules& rules) {
+  Tree tree = TreeReader(folder, rules).read();
   std::vector<std::string> paths;
-  paths.reserve(files.size());
-  for (const SourceFile& file : files) paths.push_back(file.path);
+  paths.reserve(tree.files.size());
+  for (const SourceFile& file : tree.files) paths.push_back(file.path);
   const std::string problem = caseProblem(paths);
   if (!problem.empty()) refuse(folder, problem);
-  return files;
+  return tree;
 }
 
 void readContent(const std::string& folder, const SourceFile& file,

@@ -6,10 +6,11 @@ _jxpack() {
       mapfile -t COMPREPLY < <(compgen -f -- "$current")
       return
       ;;
-    --name | --version | --description) return ;;
+    --name | --version | --description | --exclude) return ;;
   esac
   if [[ $current == -* ]]; then
-    mapfile -t COMPREPLY < <(compgen -W '--name --version --description --key --cert -o --output -h --help' -- "$current")
+    mapfile -t COMPREPLY < <(compgen -W '--name --version --description --exclude --allow-private-keys --key --cert -o --output \
+      --force --tool-version -h --help' -- "$current")
   else
     mapfile -t COMPREPLY < <(compgen -d -- "$current")
   fi

@@ -2,7 +2,6 @@
 
 #include <archive.h>
 #include <archive_entry.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -10,6 +9,7 @@
 #include <new>
 
 #include "base/file_io.h"
+#include "platform/linux/openssl/sha256.h"
 #include "tools/jxpack/package_rules.h"
 #include "tools/jxpack/problem.h"
 
@@ -49,7 +49,12 @@ class ZipWriter {
     add(text.data(), text.size());
   }
 
-  void finish() { check(archive_write_close(archive_.get()) == ARCHIVE_OK); }
+  Written finish() {
+    check(archive_write_close(archive_.get()) == ARCHIVE_OK);
+    const std::optional<std::string> digest = digest_.hex();
+    if (!digest) throw Problem(ExitCode::kSigning, "the SHA-256 digest cannot be computed");
+    return {size_, *digest};
+  }
 
  private:
   // A failure is kept for check(): the library, told of it, would not free what its packer holds.
@@ -57,6 +62,8 @@ class ZipWriter {
     auto* const self = static_cast<ZipWriter*>(data);
     const bool put = self->error_ != 0 || base::writeAll(self->fd_, {static_cast<const char*>(bytes), size});
     if (!put) self->error_ = errno;
+    self->digest_.add(bytes, size);
+    self->size_ += size;
     return static_cast<la_ssize_t>(size);
   }
 
@@ -71,11 +78,13 @@ class ZipWriter {
   }
 
   int fd_;
+  jxplatform::Sha256 digest_;
+  std::uint64_t size_ = 0;
   int error_ = 0;  // the errno of the first write that failed
   std::unique_ptr<archive, int (*)(archive*)> archive_;
 };
 
-void writeArchive(int fd, const PackageContent& content, const char* compression) {
+Written writeArchive(int fd, const PackageContent& content, const char* compression) {
   ZipWriter zip(fd, compression);
   zip.addText(kManifestName, content.manifest);
   if (content.signature) zip.addText(kSignatureName, *content.signature);
@@ -83,15 +92,7 @@ void writeArchive(int fd, const PackageContent& content, const char* compression
     zip.begin(file.path, file.size, file.executable ? kProgramMode : kFileMode);
     readContent(content.folder, file, [&](const char* data, std::size_t size) { zip.add(data, size); });
   }
-  zip.finish();
-}
-
-std::uint64_t sizeOf(int fd) {
-  struct stat status {};
-  if (fstat(fd, &status) != 0) {
-    throw Problem(ExitCode::kFile, "the package cannot be examined: " + base::errorText(errno));
-  }
-  return static_cast<std::uint64_t>(status.st_size);
+  return zip.finish();
 }
 
 std::uint64_t unpackedBytes(const PackageContent& content) {
@@ -102,20 +103,21 @@ std::uint64_t unpackedBytes(const PackageContent& content) {
 
 }  // namespace
 
-void writePackage(int fd, const PackageContent& content) {
+Written writePackage(int fd, const PackageContent& content) {
   const std::uint64_t unpacked = unpackedBytes(content);
-  writeArchive(fd, content, "deflate");
-  if (unpacked > kFreeUnpackedBytes && unpacked > kMaxRatio * sizeOf(fd)) {
+  Written written = writeArchive(fd, content, "deflate");
+  if (unpacked > kFreeUnpackedBytes && unpacked > kMaxRatio * written.size) {
     if (ftruncate(fd, 0) != 0 || lseek(fd, 0, SEEK_SET) != 0) {
       throw Problem(ExitCode::kFile, "the package cannot be rewritten: " + base::errorText(errno));
     }
-    writeArchive(fd, content, "store");
+    written = writeArchive(fd, content, "store");
   }
-  if (unpacked > kMaxUnpackedBytes || sizeOf(fd) > kMaxArchiveBytes) {
-    throw Problem(ExitCode::kRefused, "the package has " + std::to_string(sizeOf(fd)) + " bytes, " +
+  if (unpacked > kMaxUnpackedBytes || written.size > kMaxArchiveBytes) {
+    throw Problem(ExitCode::kRefused, "the package has " + std::to_string(written.size) + " bytes, " +
                                           std::to_string(unpacked) + " unpacked; the installer takes at most " +
                                           std::to_string(kMaxArchiveBytes));
   }
+  return written;
 }
 
 }  // namespace jxpack

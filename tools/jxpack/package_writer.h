@@ -16,9 +16,15 @@ struct PackageContent {
   std::optional<std::string> signature;  // the bytes of manifest.json.p7s
 };
 
+// What was written.
+struct Written {
+  std::uint64_t size = 0;
+  std::string digest;  // SHA-256, 64 lower-case hex digits
+};
+
 // Writes the zip archive to the empty file behind `fd`: manifest, signature, files in their order, all with the same
 // time and owner, so that the same content makes the same bytes. What would shrink beyond the installer's bound for
 // packed data is stored unpacked. Throws Problem.
-void writePackage(int fd, const PackageContent& content);
+Written writePackage(int fd, const PackageContent& content);
 
 }  // namespace jxpack

@@ -1,0 +1,32 @@
+// The command line of jxpack.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "tools/jxpack/manifest_text.h"
+
+namespace jxpack {
+
+struct Options {
+  PackageFacts facts;
+  std::string folder;
+  std::string output;
+  std::string key;
+  std::string certificate;
+  std::vector<std::string> excluded;
+  bool allowPrivateKeys = false;
+  bool force = false;
+};
+
+// What the command line asks for.
+struct CommandLine {
+  Options options;
+  bool done = false;  // help or version was printed, or the line is wrong: end with exitCode
+  int exitCode = 0;
+};
+
+// Reads the command line; prints the help on standard output, what is wrong with it on standard error.
+[[nodiscard]] CommandLine readCommandLine(int argc, char** argv);
+
+}  // namespace jxpack
