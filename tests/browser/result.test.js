@@ -32,6 +32,8 @@ async function larger(one, other) {
 const verdicts = [
   ['1 installed', 'good', packageLine(0) + 'Installed hello 1.0.0<br>' + applications('hello 1.0.0')],
   ['1 installed, 1 updated, 2 reinstalled', 'good', 'Installed a 1<br>Reinstalled b 1<br>Updated c 1 -&gt; 2<br>Reinstalled d 1<br>'],
+  ['1 installed, 2 removed', 'good', 'Removed a<br>Installed b 1<br>Removed c<br>'],
+  ['Nothing installed', 'bad', red('Warning: a is not installed, nothing was removed')],
   ['1 updated, 1 refused', 'bad', 'Updated c 1 -&gt; 2<br>' + red('Error: upload-1.zip: the archive is cut off')],
   ['Nothing installed, 2 refused', 'bad', red('Error: upload-0.zip: no') + red('Error: upload-1.zip: no') + applications('a 1')],
   ['Nothing installed, 1 error', 'bad', red('Error: the source directory cannot be read: no such file')],

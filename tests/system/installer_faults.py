@@ -4,7 +4,7 @@ import shutil
 import subprocess
 import unittest
 
-from jxpackages import LIST, InstallerCase, write_package
+from jxpackages import LIST, InstallerCase, write_package, write_removal
 
 OLD = {"bin/hello": b"old program", "old/only": b"old"}
 NEW = {"bin/hello": b"new program" * 20000, "new/only": b"new"}
@@ -36,7 +36,7 @@ class FullDisk(InstallerCase):
         self.assertEqual(self.tree(), {})
 
 
-class FailingCalls(InstallerCase):
+class FaultCase(InstallerCase):
     """Makes the system refuse one call after the other, and looks that nothing half done stays."""
 
     def setUp(self):
@@ -44,7 +44,6 @@ class FailingCalls(InstallerCase):
         write_package(self.source / "upload-0.zip", version="1", files=OLD)
         self.run_installer(code=0)
         self.before = self.tree()
-        write_package(self.source / "upload-0.zip", version="2", files=NEW)
 
     def run_with(self, fault, path=None, code=None):
         """Runs the installer with a fault in the notation of strace, in calls on one path only where that is given."""
@@ -56,6 +55,12 @@ class FailingCalls(InstallerCase):
         self.assertEqual(self.tree(), self.before, log)
         self.assertTrue(log.endswith(LIST + "  hello 1\n"), log)
         return next(line for line in log.splitlines() if line.startswith("Error: "))
+
+
+class FailingInstallation(FaultCase):
+    def setUp(self):
+        super().setUp()
+        write_package(self.source / "upload-0.zip", version="2", files=NEW)
 
     def test_disk_that_fills_while_it_is_written(self):
         self.assertRegex(self.refused(f"write:error=ENOSPC:when={self.first_file_write()}"),
@@ -117,6 +122,28 @@ class FailingCalls(InstallerCase):
         self.run_installer(code=0)
         self.assertEqual({path.split("/")[0] for path in self.tree()}, {"hello"})
         self.assertEqual(self.tree()["hello/new/only"][0], b"new")
+
+
+class FailingRemoval(FaultCase):
+    def setUp(self):
+        super().setUp()
+        write_removal(self.source / "upload-0.zip")
+
+    def test_application_that_cannot_be_taken_away_stays_whole(self):
+        for fault in ("renameat:error=EIO:when=1", "fsync:error=EIO:when=1"):
+            with self.subTest(fault):
+                write_removal(self.source / "upload-0.zip")
+                self.assertEqual(self.refused(fault), "Error: upload-0.zip: the application cannot be taken from its place: "
+                                                      "Input/output error")
+
+    def test_files_that_cannot_be_removed_are_swept_later(self):
+        log = self.run_with("unlinkat:error=EBUSY:when=2+", code=1)
+        self.assertIn("Removed hello\n", log)
+        self.assertTrue(log.endswith(LIST + "  (none)\n"), log)
+        self.assertTrue(self.tree())
+        (self.source / "upload-0.zip").unlink()
+        self.run_installer(code=0)
+        self.assertEqual(self.tree(), {})
 
 
 class ReadOnly(InstallerCase):

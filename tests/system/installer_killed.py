@@ -4,7 +4,7 @@ import shutil
 import subprocess
 import unittest
 
-from jxpackages import LIST, InstallerCase, write_package
+from jxpackages import LIST, InstallerCase, write_package, write_removal
 from jxtest import BIN
 
 OLD = {"bin/hello": b"old program", "old/only": b"old"}
@@ -23,6 +23,7 @@ class KilledAnywhere(InstallerCase):
         self.packages = {}
         for version, files in (("1", OLD), ("2", NEW)):
             self.packages[version] = write_package(self.root / f"{version}.zip", version=version, files=files)
+        self.removal = write_removal(self.root / "removal.zip")
 
     def installed(self):
         """The whole applications by version, as a fresh installation leaves them."""
@@ -35,11 +36,11 @@ class KilledAnywhere(InstallerCase):
             shutil.copytree(self.root / "apps", self.root / f"whole-{version}")
         return trees
 
-    def prepare(self, update):
+    def prepare(self, update, package=None):
         shutil.rmtree(self.root / "apps", ignore_errors=True)
         if update:
             shutil.copytree(self.root / "whole-1", self.root / "apps")
-        shutil.copy(self.packages["2"], self.source / "upload-0.zip")
+        shutil.copy(package or self.packages["2"], self.source / "upload-0.zip")
 
     def killed_at(self, call, options):
         """Kills the installer at a system call; false when it ended before."""
@@ -48,11 +49,11 @@ class KilledAnywhere(InstallerCase):
         self.assertIn(result.returncode, (0, 1))
         return result.returncode == 0
 
-    def check_all_calls(self, update, options=()):
+    def check_all_calls(self, update, options=(), package=None, expected=frozenset("12"), least=60):
         whole = self.installed()
         seen = set()
         call = 1
-        self.prepare(update)
+        self.prepare(update, package)
         while self.killed_at(call, options):
             # Without the archive, so that what stands then is what the killed installation left.
             (self.source / "upload-0.zip").unlink(missing_ok=True)
@@ -61,10 +62,10 @@ class KilledAnywhere(InstallerCase):
             self.assertEqual(log, LIST + (f"  hello {version}\n" if version else "  (none)\n"), f"call {call}")
             self.assertEqual(self.tree(), whole[version] if version else {}, f"call {call}")
             seen.add(version)
-            self.prepare(update)
+            self.prepare(update, package)
             call += 1
-        self.assertGreater(call, 60)
-        self.assertEqual(seen, {"1", "2"} if update else {None, "2"})
+        self.assertGreater(call, least)
+        self.assertEqual(seen, expected)
 
     def test_update_by_exchange(self):
         self.check_all_calls(update=True)
@@ -73,7 +74,10 @@ class KilledAnywhere(InstallerCase):
         self.check_all_calls(update=True, options=["--two-renames"])
 
     def test_first_installation(self):
-        self.check_all_calls(update=False)
+        self.check_all_calls(update=False, expected={None, "2"})
+
+    def test_removal(self):
+        self.check_all_calls(update=True, package=self.removal, expected={"1", None}, least=40)
 
     def test_sweep_after_a_kill_between_two_renames(self):
         whole = self.installed()

@@ -29,6 +29,13 @@ def write_package(path, name="hello", version="1.0.0", files=None, compression=z
     return path
 
 
+def write_removal(path, name="hello"):
+    """Writes a package that removes an application."""
+    with zipfile.ZipFile(path, "w") as archive:
+        archive.writestr("manifest.json", json.dumps({"name": name, "remove": True}))
+    return path
+
+
 class InstallerCase(jxtest.Case):
     def setUp(self):
         super().setUp()

@@ -9,7 +9,7 @@ import subprocess
 import unittest
 import zipfile
 
-from jxpackages import JXPACK, InstallerCase
+from jxpackages import JXPACK, LIST, InstallerCase
 from jxtest import SOURCE
 
 
@@ -198,6 +198,21 @@ class Pack(InstallerCase):
             self.assertEqual(result.returncode, 2, options)
             self.assertNotEqual(result.stderr, "")
             self.assertEqual(result.stdout, "")
+
+    def test_removal_is_a_package_that_removes(self):
+        self.jxpack("-o", self.source / "upload-0.zip")
+        self.run_installer(code=0)
+        result = self.run_jxpack("--remove", "hello")
+        package = (self.out / "hello-remove.zip").read_bytes()
+        told = f"hello-remove.zip: removes hello, {len(package)} bytes, sha256 {hashlib.sha256(package).hexdigest()}\n"
+        self.assertEqual((result.returncode, result.stdout, result.stderr), (0, told, ""))
+        shutil.copy(self.out / "hello-remove.zip", self.source / "upload-0.zip")
+        self.assertIn("Removed hello\n" + LIST + "  (none)\n", self.run_installer(code=0))
+        self.assertEqual(self.tree(), {})
+        self.assertEqual(self.run_jxpack("--remove", "hello").returncode, 3)
+        self.assertEqual(self.run_jxpack("--remove", "Hello").returncode, 1)
+        for other in (["--name", "a"], ["--version", "1"], ["--exclude", "x"], ["--allow-private-keys"], [self.folder]):
+            self.assertEqual(self.run_jxpack("--remove", "hello", "--force", *other).returncode, 2, other)
 
     def test_what_is_missing_is_told(self):
         for arguments, option in ((["--version", "1"], "--name"), (["--name", "a"], "--version")):

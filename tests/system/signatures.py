@@ -129,6 +129,15 @@ class Signatures(InstallerCase):
                 self.assertEqual(self.install(package, "required", 1), [f"Error: upload-0.zip: hello 1.0.0 {fault}"])
                 self.assertEqual(self.tree(), {})
 
+    def test_removal_counts_when_it_is_signed(self):
+        subprocess.run([JXPACK, "--remove", "hello", *self.options("signer"), "-o", self.root / "removal.zip"], check=True,
+                       capture_output=True)
+        with zipfile.ZipFile(self.root / "removal.zip") as archive:
+            entries = {name: archive.read(name) for name in archive.namelist()}
+        self.assertEqual(self.install(entries, "required", 0), ["Warning: hello is not installed, nothing was removed"])
+        del entries["manifest.json.p7s"]
+        self.assertEqual(self.install(entries, "required", 1), ["Error: upload-0.zip: the removal of hello is not signed"])
+
     def test_file_changed_under_a_good_signature(self):
         entries = self.pack(*self.options("signer"))
         entries["bin/hello"] += b"rm -rf /\n"

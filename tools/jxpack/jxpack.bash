@@ -6,10 +6,10 @@ _jxpack() {
       mapfile -t COMPREPLY < <(compgen -f -- "$current")
       return
       ;;
-    --name | --version | --description | --exclude) return ;;
+    --name | --version | --description | --exclude | --remove) return ;;
   esac
   if [[ $current == -* ]]; then
-    mapfile -t COMPREPLY < <(compgen -W '--name --version --description --exclude --allow-private-keys --key --cert -o --output \
+    mapfile -t COMPREPLY < <(compgen -W '--name --version --description --exclude --remove --allow-private-keys --key --cert -o --output \
       --force --tool-version -h --help' -- "$current")
   else
     mapfile -t COMPREPLY < <(compgen -d -- "$current")

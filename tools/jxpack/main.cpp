@@ -11,7 +11,7 @@ int run(int argc, char** argv) {
   const jxpack::CommandLine line = jxpack::readCommandLine(argc, argv);
   if (line.done) return line.exitCode;
   try {
-    jxpack::makePackage(line.options);
+    line.options.removed.empty() ? jxpack::makePackage(line.options) : jxpack::makeRemoval(line.options);
     return static_cast<int>(jxpack::ExitCode::kDone);
   } catch (const jxpack::Problem& problem) {
     std::fprintf(stderr, "jxpack: %s\n", problem.what());

@@ -46,15 +46,17 @@ void printLeftOut(const std::vector<LeftOut>& all) {
   }
 }
 
-void write(const Options& options, const PackageContent& content) {
+// `what` says in a word or two what is in the package.
+void write(const Options& options, PackageContent& content, const std::string& what) {
+  if (!options.key.empty()) content.signature = sign(content.manifest, options.key, options.certificate);
   // A draft of its own for each process: two may make the same package at once.
   base::AtomicFile output(options.output, '.' + std::to_string(getpid()) + ".new");
   if (!output) failWrite(options.output);
   const Written written = writePackage(output.fd(), content);
   if (!output.commit(base::Flush::kYes)) failWrite(options.output);
-  std::printf("%s: %zu file%s, %llu bytes, sha256 %s%s\n", options.output.c_str(), content.files.size(),
-              content.files.size() == 1 ? "" : "s", static_cast<unsigned long long>(written.size),
-              written.digest.c_str(), content.signature ? ", signed" : "");
+  std::printf("%s: %s, %llu bytes, sha256 %s%s\n", options.output.c_str(), what.c_str(),
+              static_cast<unsigned long long>(written.size), written.digest.c_str(),
+              content.signature ? ", signed" : "");
 }
 
 }  // namespace
@@ -75,8 +77,15 @@ void makePackage(Options options) {
   content.folder = options.folder;
   content.files = std::move(tree.files);
   content.manifest = manifestText(options.facts, content.files);
-  if (!options.key.empty()) content.signature = sign(content.manifest, options.key, options.certificate);
-  write(options, content);
+  write(options, content, std::to_string(content.files.size()) + (content.files.size() == 1 ? " file" : " files"));
+}
+
+void makeRemoval(Options options) {
+  PackageContent content;
+  content.manifest = removalText(options.removed);
+  if (options.output.empty()) options.output = options.removed + "-remove.zip";
+  checkPlace(options);
+  write(options, content, "removes " + options.removed);
 }
 
 }  // namespace jxpack

@@ -38,4 +38,12 @@ std::string manifestText(const PackageFacts& facts, const std::vector<SourceFile
   return text;
 }
 
+std::string removalText(const std::string& name) {
+  check(nameProblem(name));
+  nlohmann::ordered_json manifest;
+  manifest["name"] = name;
+  manifest["remove"] = true;
+  return dump(manifest);
+}
+
 }  // namespace jxpack

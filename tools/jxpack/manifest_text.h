@@ -18,4 +18,7 @@ struct PackageFacts {
 // not UTF-8, or the manifest would be too long.
 [[nodiscard]] std::string manifestText(const PackageFacts& facts, const std::vector<SourceFile>& files);
 
+// The bytes of a manifest that asks for the removal of the application `name`. Throws Problem when that is no name.
+[[nodiscard]] std::string removalText(const std::string& name);
+
 }  // namespace jxpack

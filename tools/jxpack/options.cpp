@@ -14,6 +14,16 @@ void declareFacts(CLI::App& app, Options& options) {
   app.add_option("--description", options.facts.description, "What it is, in at most 1024 bytes");
 }
 
+// In place of everything that says what is packed.
+void declareRemoval(CLI::App& app, Options& options) {
+  CLI::Option* const removal =
+      app.add_option("--remove", options.removed, "Makes a package that removes this application from the terminal")
+          ->type_name("NAME");
+  for (const char* other : {"--name", "--version", "--description", "--exclude", "--allow-private-keys", "DIR"}) {
+    removal->excludes(other);
+  }
+}
+
 void declareFiles(CLI::App& app, Options& options) {
   app.add_option("--exclude", options.excluded,
                  "Leaves out what the pattern fits, such as '*.o' or 'doc/'; may stand several times")
@@ -21,9 +31,9 @@ void declareFiles(CLI::App& app, Options& options) {
       ->allow_extra_args(false);
   app.add_flag("--allow-private-keys", options.allowPrivateKeys,
                "Packs files that hold a private key, which are refused otherwise");
-  app.add_option("-o,--output", options.output, "The package; NAME-VERSION.zip unless given");
+  app.add_option("-o,--output", options.output, "The package; NAME-VERSION.zip or NAME-remove.zip unless given");
   app.add_flag("--force", options.force, "Replaces a file that is there under the package's name");
-  app.add_option("DIR", options.folder, "The folder whose files are packed")->required();
+  app.add_option("DIR", options.folder, "The folder whose files are packed");
 }
 
 void declareSigning(CLI::App& app, Options& options) {
@@ -39,6 +49,7 @@ void declare(CLI::App& app, Options& options) {
   app.set_version_flag("--tool-version", "jxpack " JX_VERSION, "Prints the version of jxpack itself and ends");
   declareFacts(app, options);
   declareFiles(app, options);
+  declareRemoval(app, options);
   declareSigning(app, options);
   app.footer(
       "Name, version, description and patterns may stand in DIR/jxpackage.json, patterns in DIR/.jxignore too.\n\n"
@@ -55,6 +66,7 @@ CommandLine readCommandLine(int argc, char** argv) {
   declare(app, line.options);
   try {
     app.parse(argc, argv);
+    if (line.options.folder.empty() && line.options.removed.empty()) throw CLI::RequiredError("DIR");
   } catch (const CLI::ParseError& error) {
     line.done = true;
     line.exitCode = app.exit(error) == 0 ? 0 : static_cast<int>(ExitCode::kUsage);

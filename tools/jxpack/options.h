@@ -11,6 +11,7 @@ namespace jxpack {
 struct Options {
   PackageFacts facts;
   std::string folder;
+  std::string removed;  // the application that the package removes; empty for a package of the folder
   std::string output;
   std::string key;
   std::string certificate;

@@ -86,7 +86,8 @@ std::optional<std::string> ApplicationStore::versionOf(const std::string& name) 
   const base::Descriptor file = openAt(directory(), name + '/' + kManifestName, O_RDONLY | O_NONBLOCK);
   if (!file || !base::readRegularFile(file.get(), kMaxManifestBytes, text)) return std::nullopt;
   try {
-    return parseManifest(text).version;
+    const Manifest manifest = parseManifest(text);
+    return manifest.remove ? std::nullopt : std::optional(manifest.version);
   } catch (const Failure&) {
     return std::nullopt;
   }
@@ -131,6 +132,21 @@ void ApplicationStore::swapByTwoRenames(const std::string& name) const {
   rename(directory(), old, name);
   errno = reason;
   failWith("the application cannot be put in its place");
+}
+
+bool ApplicationStore::remove(const std::string& name) const {
+  const std::string aside = kNewPrefix + name;
+  if (!exists(directory(), name)) return false;
+  discard(name);
+  if (!rename(directory(), name, aside)) failWith("the application cannot be taken from its place");
+  if (!base::syncFile(directory())) {
+    const int reason = errno;
+    rename(directory(), aside, name);
+    errno = reason;
+    failWith("the application cannot be taken from its place");
+  }
+  discard(name);
+  return true;
 }
 
 void ApplicationStore::discard(const std::string& name) const {

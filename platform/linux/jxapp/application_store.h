@@ -21,9 +21,10 @@ enum class Replacement {
   kTwoRenames  // always by two renames
 };
 
-// Beside apps/NAME stand, while NAME is being installed, `.new-NAME` (the new application, or the old one after an
-// exchange) and `.old-NAME` (the old one between two renames). A name that begins with a dot is no application's, so
-// what a killed installation left tells by its name what it is. The caller holds the installation lock.
+// Beside apps/NAME stand, while NAME is being installed or removed, `.new-NAME` (the new application, or the old one
+// after an exchange or a removal) and `.old-NAME` (the old one between two renames). A name that begins with a dot is
+// no application's, so what a killed installation left tells by its name what it is. The caller holds the installation
+// lock.
 class ApplicationStore {
  public:
   // Opens `root`/apps, and creates it where it is missing. Throws Failure.
@@ -47,6 +48,11 @@ class ApplicationStore {
   // Puts the staged directory in the place of `name`, brings that to the disk, and removes the predecessor. Throws
   // Failure when the predecessor, if any, is still in its place.
   void commit(const std::string& name) const;
+
+  // Removes the application `name`; false when there is none. It leaves its place in one step and is on the way out
+  // only when the disk has that, so that whoever looks, after a power cut too, finds all of it or nothing. Throws
+  // Failure when it is still in its place.
+  bool remove(const std::string& name) const;
 
   // Removes what stage() made.
   void discard(const std::string& name) const;

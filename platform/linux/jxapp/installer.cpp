@@ -101,6 +101,7 @@ class Installation {
 
   void install(const SourceArchive& archive, const ApplicationStore& store) {
     const Package package = readPackage(archive.fd(), archive.size());
+    if (package.manifest.remove) return remove(package, store);
     const std::string title = package.manifest.name + ' ' + package.manifest.version;
     const std::string warning = checkSignature(package, title);
     checkDiskSpace(store.directory(), package);
@@ -108,6 +109,15 @@ class Installation {
     unpackAndCommit(archive.fd(), package, store);
     if (!warning.empty()) line("Warning: " + warning);
     line(before ? changeText(package.manifest, *before) : "Installed " + title);
+  }
+
+  // What is not there is no failure: a terminal that is told twice is as it is wanted.
+  void remove(const Package& package, const ApplicationStore& store) {
+    const std::string& name = package.manifest.name;
+    const std::string warning = checkSignature(package, "the removal of " + name);
+    const bool removed = store.remove(name);
+    if (!warning.empty()) line("Warning: " + warning);
+    line(removed ? "Removed " + name : "Warning: " + name + " is not installed, nothing was removed");
   }
 
   // Returns what to warn of.

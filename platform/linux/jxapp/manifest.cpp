@@ -103,6 +103,26 @@ std::map<std::string, std::string> filesOf(const json& object) {
   return files;
 }
 
+bool asksForRemoval(const json& object) {
+  const auto member = object.find("remove");
+  if (member == object.end()) return false;
+  if (!member->is_boolean()) throw Failure("manifest.json: \"remove\" is neither true nor false");
+  if (!member->get<bool>()) return false;
+  for (const char* key : {"version", "files"}) {
+    if (object.contains(key)) throw Failure(std::string("manifest.json: asks for a removal, but has \"") + key + '"');
+  }
+  return true;
+}
+
+std::string versionOf(const json& object) {
+  std::string version = textMember(object, "version");
+  if (!isApplicationVersion(version)) {
+    throw Failure("manifest.json: the version " + base::quotedPrintable(version) +
+                  " is not [0-9A-Za-z][0-9A-Za-z.+~-]{0,63}");
+  }
+  return version;
+}
+
 }  // namespace
 
 bool isApplicationName(const std::string& text) {
@@ -126,13 +146,10 @@ Manifest parseManifest(const std::string& bytes) {
     throw Failure("manifest.json: the name " + base::quotedPrintable(manifest.name) +
                   " is not [a-z0-9][a-z0-9._-]{0,63}");
   }
-  manifest.version = textMember(object, "version");
-  if (!isApplicationVersion(manifest.version)) {
-    throw Failure("manifest.json: the version " + base::quotedPrintable(manifest.version) +
-                  " is not [0-9A-Za-z][0-9A-Za-z.+~-]{0,63}");
-  }
+  manifest.remove = asksForRemoval(object);
+  if (!manifest.remove) manifest.version = versionOf(object);
   manifest.description = descriptionOf(object);
-  manifest.files = filesOf(object);
+  if (!manifest.remove) manifest.files = filesOf(object);
   return manifest;
 }
 

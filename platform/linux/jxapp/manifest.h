@@ -16,6 +16,7 @@ struct Manifest {
   std::string version;
   std::string description;                   // empty where the manifest has none
   std::map<std::string, std::string> files;  // path -> SHA-256 as 64 lower-case hex digits
+  bool remove = false;                       // asks for the application's removal: has neither version nor files
 };
 
 // True for [a-z0-9][a-z0-9._-]{0,63}.
@@ -25,8 +26,8 @@ struct Manifest {
 [[nodiscard]] bool isApplicationVersion(const std::string& text);
 
 // Reads the bytes of a manifest.json. Throws Failure, naming the place, when it is not a JSON object, a key stands
-// twice in one object, a member is missing or malformed, or a file's path or digest is. Members it does not know are
-// ignored.
+// twice in one object, a member is missing or malformed, a file's path or digest is, or it asks for a removal and has
+// a version or files. Members it does not know are ignored.
 [[nodiscard]] Manifest parseManifest(const std::string& bytes);
 
 }  // namespace jxinstall

@@ -268,6 +268,35 @@ TEST(ApplicationStore, SwapThatFails_TellsTheFirstReason) {
             "the application cannot be put in its place: Input/output error");
 }
 
+// It is gone on the disk before its files go: a power cut between the two must find all of it or nothing.
+TEST(ApplicationStore, Removal_IsBroughtToTheDiskBeforeTheFilesGo) {
+  const Scratch root;
+  root.write("apps/a/deep/er/old", "old");
+  root.write("apps/.new-a/left", "over");
+  root.write("apps/b/kept", "");
+  const ApplicationStore store(root.path());
+  SystemCalls calls;
+  EXPECT_TRUE(store.remove("a"));
+  const auto moved = std::find(calls.changes.begin(), calls.changes.end(), "renameat a .new-a");
+  ASSERT_GE(calls.changes.end() - moved, 3);
+  EXPECT_EQ(moved[1], "fsync apps");
+  EXPECT_EQ(root.tree("apps"), (Tree{"b/", "b/kept="}));
+  EXPECT_FALSE(store.remove("a"));
+}
+
+TEST(ApplicationStore, RemovalThatFails_LeavesAllOfTheApplication) {
+  for (const auto& [call, path] : {std::pair("renameat", "/.new-a"), std::pair("fsync", "/apps")}) {
+    const Scratch root;
+    root.write("apps/a/old", "old");
+    const ApplicationStore store(root.path());
+    SystemCalls calls;
+    calls.fail(call, EIO, path);
+    EXPECT_EQ(failureOf([&] { store.remove("a"); }),
+              "the application cannot be taken from its place: Input/output error");
+    EXPECT_EQ(root.tree("apps"), (Tree{"a/", "a/old=old"})) << call;
+  }
+}
+
 TEST(ApplicationStore, FirstInstallationThatCannotBeRenamed_IsAFailure) {
   const Scratch root;
   const ApplicationStore store(root.path());

@@ -62,6 +62,14 @@ class Installer : public testing::Test {
     return zipBytes(entries);
   }
 
+  static std::string removal(const std::vector<RawEntry>& others = {}) {
+    std::vector<RawEntry> entries(1);
+    entries[0].name = "manifest.json";
+    entries[0].content = R"({"name":"hello","remove":true})";
+    entries.insert(entries.end(), others.begin(), others.end());
+    return zipBytes(entries);
+  }
+
   static std::string packageLine(const std::string& file, const std::string& bytes) {
     return "Package " + file + ": " + std::to_string(bytes.size()) + " bytes, sha256 " + sha256Of(bytes) + "\n";
   }
@@ -289,6 +297,38 @@ TEST_F(Installer, NamesInMessages_HaveNoControlCharactersAndNoFormats) {
   place("upload-0.zip", zipBytes(entries));
   EXPECT_EQ(install(-1)[1],
             "Error: upload-0.zip: \"a?Error: %s%n?[2J<b>\": the name has a character that is not printable ASCII\n");
+}
+
+TEST_F(Installer, Removal_TakesTheApplicationAwayOrWarnsThatThereIsNone) {
+  setPolicy("off");
+  place("upload-0.zip", package("1.0.0"));
+  install();
+  const std::string bytes = removal();
+  place("upload-0.zip", bytes);
+  place("upload-1.zip", bytes);
+  EXPECT_EQ(install(), (Lines{packageLine("upload-0.zip", bytes), "Removed hello\n", packageLine("upload-1.zip", bytes),
+                              "Warning: hello is not installed, nothing was removed\n", kNone}));
+  EXPECT_EQ(root_.tree(), (Lines{"apps/", "source/", "terminal.json={\"signatures\":\"off\"}"}));
+}
+
+TEST_F(Installer, RemovalThatIsNotSigned_IsJudgedAsAnInstallation) {
+  root_.write("apps/hello/manifest.json", "{");
+  setPolicy("required");
+  place("upload-0.zip", removal());
+  EXPECT_EQ(install(-1)[1], "Error: upload-0.zip: the removal of hello is not signed\n");
+  EXPECT_TRUE(root_.exists("apps/hello/manifest.json"));
+  setPolicy("warn");
+  place("upload-0.zip", removal());
+  const Lines lines = install();
+  EXPECT_EQ(lines[1], "Warning: the removal of hello is not signed\n");
+  EXPECT_EQ(lines[2], "Removed hello\n");
+}
+
+TEST_F(Installer, RemovalWithFiles_IsRefused) {
+  RawEntry file;
+  file.name = "file";
+  place("upload-0.zip", removal({file}));
+  EXPECT_EQ(install(-1)[1], "Error: upload-0.zip: \"file\": is not listed in manifest.json\n");
 }
 
 struct PolicyCase {

@@ -42,6 +42,20 @@ TEST(Manifest, NoDescriptionNoFilesUnknownMembers_AreTaken) {
   EXPECT_EQ(failureOf(R"({"name":"a","version":"1","files":{},"later":{"x":[1,{"x":2}]}})"), "");
 }
 
+TEST(Manifest, Removal_HasNeitherVersionNorFiles) {
+  const Manifest manifest = parseManifest(R"({"name":"hello","remove":true})");
+  EXPECT_EQ(manifest.name, "hello");
+  EXPECT_TRUE(manifest.remove);
+  EXPECT_EQ(failureOf(R"({"name":"a","remove":true,"version":"1"})"),
+            "manifest.json: asks for a removal, but has \"version\"");
+  EXPECT_EQ(failureOf(R"({"name":"a","remove":true,"files":{}})"),
+            "manifest.json: asks for a removal, but has \"files\"");
+  EXPECT_EQ(failureOf(R"({"name":"A","remove":true})"),
+            "manifest.json: the name \"A\" is not [a-z0-9][a-z0-9._-]{0,63}");
+  EXPECT_EQ(failureOf(R"({"name":"a","remove":"true"})"), "manifest.json: \"remove\" is neither true nor false");
+  EXPECT_FALSE(parseManifest(R"({"name":"a","version":"1","files":{},"remove":false})").remove);
+}
+
 TEST(Manifest, CutAnywhere_IsNotJson) {
   const std::string whole = R"({"name":"hello","version":"1","description":"d","files":{"a":")" + kDigest + "\"}}";
   ASSERT_EQ(failureOf(whole), "");
