@@ -140,6 +140,21 @@ class BadPackages(InstallerCase):
         self.assertEqual(self.error_of(), "is cut off, or has bytes after its end")
 
 
+class Versions(InstallerCase):
+    def test_order_of_versions_is_dpkgs(self):
+        (self.root / "terminal.json").write_text('{"signatures":"off"}')
+        versions = ("0.9", "1.0~rc1", "1.0~rc1-1", "1.0", "1.00", "1.0-0", "1.0-1", "1.0-rc1", "1.0+git1", "1.0a", "1.0.0", "1.9",
+                    "1.10", "2024a")
+        for installed in versions:
+            for version in versions:
+                for name in (installed, version):
+                    write_package(self.source / "upload-0.zip", version=name, files={})
+                    log = self.run_installer(code=0)
+                older = subprocess.run(["dpkg", "--compare-versions", version, "lt", installed], check=False).returncode == 0
+                self.assertEqual(f"Warning: hello {version} is older than the installed {installed}\n" in log, older,
+                                 (installed, version))
+
+
 class Together(InstallerCase):
     def test_two_installers_at_once_install_everything_once(self):
         for number in range(20):

@@ -91,10 +91,13 @@ def explained_failures():
 
 
 def explained_signatures():
-    """Likewise those of the faults of signatures, whose common beginning is a text of its own in the source too."""
-    begin = "is signed by a certificate that"
-    found = {begin}
+    """Likewise those of the faults of signatures, whose common beginnings are texts of their own in the source too."""
+    begins = ("is signed by a certificate", "whose revocation list in certs/")
+    found = {*begins, "is signed through a certificate"}
     for text, _ in explained("docs/packages.md", "## Messages"):
-        for piece in re.split(r'TIME|REASON|SHA1|: "CN=\.\.\."', text):
-            found |= {piece.strip(" :,"), piece.removeprefix(begin).strip(" :,")}
+        for piece in re.split(r'TIME|REASON|SHA1|NAME|: "CN=\.\.\."', text):
+            found.add(piece.strip(" :,"))
+            for begin in begins:
+                piece = piece.strip(" :,").removeprefix(begin)
+                found.add(piece.strip(" :,"))
     return found

@@ -45,6 +45,12 @@ class Signatures(InstallerCase):
                 "-keyfile", cls.keys / f"{issuer}.key", "-in", authority / "request", "-out", cls.keys / f"{name}.pem",
                 *dates)
 
+    @classmethod
+    def authority(cls, name, issuer, *options):
+        """Asks the small authority that issued a certificate."""
+        return openssl("ca", "-config", cls.keys / f"{name}-authority/config", "-cert", cls.keys / f"{issuer}.pem", "-keyfile",
+                       cls.keys / f"{issuer}.key", *options)
+
     def setUp(self):
         super().setUp()
         (self.root / "certs").mkdir()
@@ -143,6 +149,19 @@ class Signatures(InstallerCase):
         entries["bin/hello"] += b"rm -rf /\n"
         self.assertEqual(self.install(entries, "required", 1),
                          ['Error: upload-0.zip: "bin/hello": does not match its digest in manifest.json'])
+
+    def test_certificate_that_is_revoked(self):
+        self.issue("stolen", "root")
+        stolen, good = self.pack(*self.options("stolen")), self.pack(*self.options("signer"))
+        self.authority("stolen", "root", "-revoke", self.keys / "stolen.pem")
+        self.authority("stolen", "root", "-gencrl", "-crldays", "1", "-out", self.root / "certs/root.crl")
+        self.assertEqual(self.install(good, "required", 0), ["Installed hello 1.0.0"])
+        (line,) = self.install(stolen, "required", 1)
+        self.assertRegex(line, r'^Error: upload-0.zip: hello 1.0.0 is signed by a certificate that was revoked on .* GMT: '
+                               r'"CN=stolen"$')
+        (self.root / "certs/root.crl").write_text("lost")
+        self.assertEqual(self.install(good, "required", 1),
+                         ["Error: upload-0.zip: hello 1.0.0 is signed, but certs/root.crl is no list of revoked certificates"])
 
     def test_certificate_put_into_certs_counts_at_once(self):
         entries = self.pack(*self.options("foreign"))

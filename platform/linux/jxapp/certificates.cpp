@@ -12,6 +12,7 @@
 #include "base/descriptor.h"
 #include "base/directory.h"
 #include "base/file_io.h"
+#include "base/ignore.h"
 #include "base/text.h"
 
 namespace jxinstall {
@@ -20,7 +21,9 @@ namespace {
 using Writer = std::unique_ptr<archive, int (*)(archive*)>;
 using Entry = std::unique_ptr<archive_entry, void (*)(archive_entry*)>;
 
-bool isPemName(const std::string& name) { return base::endsWith(name, ".pem") && name.front() != '.'; }
+bool isNamed(const std::string& name, const char* ending) {
+  return base::endsWith(name, ending) && name.front() != '.';
+}
 
 // The archive is handed to whoever asks for it: a private key that was put here by mistake must not be.
 bool isPublicCertificate(const std::string& content) {
@@ -29,7 +32,7 @@ bool isPublicCertificate(const std::string& content) {
 }
 
 // Links are followed: a terminal's certificates may be kept elsewhere.
-bool readCertificate(int directory, const std::string& name, std::string& content) {
+bool readFile(int directory, const std::string& name, std::string& content) {
   base::Descriptor file(openat(directory, name.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   struct stat status {};
   if (!file || fstat(file.get(), &status) != 0) return false;
@@ -38,6 +41,22 @@ bool readCertificate(int directory, const std::string& name, std::string& conten
   const std::int64_t got = base::readAt(file.get(), content.data(), content.size(), 0);
   content.resize(got < 0 ? 0 : static_cast<std::size_t>(got));
   return got >= 0;
+}
+
+// Hands name and content of each file with the ending to `take`; the content of one that cannot be read is empty.
+template <typename Take>
+bool readFiles(const std::string& folder, const char* ending, Take take) {
+  const base::Descriptor directory(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!directory) return errno == ENOENT;
+  std::vector<std::string> names;
+  bool complete = base::listDirectory(directory.get(), names);
+  for (const std::string& name : names) {
+    std::string content;
+    if (!isNamed(name, ending)) continue;
+    complete = readFile(directory.get(), name, content) && complete;
+    take(name, std::move(content));
+  }
+  return complete;
 }
 
 // Called by the library, through which nothing may be thrown; it calls even while it is taken down.
@@ -63,23 +82,21 @@ bool writeEntry(archive* writer, const std::string& name, const std::string& con
 
 }  // namespace
 
-bool readCertificateFiles(const std::string& root, std::vector<std::pair<std::string, std::string>>& files) {
-  const base::Descriptor directory(open((root + "/certs").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!directory) return errno == ENOENT;
-  std::vector<std::string> names;
-  bool complete = base::listDirectory(directory.get(), names);
-  for (const std::string& name : names) {
-    std::string content;
-    if (!isPemName(name)) continue;
-    complete = readCertificate(directory.get(), name, content) && complete;
+bool readCertificateFiles(const std::string& certs, std::vector<std::pair<std::string, std::string>>& files) {
+  return readFiles(certs, ".pem", [&](const std::string& name, std::string content) {
     if (isPublicCertificate(content)) files.emplace_back(name, std::move(content));
-  }
-  return complete;
+  });
+}
+
+void readRevocationFiles(const std::string& certs, std::vector<std::pair<std::string, std::string>>& files) {
+  base::ignore(readFiles(certs, ".crl", [&](const std::string& name, std::string content) {
+    files.emplace_back(name, std::move(content));
+  }));
 }
 
 bool archiveCertificates(const std::string& root, std::string& archive) {
   std::vector<std::pair<std::string, std::string>> files;
-  bool complete = readCertificateFiles(root, files);
+  bool complete = readCertificateFiles(root + "/certs", files);
   const Writer writer(archive_write_new(), archive_write_free);
   if (!writer || archive_write_set_format_ustar(writer.get()) != ARCHIVE_OK ||
       archive_write_open(writer.get(), &archive, nullptr, append, nullptr) != ARCHIVE_OK) {

@@ -17,12 +17,15 @@
 #include "platform/linux/jxapp/signature.h"
 #include "platform/linux/jxapp/source_directory.h"
 #include "platform/linux/jxapp/staging.h"
+#include "platform/linux/jxapp/version_order.h"
 #include "platform/linux/support/terminal_settings.h"
 
 namespace jxinstall {
 namespace {
 
+using jxplatform::DowngradePolicy;
 using jxplatform::SignaturePolicy;
+using jxplatform::TerminalSettings;
 
 // Holds the root for this installation alone; the system gives it back when the process dies.
 class InstallationLock {
@@ -103,31 +106,46 @@ class Installation {
     const Package package = readPackage(archive.fd(), archive.size());
     if (package.manifest.remove) return remove(package, store);
     const std::string title = package.manifest.name + ' ' + package.manifest.version;
-    const std::string warning = checkSignature(package, title);
-    checkDiskSpace(store.directory(), package);
+    const TerminalSettings settings = jxplatform::readTerminalSettings(options_.root);
+    const std::string warning = checkSignature(package, title, settings);
     const std::optional<std::string> before = store.versionOf(package.manifest.name);
+    const std::string older = before ? checkVersion(package.manifest, *before, settings) : "";
+    checkDiskSpace(store.directory(), package);
     unpackAndCommit(archive.fd(), package, store);
-    if (!warning.empty()) line("Warning: " + warning);
+    for (const std::string& text : {warning, older}) {
+      if (!text.empty()) line("Warning: " + text);
+    }
     line(before ? changeText(package.manifest, *before) : "Installed " + title);
   }
 
   // What is not there is no failure: a terminal that is told twice is as it is wanted.
   void remove(const Package& package, const ApplicationStore& store) {
     const std::string& name = package.manifest.name;
-    const std::string warning = checkSignature(package, "the removal of " + name);
+    const std::string warning =
+        checkSignature(package, "the removal of " + name, jxplatform::readTerminalSettings(options_.root));
     const bool removed = store.remove(name);
     if (!warning.empty()) line("Warning: " + warning);
     line(removed ? "Removed " + name : "Warning: " + name + " is not installed, nothing was removed");
   }
 
   // Returns what to warn of.
-  std::string checkSignature(const Package& package, const std::string& title) const {
-    const auto settings = jxplatform::readTerminalSettings(options_.root);
+  static std::string checkVersion(const Manifest& manifest, const std::string& before,
+                                  const TerminalSettings& settings) {
+    const DowngradePolicy policy = settings.downgrades.value_or(DowngradePolicy::kWarn);
+    if (policy == DowngradePolicy::kAllow || compareVersions(manifest.version, before) >= 0) return "";
+    const std::string problem = manifest.name + ' ' + manifest.version + " is older than the installed " + before;
+    if (policy == DowngradePolicy::kRefuse) throw Failure(problem);
+    return problem;
+  }
+
+  // Returns what to warn of.
+  std::string checkSignature(const Package& package, const std::string& title, const TerminalSettings& settings) const {
     // A policy that cannot be understood must not weaken the one that was meant.
     if (settings.signaturesMalformed) throw Failure("terminal.json has no readable \"signatures\" policy");
+    if (settings.downgradesMalformed) throw Failure("terminal.json has no readable \"downgrades\" policy");
     const SignaturePolicy policy = settings.signatures.value_or(SignaturePolicy::kWarn);
     if (policy == SignaturePolicy::kOff) return "";
-    const std::string problem = signatureProblem(options_.root, package.manifestBytes, package.signature);
+    const std::string problem = signatureProblem(options_.root + "/certs", package.manifestBytes, package.signature);
     if (problem.empty()) return "";
     if (policy == SignaturePolicy::kRequired) throw Failure(title + ' ' + problem);
     return title + ' ' + problem;

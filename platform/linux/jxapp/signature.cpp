@@ -7,6 +7,7 @@
 #include <openssl/x509_vfy.h>
 #include <openssl/x509v3.h>
 
+#include <exception>
 #include <utility>
 #include <vector>
 
@@ -25,6 +26,7 @@ using jxplatform::Certificates;
 using jxplatform::Cms;
 using jxplatform::contentOf;
 using jxplatform::memoryOf;
+using jxplatform::RevocationList;
 using jxplatform::Store;
 using jxplatform::StoreContext;
 
@@ -44,10 +46,10 @@ std::string timeText(const ASN1_TIME* time) {
 }
 
 // The certificates in certs/, each of which is trusted by itself, be it a root or not.
-Store trustedStore(const std::string& root) {
+Store trustedStore(const std::string& certs) {
   Store store(X509_STORE_new());
   std::vector<std::pair<std::string, std::string>> files;
-  base::ignore(readCertificateFiles(root, files));  // one that cannot be read vouches for nothing
+  base::ignore(readCertificateFiles(certs, files));  // one that cannot be read vouches for nothing
   for (const auto& [name, content] : files) {
     const Bio text = memoryOf(content);
     while (text && store) {
@@ -58,6 +60,35 @@ Store trustedStore(const std::string& root) {
   }
   if (store) X509_STORE_set_flags(store.get(), X509_V_FLAG_PARTIAL_CHAIN);
   return store;
+}
+
+// Adds the lists of a file in DER, or in PEM, where it may have several. False when it has none, or something else.
+bool addLists(X509_STORE* store, const std::string& bytes) {
+  const auto* data = reinterpret_cast<const unsigned char*>(bytes.data());
+  const unsigned char* const end = data + bytes.size();
+  const RevocationList single(d2i_X509_CRL(nullptr, &data, static_cast<long>(bytes.size())));
+  if (single && data == end) return X509_STORE_add_crl(store, single.get()) == 1;
+  const Bio text = memoryOf(bytes);
+  for (int count = 0;; ++count) {
+    ERR_clear_error();
+    const RevocationList list(text ? PEM_read_bio_X509_CRL(text.get(), nullptr, jxplatform::noPassphrase, nullptr)
+                                   : nullptr);
+    if (!list) return count > 0 && ERR_GET_REASON(ERR_peek_last_error()) == PEM_R_NO_START_LINE;
+    if (X509_STORE_add_crl(store, list.get()) != 1) return false;
+  }
+}
+
+// A list that cannot be read must not let pass whom it was to bar.
+std::string listProblem(X509_STORE* store, const std::string& certs) {
+  std::vector<std::pair<std::string, std::string>> files;
+  readRevocationFiles(certs, files);
+  for (const auto& [name, content] : files) {
+    if (!addLists(store, content)) {
+      return "is signed, but certs/" + base::printable(name) + " is no list of revoked certificates";
+    }
+  }
+  if (!files.empty()) X509_STORE_set_flags(store, X509_V_FLAG_CRL_CHECK | X509_V_FLAG_CRL_CHECK_ALL);
+  return "";
 }
 
 // Nothing when `bytes` is anything but one DER structure.
@@ -122,25 +153,71 @@ bool maySign(X509* certificate) {
   return (X509_get_key_usage(certificate) & KU_DIGITAL_SIGNATURE) != 0 && (uses & kSigning) != 0;
 }
 
-std::string chainProblem(X509_STORE_CTX* context) {
+std::string revocationTime(X509_STORE_CTX* context, X509* certificate) {
+  X509_REVOKED* revoked = nullptr;
+  if (X509_CRL_get0_by_cert(X509_STORE_CTX_get0_current_crl(context), &revoked, certificate) == 0) return "";
+  return timeText(X509_REVOKED_get0_revocationDate(revoked));
+}
+
+// What is wrong with the list that certs/ has of the certificate's issuer; empty when the error is another one.
+std::string revocationProblem(X509_STORE_CTX* context) {
+  const X509_CRL* const list = X509_STORE_CTX_get0_current_crl(context);
+  const std::string which = "whose revocation list in certs/ ";
+  switch (X509_STORE_CTX_get_error(context)) {
+    case X509_V_ERR_CERT_REVOKED:
+      return "that was revoked on " + revocationTime(context, X509_STORE_CTX_get_current_cert(context));
+    case X509_V_ERR_UNABLE_TO_GET_CRL:
+      return "that no revocation list in certs/ covers";
+    case X509_V_ERR_CRL_HAS_EXPIRED:
+      return which + "expired on " + timeText(X509_CRL_get0_nextUpdate(list));
+    case X509_V_ERR_CRL_NOT_YET_VALID:
+      return which + "is not valid before " + timeText(X509_CRL_get0_lastUpdate(list));
+    case X509_V_ERR_CRL_SIGNATURE_FAILURE:
+    case X509_V_ERR_UNABLE_TO_GET_CRL_ISSUER:
+      return which + "is not signed by its issuer";
+    default:
+      return "";
+  }
+}
+
+// Asked at each fault, while the context still has the list that it is about; keeps the text of a fault of lists. The
+// last certificate of a chain stands in certs/ and needs no list of its issuer.
+int judgeFault(int good, X509_STORE_CTX* context) {
+  if (good == 1) return 1;
+  const bool last = X509_STORE_CTX_get_error_depth(context) + 1 == sk_X509_num(X509_STORE_CTX_get0_chain(context));
+  if (last && X509_STORE_CTX_get_error(context) == X509_V_ERR_UNABLE_TO_GET_CRL) {
+    X509_STORE_CTX_set_error(context, X509_V_OK);
+    return 1;
+  }
+  try {
+    *static_cast<std::string*>(X509_STORE_CTX_get_app_data(context)) = revocationProblem(context);
+  } catch (const std::exception&) {
+    // Without memory for its text the fault is told by the library's.
+  }
+  return 0;
+}
+
+std::string chainProblem(X509_STORE_CTX* context, const std::string& revoked) {
   const int error = X509_STORE_CTX_get_error(context);
   const X509* const certificate = X509_STORE_CTX_get_current_cert(context);
   const std::string subject = ": " + subjectOf(certificate);
-  const std::string signedBy = "is signed by a certificate that ";
+  const bool own = X509_STORE_CTX_get_error_depth(context) == 0;
+  const std::string signedBy = own ? "is signed by a certificate " : "is signed through a certificate ";
+  if (!revoked.empty()) return signedBy + revoked + subject;
   switch (error) {
     case X509_V_ERR_CERT_HAS_EXPIRED:
-      return signedBy + "expired on " + timeText(X509_get0_notAfter(certificate)) + subject;
+      return signedBy + "that expired on " + timeText(X509_get0_notAfter(certificate)) + subject;
     case X509_V_ERR_CERT_NOT_YET_VALID:
-      return signedBy + "is not valid before " + timeText(X509_get0_notBefore(certificate)) + subject;
+      return signedBy + "that is not valid before " + timeText(X509_get0_notBefore(certificate)) + subject;
     case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT:
     case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY:
     case X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE:
     case X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT:
     case X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN:
     case X509_V_ERR_CERT_UNTRUSTED:
-      return signedBy + "does not chain to one in certs/" + subject;
+      return "is signed by a certificate that does not chain to one in certs/" + subject;
     default:
-      return signedBy + "is not accepted (" + X509_verify_cert_error_string(error) + ")" + subject;
+      return signedBy + "that is not accepted (" + X509_verify_cert_error_string(error) + ")" + subject;
   }
 }
 
@@ -148,15 +225,18 @@ std::string certificateProblem(X509_STORE* store, X509* certificate, STACK_OF(X5
   constexpr int kAuthenticationLevel = 2;  // 112 bits: RSA of 2048 bits, no SHA-1
   const StoreContext context(X509_STORE_CTX_new());
   if (!context || X509_STORE_CTX_init(context.get(), store, certificate, others) != 1) return kUnreadable;
+  std::string revoked;
+  X509_STORE_CTX_set_app_data(context.get(), &revoked);
+  X509_STORE_CTX_set_verify_cb(context.get(), judgeFault);
   X509_VERIFY_PARAM_set_auth_level(X509_STORE_CTX_get0_param(context.get()), kAuthenticationLevel);
-  if (X509_verify_cert(context.get()) != 1) return chainProblem(context.get());
+  if (X509_verify_cert(context.get()) != 1) return chainProblem(context.get(), revoked);
   if (maySign(certificate)) return "";
   return "is signed by a certificate that is not accepted (not for signing): " + subjectOf(certificate);
 }
 
 }  // namespace
 
-std::string signatureProblem(const std::string& root, const std::string& manifest,
+std::string signatureProblem(const std::string& certs, const std::string& manifest,
                              const std::optional<std::string>& signature) {
   if (!signature) return "is not signed";
   const Cms cms = parseSignature(*signature);
@@ -164,10 +244,11 @@ std::string signatureProblem(const std::string& root, const std::string& manifes
   std::string problem = contentProblem(cms.get(), manifest);
   if (problem.empty()) problem = digestProblem(cms.get());
   if (!problem.empty()) return problem;
-  const Store store = trustedStore(root);
+  const Store store = trustedStore(certs);
   const Certificates others(CMS_get1_certs(cms.get()));
   const BorrowedCertificates signers(CMS_get0_signers(cms.get()));
   if (!store || !signers || sk_X509_num(signers.get()) == 0) return kUnreadable;
+  problem = listProblem(store.get(), certs);
   for (int i = 0; i < sk_X509_num(signers.get()) && problem.empty(); ++i) {
     problem = certificateProblem(store.get(), sk_X509_value(signers.get(), i), others.get());
   }

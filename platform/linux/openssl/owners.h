@@ -27,6 +27,7 @@ using Certificate = std::unique_ptr<X509, Freer<X509_free>>;
 using Certificates = std::unique_ptr<STACK_OF(X509), Freer<freeCertificates>>;
 using Cms = std::unique_ptr<CMS_ContentInfo, Freer<CMS_ContentInfo_free>>;
 using Key = std::unique_ptr<EVP_PKEY, Freer<EVP_PKEY_free>>;
+using RevocationList = std::unique_ptr<X509_CRL, Freer<X509_CRL_free>>;
 using Store = std::unique_ptr<X509_STORE, Freer<X509_STORE_free>>;
 using StoreContext = std::unique_ptr<X509_STORE_CTX, Freer<X509_STORE_CTX_free>>;
 using Time = std::unique_ptr<ASN1_TIME, Freer<ASN1_TIME_free>>;

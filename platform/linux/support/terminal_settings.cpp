@@ -43,29 +43,40 @@ std::optional<SignaturePolicy> policyOf(const std::optional<std::string>& word) 
   return std::nullopt;
 }
 
+std::optional<DowngradePolicy> downgradePolicyOf(const std::optional<std::string>& word) {
+  if (word == "allow") return DowngradePolicy::kAllow;
+  if (word == "warn") return DowngradePolicy::kWarn;
+  if (word == "refuse") return DowngradePolicy::kRefuse;
+  return std::nullopt;
+}
+
+TerminalSettings unreadable() {
+  TerminalSettings settings;
+  settings.signaturesMalformed = true;
+  settings.downgradesMalformed = true;
+  return settings;
+}
+
 }  // namespace
 
 TerminalSettings parseTerminalSettings(const std::string& text) {
   TerminalSettings settings;
   const json object = findZeroByte(text) == std::string::npos ? json::parse(text, nullptr, false) : json();
-  if (!object.is_object()) {
-    settings.signaturesMalformed = true;
-    return settings;
-  }
+  if (!object.is_object()) return unreadable();
   settings.serial = textMember(object, "serial");
   settings.guiVersion = textMember(object, "gui_version");
   settings.sponsor = sponsorOf(object);
   settings.signatures = policyOf(textMember(object, "signatures"));
   settings.signaturesMalformed = object.contains("signatures") && !settings.signatures;
+  settings.downgrades = downgradePolicyOf(textMember(object, "downgrades"));
+  settings.downgradesMalformed = object.contains("downgrades") && !settings.downgrades;
   return settings;
 }
 
 TerminalSettings readTerminalSettings(const std::string& root) {
   std::string text;
   if (base::readRegularFile(root + "/terminal.json", kMaxFileBytes, text)) return parseTerminalSettings(text);
-  TerminalSettings settings;
-  settings.signaturesMalformed = errno != ENOENT;
-  return settings;
+  return errno == ENOENT ? TerminalSettings() : unreadable();
 }
 
 }  // namespace jxplatform

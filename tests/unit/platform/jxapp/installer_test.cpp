@@ -110,8 +110,8 @@ TEST_F(Installer, AnotherVersionUpdates_TheSameOneReinstalls) {
   EXPECT_EQ(install(),
             (Lines{packageLine("upload-0.zip", old), "Installed hello 1.0.0\n", packageLine("upload-1.zip", next),
                    "Updated hello 1.0.0 -> 1.1.0\n", packageLine("upload-2.zip", next), "Reinstalled hello 1.1.0\n",
-                   packageLine("upload-3.zip", old), "Updated hello 1.1.0 -> 1.0.0\n",
-                   "List of installed applications:\n  hello 1.0.0\n"}));
+                   packageLine("upload-3.zip", old), "Warning: hello 1.0.0 is older than the installed 1.1.0\n",
+                   "Updated hello 1.1.0 -> 1.0.0\n", "List of installed applications:\n  hello 1.0.0\n"}));
   EXPECT_EQ(root_.read("apps/hello/file"), "1");
   EXPECT_TRUE(root_.exists("apps/hello/old"));
 }
@@ -329,6 +329,30 @@ TEST_F(Installer, RemovalWithFiles_IsRefused) {
   file.name = "file";
   place("upload-0.zip", removal({file}));
   EXPECT_EQ(install(-1)[1], "Error: upload-0.zip: \"file\": is not listed in manifest.json\n");
+}
+
+TEST_F(Installer, OlderVersion_IsJudgedByThePolicyForDowngrades) {
+  const auto downgrade = [&](const std::string& policy, int result) {
+    root_.write("terminal.json", R"({"signatures":"off","downgrades":")" + policy + "\"}");
+    root_.write("apps/hello/manifest.json", manifestOf("hello", "1.10", {}));
+    place("upload-0.zip", package("1.9"));
+    return install(result)[1];
+  };
+  EXPECT_EQ(downgrade("allow", 0), "Updated hello 1.10 -> 1.9\n");
+  EXPECT_EQ(downgrade("warn", 0), "Warning: hello 1.9 is older than the installed 1.10\n");
+  EXPECT_EQ(downgrade("refuse", -1), "Error: upload-0.zip: hello 1.9 is older than the installed 1.10\n");
+  EXPECT_TRUE(root_.read("apps/hello/manifest.json").find("1.10") != std::string::npos);
+  EXPECT_EQ(downgrade("off", -1), "Error: upload-0.zip: terminal.json has no readable \"downgrades\" policy\n");
+  // What is no older passes under every policy.
+  root_.write("terminal.json", R"({"signatures":"off","downgrades":"refuse"})");
+  for (const char* version : {"1.10", "1.010", "1.11"}) {
+    place("upload-0.zip", package(version));
+    install();
+  }
+  // Nothing can be said of a version that cannot be read.
+  root_.write("apps/hello/manifest.json", "{");
+  place("upload-0.zip", package("1.0"));
+  EXPECT_EQ(install()[1], "Installed hello 1.0\n");
 }
 
 struct PolicyCase {

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <string_view>
+#include <tuple>
+
 #include "tests/unit/platform/jxapp/scratch.h"
 #include "tests/unit/platform/jxapp/signing.h"
 
@@ -22,7 +25,7 @@ class Signature : public testing::Test {
   Signature() : root_(makeIdentity(authority("Root"))) { trust_.write("certs/root.pem", root_.certificatePem()); }
 
   std::string problemOf(const std::optional<std::string>& signature) const {
-    return jxinstall::signatureProblem(trust_.path(), kManifest, signature);
+    return jxinstall::signatureProblem(trust_.path() + "/certs", kManifest, signature);
   }
 
   // The problem of a signature by a certificate of this kind, issued by the trusted root.
@@ -109,7 +112,7 @@ TEST_F(Signature, AnyBitChanged_IsNeverWithoutProblemAndOfAnotherContent) {
   for (std::size_t at = 0; at < good.size(); at += 3) {
     std::string bytes = good;
     bytes[at] = static_cast<char>(bytes[at] ^ 4);
-    const std::string other = jxinstall::signatureProblem(trust_.path(), kManifest + "x", bytes);
+    const std::string other = jxinstall::signatureProblem(trust_.path() + "/certs", kManifest + "x", bytes);
     EXPECT_NE(other, "") << at;
   }
 }
@@ -126,8 +129,9 @@ TEST_F(Signature, Foreign_DoesNotChain) {
 
 TEST_F(Signature, WithoutAnyTrust_DoesNotChain) {
   const Scratch empty;
-  EXPECT_EQ(jxinstall::signatureProblem(empty.path(), kManifest, signatureOf(makeIdentity({}, &root_), kManifest)),
-            "is signed by a certificate that does not chain to one in certs/: \"CN=Signer\"");
+  EXPECT_EQ(
+      jxinstall::signatureProblem(empty.path() + "/certs", kManifest, signatureOf(makeIdentity({}, &root_), kManifest)),
+      "is signed by a certificate that does not chain to one in certs/: \"CN=Signer\"");
 }
 
 TEST_F(Signature, Expired_NamesTheTime) {
@@ -154,7 +158,7 @@ TEST_F(Signature, ExpiredIssuer_IsNamed) {
   const Identity old = makeIdentity(wish);
   trust_.write("certs/old.pem", old.certificatePem());
   const std::string problem = problemOf(signatureOf(makeIdentity({}, &old), kManifest));
-  EXPECT_EQ(problem.rfind("is signed by a certificate that expired on ", 0), 0U) << problem;
+  EXPECT_EQ(problem.rfind("is signed through a certificate that expired on ", 0), 0U) << problem;
   EXPECT_NE(problem.find("\"CN=Old root\""), std::string::npos) << problem;
 }
 
@@ -210,6 +214,127 @@ TEST_F(Signature, OfTwoSigners_BothCount) {
   const Identity other = makeIdentity({}, &root_);
   wish.second = &other;
   EXPECT_EQ(problemOf(signatureOf(good, kManifest, wish)), "");
+}
+
+// A signer below an authority of its own below the trusted root.
+class Revocation : public Signature {
+ protected:
+  std::string problem() const {
+    SignatureWish wish;
+    wish.intermediate = &middle_;
+    return problemOf(signatureOf(signer_, kManifest, wish));
+  }
+
+  // The same without the time in it, which it must have.
+  std::string problemWithoutTime() const {
+    const std::string text = problem();
+    const std::size_t end = text.find(" GMT");
+    if (end == std::string::npos) return text;
+    constexpr std::size_t kTimeBytes = std::string_view("Nov 22 06:27:00 2026").size();
+    return text.substr(0, end - kTimeBytes) + "TIME" + text.substr(end + 4);
+  }
+
+  void list(const Identity& issuer, const ListWish& wish = {}) const {
+    trust_.write("certs/" + std::to_string(++lists_) + ".crl", revocationList(issuer, wish));
+  }
+
+  Identity middle_ = makeIdentity(authority("Middle"), &root_);
+  Identity signer_ = makeIdentity({}, &middle_);
+  mutable int lists_ = 0;
+};
+
+TEST_F(Revocation, ListsOfAllIssuersWithoutTheChain_LetItPass) {
+  const Identity other = makeIdentity({}, &middle_);
+  ListWish wish;
+  wish.revoked = &other;
+  list(root_);
+  list(middle_, wish);
+  EXPECT_EQ(problem(), "");
+}
+
+TEST_F(Revocation, OfTheSigner_IsTold) {
+  for (const bool der : {false, true}) {
+    ListWish wish;
+    wish.revoked = &signer_;
+    wish.der = der;
+    list(root_);
+    list(middle_, wish);
+    EXPECT_EQ(problemWithoutTime(), "is signed by a certificate that was revoked on TIME: \"CN=Signer\"");
+  }
+}
+
+TEST_F(Revocation, OfAnAuthority_IsTold) {
+  ListWish wish;
+  wish.revoked = &middle_;
+  trust_.write("certs/both.crl", revocationList(root_, wish) + revocationList(middle_));
+  EXPECT_EQ(problemWithoutTime(), "is signed through a certificate that was revoked on TIME: \"CN=Middle\"");
+}
+
+TEST_F(Revocation, ListOfAnotherIssuerAlone_CoversNobody) {
+  list(makeIdentity(authority("Other")));
+  EXPECT_EQ(problem(), "is signed by a certificate that no revocation list in certs/ covers: \"CN=Signer\"");
+  list(middle_);
+  EXPECT_EQ(problem(), "is signed through a certificate that no revocation list in certs/ covers: \"CN=Middle\"");
+  list(root_);
+  EXPECT_EQ(problem(), "");
+}
+
+TEST_F(Revocation, OfWhatLiesInCertsItself_NeedsNoList) {
+  trust_.write("certs/middle.pem", middle_.certificatePem());
+  list(middle_);
+  EXPECT_EQ(problem(), "");
+}
+
+TEST_F(Revocation, ListThatIsNotValidNow_IsTold) {
+  ListWish wish;
+  list(root_);
+  wish.endsInSeconds = -60;
+  list(middle_, wish);
+  EXPECT_EQ(problemWithoutTime(),
+            "is signed by a certificate whose revocation list in certs/ expired on TIME: \"CN=Signer\"");
+  trust_.write("certs/2.crl", revocationList(middle_, {nullptr, 60, 3600, nullptr, false}));
+  EXPECT_EQ(problemWithoutTime(),
+            "is signed by a certificate whose revocation list in certs/ is not valid before TIME: \"CN=Signer\"");
+}
+
+TEST_F(Revocation, ListUnderAForeignSignature_IsTold) {
+  ListWish wish;
+  wish.signer = &signer_;
+  list(root_);
+  list(middle_, wish);
+  EXPECT_EQ(problem(),
+            "is signed by a certificate whose revocation list in certs/ is not signed by its issuer: \"CN=Signer\"");
+}
+
+TEST_F(Revocation, FileThatIsNoList_LetsNobodyPass) {
+  const std::string good = revocationList(root_) + revocationList(middle_);
+  for (const std::string& content :
+       {std::string(), std::string("x"), root_.certificatePem(), good.substr(0, good.size() - 40),
+        revocationList(root_, {nullptr, -60, 60, nullptr, true}) + "x"}) {
+    trust_.write("certs/a.crl", content);
+    EXPECT_EQ(problem(), "is signed, but certs/a.crl is no list of revoked certificates") << content.size();
+  }
+  trust_.write("certs/a.crl", good);
+  EXPECT_EQ(problem(), "");
+  trust_.write("certs/.hidden.crl", "x");
+  EXPECT_EQ(problem(), "");
+  trust_.write("certs/b.crl/file", "");
+  EXPECT_EQ(problem(), "is signed, but certs/b.crl is no list of revoked certificates");
+}
+
+TEST_F(Signature, ThroughAnAuthorityThatIsNotValidNow_NamesIt) {
+  for (const auto& [begin, end, text] :
+       {std::tuple(-7200L, -3600L, "that expired on "), std::tuple(3600L, 7200L, "that is not valid before ")}) {
+    CertificateWish wish = authority("Middle");
+    wish.beginsInSeconds = begin;
+    wish.endsInSeconds = end;
+    const Identity middle = makeIdentity(wish, &root_);
+    SignatureWish brought;
+    brought.intermediate = &middle;
+    const std::string problem = problemOf(signatureOf(makeIdentity({}, &middle), kManifest, brought));
+    EXPECT_EQ(problem.rfind(std::string("is signed through a certificate ") + text, 0), 0U) << problem;
+    EXPECT_NE(problem.find(": \"CN=Middle\""), std::string::npos) << problem;
+  }
 }
 
 }  // namespace

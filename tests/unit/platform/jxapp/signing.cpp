@@ -58,6 +58,29 @@ Identity makeIdentity(const CertificateWish& wish, const Identity* issuer) {
   return identity;
 }
 
+std::string revocationList(const Identity& issuer, const ListWish& wish) {
+  const jxplatform::RevocationList list(X509_CRL_new());
+  const jxplatform::Time begin(X509_gmtime_adj(nullptr, wish.beginsInSeconds));
+  const jxplatform::Time end(X509_gmtime_adj(nullptr, wish.endsInSeconds));
+  check(X509_CRL_set_version(list.get(), X509_CRL_VERSION_2) == 1);
+  check(X509_CRL_set_issuer_name(list.get(), X509_get_subject_name(issuer.certificate.get())) == 1);
+  check(X509_CRL_set1_lastUpdate(list.get(), begin.get()) == 1);
+  check(X509_CRL_set1_nextUpdate(list.get(), end.get()) == 1);
+  if (wish.revoked != nullptr) {
+    X509_REVOKED* const entry = X509_REVOKED_new();
+    check(X509_REVOKED_set_serialNumber(entry, X509_get_serialNumber(wish.revoked->certificate.get())) == 1);
+    check(X509_REVOKED_set_revocationDate(entry, begin.get()) == 1);
+    check(X509_CRL_add0_revoked(list.get(), entry) == 1);
+  }
+  check(X509_CRL_sort(list.get()) == 1);
+  const Identity& signer = wish.signer != nullptr ? *wish.signer : issuer;
+  check(X509_CRL_sign(list.get(), signer.key.get(), EVP_sha256()) > 0);
+  const Bio memory(BIO_new(BIO_s_mem()));
+  check((wish.der ? i2d_X509_CRL_bio(memory.get(), list.get()) : PEM_write_bio_X509_CRL(memory.get(), list.get())) ==
+        1);
+  return contentOf(memory.get());
+}
+
 std::string signatureOf(const Identity& signer, const std::string& content, const SignatureWish& wish) {
   unsigned flags = CMS_BINARY | CMS_PARTIAL;
   if (!wish.attached) flags |= CMS_DETACHED;

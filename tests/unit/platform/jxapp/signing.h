@@ -27,6 +27,17 @@ struct CertificateWish {
 // Signed by `issuer`, or by itself where that is null.
 Identity makeIdentity(const CertificateWish& wish, const Identity* issuer = nullptr);
 
+struct ListWish {
+  const Identity* revoked = nullptr;
+  long beginsInSeconds = -3600;
+  long endsInSeconds = 3600;
+  const Identity* signer = nullptr;  // in the issuer's place
+  bool der = false;
+};
+
+// A list of revoked certificates in PEM, of the issuer's name.
+std::string revocationList(const Identity& issuer, const ListWish& wish = {});
+
 struct SignatureWish {
   bool attached = false;
   bool withoutAttributes = false;

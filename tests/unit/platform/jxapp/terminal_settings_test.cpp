@@ -52,6 +52,18 @@ TEST(TerminalSettings, MembersOfAnotherType_AreNotKnown) {
   expectNothingKnown(parseTerminalSettings(R"({"sponsor":{"number":1.5}})"));
 }
 
+TEST(TerminalSettings, Downgrades_AreOneOfThreeWords) {
+  using jxplatform::DowngradePolicy;
+  EXPECT_EQ(parseTerminalSettings(R"({"downgrades":"allow"})").downgrades, DowngradePolicy::kAllow);
+  EXPECT_EQ(parseTerminalSettings(R"({"downgrades":"warn"})").downgrades, DowngradePolicy::kWarn);
+  EXPECT_EQ(parseTerminalSettings(R"({"downgrades":"refuse"})").downgrades, DowngradePolicy::kRefuse);
+  EXPECT_FALSE(parseTerminalSettings("{}").downgradesMalformed);
+  for (const char* text : {R"({"downgrades":"off"})", R"({"downgrades":null})"}) {
+    EXPECT_EQ(parseTerminalSettings(text).downgrades, std::nullopt);
+    EXPECT_TRUE(parseTerminalSettings(text).downgradesMalformed);
+  }
+}
+
 TEST(TerminalSettings, CutAnywhere_IsNotKnown) {
   const std::string whole = R"({"serial":"1","sponsor":{"number":1}})";
   for (std::size_t size = 0; size < whole.size(); ++size) {
@@ -66,6 +78,7 @@ TEST(TerminalSettings, ZeroByte_IsNoEndOfTheText) {
     const TerminalSettings settings = parseTerminalSettings(std::string(whole).insert(at, 1, '\0'));
     expectNothingKnown(settings);
     EXPECT_TRUE(settings.signaturesMalformed) << at;
+    EXPECT_TRUE(settings.downgradesMalformed) << at;
   }
 }
 
@@ -73,6 +86,7 @@ TEST(TerminalSettings, AbsentFile_IsNotKnownAndNotMalformed) {
   const Scratch root;
   expectNothingKnown(readTerminalSettings(root.path()));
   EXPECT_FALSE(readTerminalSettings(root.path()).signaturesMalformed);
+  EXPECT_FALSE(readTerminalSettings(root.path()).downgradesMalformed);
 }
 
 TEST(TerminalSettings, File_IsReadAnewEachTime) {
@@ -93,6 +107,7 @@ TEST(TerminalSettings, FileThatCannotBeRead_IsMalformed) {
   for (const Scratch* const root : {&folder, &large, &fifo}) {
     expectNothingKnown(readTerminalSettings(root->path()));
     EXPECT_TRUE(readTerminalSettings(root->path()).signaturesMalformed);
+    EXPECT_TRUE(readTerminalSettings(root->path()).downgradesMalformed);
   }
 }
 
