@@ -9,7 +9,7 @@ import subprocess
 import unittest
 import zipfile
 
-from jxpackages import JXPACK, LIST, InstallerCase
+from jxpackages import JXPACK, LIST, InstallerCase, write_package
 from jxtest import SOURCE
 
 
@@ -84,10 +84,10 @@ class Pack(InstallerCase):
         self.assertIn("Installed hello 1.0.0\n", self.run_installer(code=0))
 
     def test_names_versions_and_descriptions_against_the_rules(self):
-        self.assert_refused("the name must match [a-z0-9][a-z0-9._-]{0,63}", name="Hello")
-        self.assert_refused("the version must match [0-9A-Za-z][0-9A-Za-z.+~-]{0,63}", version="1_0")
+        self.assert_refused('manifest.json: the name "Hello" is not [a-z0-9][a-z0-9._-]{0,63}', name="Hello")
+        self.assert_refused('manifest.json: the version "1_0" is not [0-9A-Za-z][0-9A-Za-z.+~-]{0,63}', version="1_0")
         result = self.jxpack("--description", "a\nb")
-        self.assertEqual((result.returncode, result.stderr), (1, "jxpack: the description has a control character\n"))
+        self.assertEqual((result.returncode, result.stderr), (1, 'jxpack: manifest.json: "description" has a control character\n'))
         result = subprocess.run([JXPACK, "--name", "a", "--version", "1", "--description", b"\xff", self.folder],
                                 capture_output=True, cwd=self.out, check=False)
         self.assertEqual((result.returncode, result.stderr), (1, b"jxpack: the description is not UTF-8\n"))
@@ -103,11 +103,11 @@ class Pack(InstallerCase):
         case(os.mkfifo, "pipe", "is neither a file nor a directory")
         case(lambda p: p.mkdir(), "empty/", "the directory is empty; the installer makes none without files")
         case(lambda p: p.touch(), "manifest.json", "the name is reserved")
-        case(lambda p: p.touch(), "a\\b", "the path has a character that is not printable ASCII, or a backslash")
-        case(lambda p: p.touch(), "ä", "the path has a character that is not printable ASCII, or a backslash")
+        case(lambda p: p.touch(), "a\\b", "the name has a backslash")
+        case(lambda p: p.touch(), "ä", "the name has a character that is not printable ASCII")
 
         (self.folder / "TEXT").touch()
-        self.assert_refused(f'{self.folder}: "TEXT" and "text" differ in case only')
+        self.assert_refused(f'{self.folder}: "text": the name differs from "TEXT" in case only')
 
     def test_folder_that_is_none(self):
         self.assert_refused(f"{self.root}/none/: cannot be read: No such file or directory", code=3,
@@ -213,6 +213,43 @@ class Pack(InstallerCase):
         self.assertEqual(self.run_jxpack("--remove", "Hello").returncode, 1)
         for other in (["--name", "a"], ["--version", "1"], ["--exclude", "x"], ["--allow-private-keys"], [self.folder]):
             self.assertEqual(self.run_jxpack("--remove", "hello", "--force", *other).returncode, 2, other)
+
+    def test_package_is_shown(self):
+        self.jxpack("--description", "Says hello")
+        result = self.run_jxpack("show", "hello-1.0.0.zip")
+        package = (self.out / "hello-1.0.0.zip").read_bytes()
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
+        self.assertEqual(result.stdout.splitlines(), [
+            f"hello-1.0.0.zip: {len(package)} bytes, sha256 {hashlib.sha256(package).hexdigest()}", "name: hello", "version: 1.0.0",
+            "description: Says hello", "signature: no", "         10 x bin/run", "          5 - text"])
+        self.run_jxpack("--remove", "hello")
+        self.assertEqual(self.run_jxpack("show", "hello-remove.zip").stdout.splitlines()[1:],
+                         ["name: hello", "removes: yes", "signature: no"])
+
+    def test_package_is_verified_in_the_installers_words(self):
+        self.jxpack()
+        result = self.run_jxpack("verify", "hello-1.0.0.zip")
+        self.assertEqual((result.returncode, result.stdout), (0, "hello-1.0.0.zip: hello 1.0.0, good, not signed\n"))
+        write_package(self.out / "bad.zip", files={"a": b"a"}, extra={"b": b"b"})
+        changed = write_package(self.out / "changed.zip", files={"a": b"right"}, compression=zipfile.ZIP_STORED)
+        with zipfile.ZipFile(changed) as archive:
+            manifest = archive.read("manifest.json")
+        with zipfile.ZipFile(changed, "w") as archive:
+            archive.writestr("manifest.json", manifest)
+            archive.writestr("a", b"wrong")
+        (self.out / "junk.zip").write_bytes(b"junk")
+        for name, why in (("bad.zip", '"b": is not listed in manifest.json'), ("junk.zip", "is not a zip archive"),
+                          ("changed.zip", '"a": does not match its digest in manifest.json')):
+            for command in ("verify", "show"):
+                result = self.run_jxpack(command, name)
+                self.assertEqual((result.returncode, result.stdout, result.stderr), (1, "", f"jxpack: {name}: {why}\n"))
+            shutil.copy(self.out / name, self.source / "upload-0.zip")
+            self.assertIn(f"Error: upload-0.zip: {why}\n", self.run_installer(code=1))
+        for name, why in (("none", "No such file or directory"), (".", "is not a file")):
+            result = self.run_jxpack("verify", name)
+            self.assertEqual((result.returncode, result.stderr), (3, f"jxpack: {name}: {why}\n"))
+        self.assertEqual(self.run_jxpack("verify").returncode, 2)
+        self.assertEqual(self.run_jxpack("show", "--certs", ".", "hello-1.0.0.zip").returncode, 2)
 
     def test_what_is_missing_is_told(self):
         for arguments, option in ((["--version", "1"], "--name"), (["--name", "a"], "--version")):

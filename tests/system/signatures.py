@@ -150,6 +150,21 @@ class Signatures(InstallerCase):
         self.assertEqual(self.install(entries, "required", 1),
                          ['Error: upload-0.zip: "bin/hello": does not match its digest in manifest.json'])
 
+    def test_signature_is_verified_before_it_is_sent(self):
+        for signer, code, told in (
+                ("signer", 0, f"{self.root}/package.zip: hello 1.0.0, good, signature good\n"),
+                ("foreign", 1, f"jxpack: {self.root}/package.zip: hello 1.0.0 is signed by a certificate that does not chain to one "
+                               'in certs/: "CN=foreign"\n')):
+            self.pack(*self.options(signer))
+            result = subprocess.run([JXPACK, "verify", self.root / "package.zip", "--certs", self.root / "certs"],
+                                    capture_output=True, text=True, check=False)
+            self.assertEqual((result.returncode, result.stdout + result.stderr), (code, told))
+        result = subprocess.run([JXPACK, "verify", self.root / "package.zip"], capture_output=True, text=True, check=False)
+        self.assertEqual(result.stdout, f"{self.root}/package.zip: hello 1.0.0, good, signature not checked\n")
+        result = subprocess.run([JXPACK, "verify", self.root / "package.zip", "--certs", self.root / "none"], capture_output=True,
+                                text=True, check=False)
+        self.assertEqual((result.returncode, result.stderr), (3, f"jxpack: {self.root}/none: No such file or directory\n"))
+
     def test_certificate_that_is_revoked(self):
         self.issue("stolen", "root")
         stolen, good = self.pack(*self.options("stolen")), self.pack(*self.options("signer"))

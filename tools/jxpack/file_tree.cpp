@@ -12,6 +12,7 @@
 #include <optional>
 
 #include "base/file_io.h"
+#include "platform/linux/jxapp/zip_index.h"
 #include "platform/linux/openssl/sha256.h"
 #include "tools/jxpack/package_rules.h"
 #include "tools/jxpack/private_key_finder.h"
@@ -102,10 +103,10 @@ class TreeReader {
   }
 
   void addFile(const std::string& path, const std::string& full, const struct stat& status) {
-    constexpr std::size_t kMaxFiles = kMaxEntries - 2;
+    constexpr std::size_t kMaxFiles = jxinstall::kMaxEntries - 2;
     total_ += static_cast<std::uint64_t>(status.st_size);
-    if (total_ > kMaxUnpackedBytes) {
-      refuse(folder_, "has more than the " + std::to_string(kMaxUnpackedBytes) + " bytes that are allowed");
+    if (total_ > jxinstall::kMaxUnpackedBytes) {
+      refuse(folder_, "has more than the " + std::to_string(jxinstall::kMaxUnpackedBytes) + " bytes that are allowed");
     }
     if (tree_.files.size() >= kMaxFiles) {
       refuse(folder_, "has more than the " + std::to_string(kMaxFiles) + " files that are allowed");
@@ -137,7 +138,7 @@ Tree readTree(const std::string& folder, const TreeRules& rules) {
   std::vector<std::string> paths;
   paths.reserve(tree.files.size());
   for (const SourceFile& file : tree.files) paths.push_back(file.path);
-  const std::string problem = caseProblem(paths);
+  const std::string problem = pathsProblem(paths);
   if (!problem.empty()) refuse(folder, problem);
   return tree;
 }

@@ -4,14 +4,28 @@
 #include "tools/jxpack/make_package.h"
 #include "tools/jxpack/options.h"
 #include "tools/jxpack/problem.h"
+#include "tools/jxpack/show_package.h"
 
 namespace {
+
+void obey(const jxpack::Options& options) {
+  switch (options.command) {
+    case jxpack::Command::kMake:
+      return jxpack::makePackage(options);
+    case jxpack::Command::kRemove:
+      return jxpack::makeRemoval(options);
+    case jxpack::Command::kShow:
+      return jxpack::showPackage(options.package);
+    case jxpack::Command::kVerify:
+      return jxpack::verifyPackage(options.package, options.certs);
+  }
+}
 
 int run(int argc, char** argv) {
   const jxpack::CommandLine line = jxpack::readCommandLine(argc, argv);
   if (line.done) return line.exitCode;
   try {
-    line.options.removed.empty() ? jxpack::makePackage(line.options) : jxpack::makeRemoval(line.options);
+    obey(line.options);
     return static_cast<int>(jxpack::ExitCode::kDone);
   } catch (const jxpack::Problem& problem) {
     std::fprintf(stderr, "jxpack: %s\n", problem.what());

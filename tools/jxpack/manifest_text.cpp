@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "platform/linux/jxapp/manifest.h"
 #include "tools/jxpack/package_rules.h"
 #include "tools/jxpack/problem.h"
 
@@ -24,9 +25,6 @@ std::string dump(const nlohmann::ordered_json& manifest) {
 }  // namespace
 
 std::string manifestText(const PackageFacts& facts, const std::vector<SourceFile>& files) {
-  check(nameProblem(facts.name));
-  check(versionProblem(facts.version));
-  check(descriptionProblem(facts.description));
   nlohmann::ordered_json manifest;
   manifest["name"] = facts.name;
   manifest["version"] = facts.version;
@@ -34,16 +32,20 @@ std::string manifestText(const PackageFacts& facts, const std::vector<SourceFile
   manifest["files"] = nlohmann::ordered_json::object();
   for (const SourceFile& file : files) manifest["files"][file.path] = file.digest;
   std::string text = dump(manifest);
-  if (text.size() > kMaxManifestBytes) check("the manifest would have " + std::to_string(text.size()) + " bytes");
+  check(manifestProblem(text));
+  if (text.size() > jxinstall::kMaxManifestBytes) {
+    check("the manifest would have " + std::to_string(text.size()) + " bytes");
+  }
   return text;
 }
 
 std::string removalText(const std::string& name) {
-  check(nameProblem(name));
   nlohmann::ordered_json manifest;
   manifest["name"] = name;
   manifest["remove"] = true;
-  return dump(manifest);
+  std::string text = dump(manifest);
+  check(manifestProblem(text));
+  return text;
 }
 
 }  // namespace jxpack

@@ -1,6 +1,7 @@
 #include "tools/jxpack/options.h"
 
 #include <CLI/CLI.hpp>
+#include <string>
 
 #include "tools/jxpack/problem.h"
 
@@ -52,21 +53,51 @@ void declare(CLI::App& app, Options& options) {
   declareRemoval(app, options);
   declareSigning(app, options);
   app.footer(
+      "\"jxpack show FILE\" says what is in a package; \"jxpack verify FILE [--certs FOLDER]\" checks it as the "
+      "installer\n"
+      "does. A folder of one of these names is written ./show or ./verify.\n\n"
       "Name, version, description and patterns may stand in DIR/jxpackage.json, patterns in DIR/.jxignore too.\n\n"
       "Exit codes: 0 the package was made, 1 the installer would refuse it or it would give a private key away,\n"
       "2 wrong command line, jxpackage.json or .jxignore, 3 a file cannot be read or written, or is there already,\n"
       "4 key or certificate do not serve.");
 }
 
+void declareLooking(CLI::App& app, Options& options) {
+  app.option_defaults()->always_capture_default(false);
+  app.add_option("FILE", options.package, "The package")->required();
+  if (options.command == Command::kVerify) {
+    app.add_option("--certs", options.certs,
+                   "Verifies the signature too, by the certificates (*.pem) and lists (*.crl) of this folder");
+  }
+  app.footer("Exit codes: 0 good, 1 the installer would refuse it, 2 wrong command line, 3 a file cannot be read.");
+}
+
+const char* purposeOf(Command command) {
+  switch (command) {
+    case Command::kShow:
+      return "Says what is in a package.";
+    case Command::kVerify:
+      return "Checks a package as the installer does.";
+    default:
+      return "Makes an application package for the terminal's installer out of the files of a folder.";
+  }
+}
+
 }  // namespace
 
 CommandLine readCommandLine(int argc, char** argv) {
   CommandLine line;
-  CLI::App app("Makes an application package for the terminal's installer out of the files of a folder.", "jxpack");
-  declare(app, line.options);
+  Command& command = line.options.command;
+  const std::string word = argc > 1 ? argv[1] : "";
+  if (word == "show") command = Command::kShow;
+  if (word == "verify") command = Command::kVerify;
+  const int skipped = command == Command::kMake ? 0 : 1;
+  CLI::App app(purposeOf(command), skipped == 0 ? "jxpack" : "jxpack " + word);
+  skipped == 0 ? declare(app, line.options) : declareLooking(app, line.options);
   try {
-    app.parse(argc, argv);
-    if (line.options.folder.empty() && line.options.removed.empty()) throw CLI::RequiredError("DIR");
+    app.parse(argc - skipped, argv + skipped);
+    if (command == Command::kMake && !line.options.removed.empty()) command = Command::kRemove;
+    if (command == Command::kMake && line.options.folder.empty()) throw CLI::RequiredError("DIR");
   } catch (const CLI::ParseError& error) {
     line.done = true;
     line.exitCode = app.exit(error) == 0 ? 0 : static_cast<int>(ExitCode::kUsage);

@@ -8,8 +8,13 @@
 
 namespace jxpack {
 
+enum class Command { kMake, kRemove, kShow, kVerify };
+
 struct Options {
+  Command command = Command::kMake;
   PackageFacts facts;
+  std::string package;  // to be shown or verified
+  std::string certs;    // the folder of the certificates to verify by; empty: the signature is not looked at
   std::string folder;
   std::string removed;  // the application that the package removes; empty for a package of the folder
   std::string output;

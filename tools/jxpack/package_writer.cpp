@@ -9,12 +9,20 @@
 #include <new>
 
 #include "base/file_io.h"
+#include "platform/linux/jxapp/manifest.h"
+#include "platform/linux/jxapp/zip_index.h"
 #include "platform/linux/openssl/sha256.h"
-#include "tools/jxpack/package_rules.h"
 #include "tools/jxpack/problem.h"
 
 namespace jxpack {
 namespace {
+
+using jxinstall::kFreeUnpackedBytes;
+using jxinstall::kManifestName;
+using jxinstall::kMaxArchiveBytes;
+using jxinstall::kMaxRatio;
+using jxinstall::kMaxUnpackedBytes;
+using jxinstall::kSignatureName;
 
 constexpr unsigned kFileMode = 0644;
 constexpr unsigned kProgramMode = 0755;

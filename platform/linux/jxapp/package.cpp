@@ -1,13 +1,19 @@
 #include "platform/linux/jxapp/package.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <vector>
 
+#include "base/file_io.h"
 #include "base/text.h"
 #include "platform/linux/jxapp/failure.h"
-#include "platform/linux/jxapp/package_reader.h"
+#include "platform/linux/jxapp/file.h"
+#include "platform/linux/openssl/sha256.h"
 
 namespace jxinstall {
 namespace {
+
+constexpr std::size_t kBlockBytes = std::size_t{64} * 1024;
 
 std::string contentOf(PackageReader& reader, const ZipEntry& entry, std::size_t maxBytes) {
   if (entry.size > maxBytes) {
@@ -60,6 +66,43 @@ Package readPackage(int fd, std::uint64_t size) {
   package.manifest = parseManifest(package.manifestBytes);
   checkListing(package);
   return package;
+}
+
+void unpackFile(PackageReader& reader, const ZipEntry& entry, const Manifest& manifest, const ContentSink& sink) {
+  jxplatform::Sha256 digest;
+  reader.unpack(entry, [&](const char* data, std::size_t size) {
+    digest.add(data, size);
+    sink(data, size);
+  });
+  if (orFailure(digest.hex()) != manifest.files.at(entry.name)) {
+    throw Failure(base::quotedPrintable(entry.name) + ": does not match its digest in manifest.json");
+  }
+}
+
+Package checkPackage(int fd, std::uint64_t size) {
+  Package package = readPackage(fd, size);
+  PackageReader reader(fd);
+  for (const ZipEntry& entry : package.index.entries) {
+    reader.next(entry);
+    if (entry.directory || package.manifest.files.count(entry.name) == 0) continue;
+    unpackFile(reader, entry, package.manifest, [](const char* /*data*/, std::size_t /*size*/) {});
+  }
+  return package;
+}
+
+std::string digestOf(int fd, std::uint64_t size) {
+  jxplatform::Sha256 digest;
+  std::vector<char> block(kBlockBytes);
+  std::uint64_t offset = 0;
+  while (offset < size) {
+    const std::size_t wanted = static_cast<std::size_t>(std::min<std::uint64_t>(block.size(), size - offset));
+    const std::int64_t got = base::readAt(fd, block.data(), wanted, offset);
+    if (got < 0) throw Failure("cannot be read at byte " + std::to_string(offset) + ": " + base::errorText(errno));
+    if (got == 0) throw Failure("became shorter while it was read");
+    digest.add(block.data(), static_cast<std::size_t>(got));
+    offset += static_cast<std::uint64_t>(got);
+  }
+  return orFailure(digest.hex());
 }
 
 }  // namespace jxinstall

@@ -10,12 +10,10 @@
 #include "base/file_io.h"
 #include "base/text.h"
 #include "platform/linux/jxapp/failure.h"
-#include "platform/linux/openssl/sha256.h"
+#include "platform/linux/jxapp/package.h"
 
 namespace jxinstall {
 namespace {
-
-constexpr std::size_t kBlockBytes = std::size_t{64} * 1024;
 
 // The digits of N; empty when the name is no upload-N.zip.
 std::string numberOf(const std::string& name) {
@@ -53,20 +51,7 @@ SourceArchive::SourceArchive(int directory, std::string name)
   if (!S_ISREG(status_.st_mode)) throw Failure("is not a file");
 }
 
-std::string SourceArchive::digest() const {
-  jxplatform::Sha256 digest;
-  std::vector<char> block(kBlockBytes);
-  std::uint64_t offset = 0;
-  while (offset < size()) {
-    const std::size_t wanted = static_cast<std::size_t>(std::min<std::uint64_t>(block.size(), size() - offset));
-    const std::int64_t got = base::readAt(fd(), block.data(), wanted, offset);
-    if (got < 0) throw Failure("cannot be read at byte " + std::to_string(offset) + ": " + base::errorText(errno));
-    if (got == 0) throw Failure("became shorter while it was read");
-    digest.add(block.data(), static_cast<std::size_t>(got));
-    offset += static_cast<std::uint64_t>(got);
-  }
-  return orFailure(digest.hex());
-}
+std::string SourceArchive::digest() const { return digestOf(fd(), size()); }
 
 bool SourceArchive::isTakenOver(int directory) const {
   struct stat now {};

@@ -11,7 +11,6 @@
 #include "platform/linux/jxapp/failure.h"
 #include "platform/linux/jxapp/file.h"
 #include "platform/linux/jxapp/package_reader.h"
-#include "platform/linux/openssl/sha256.h"
 
 namespace jxinstall {
 namespace {
@@ -72,14 +71,8 @@ class Unpacker {
   void unpackFile(PackageReader& reader, const ZipEntry& entry) {
     makeParents(entry.name);
     OutputFile file(directory_, entry.name, entry.size, entry.executable ? kProgramMode : kFileMode);
-    jxplatform::Sha256 digest;
-    reader.unpack(entry, [&](const char* data, std::size_t size) {
-      digest.add(data, size);
-      file.add(data, size);
-    });
-    if (orFailure(digest.hex()) != package_.manifest.files.at(entry.name)) {
-      throw Failure(base::quotedPrintable(entry.name) + ": does not match its digest in manifest.json");
-    }
+    jxinstall::unpackFile(reader, entry, package_.manifest,
+                          [&](const char* data, std::size_t size) { file.add(data, size); });
     file.finish();
   }
 
