@@ -99,7 +99,7 @@ class Case(jxtest.Case):
 
 
 class FirstStartTest(Case):
-    folder = "Büro & it's mine"
+    folder = "Büro & it's 100%"
 
     def press(self, *presses):
         base = (self.state / "screen.url").read_text().strip()
