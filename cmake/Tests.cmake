@@ -24,11 +24,11 @@ set(not_under_thread ${not_under_address} model.compare
 # The counters of coverage: what reaches the program and its subsystems.
 set(not_for_coverage ${no_program} fuzz.answer_page fuzz.package fuzz.page fuzz.screen_request
   system.cloudproxyd system.cloudproxyd_check system.controllerd system.installer system.installer_faults
-  system.installer_killed system.notifications system.pack system.push_serial system.sanitizers system.screen
+  system.installer_killed system.notifications system.pack system.push_many system.push_serial system.sanitizers system.screen
   system.screen_life system.screen_requests system.signatures
   unit.base unit.platform.cloudproxyd unit.platform.controllerd unit.platform.jsproc unit.platform.jxapp
   unit.platform.openssl unit.platform.zorguiprt unit.platform.zorhtml unit.platform.zoripc unit.platform.zorplatforminfo unit.platform.zorsec
-  unit.tools.jxpack unit.tools.jxpush unit.tools.jxpush.http unit.tools.jxpush.line unit.tools.jxpush.port)
+  unit.tools.jxpack unit.tools.jxpush unit.tools.jxpush.fleet unit.tools.jxpush.http unit.tools.jxpush.line unit.tools.jxpush.port)
 
 if(JX_SANITIZE MATCHES thread)
   set(JX_TESTS_ELSEWHERE ${not_under_thread})

@@ -1,13 +1,15 @@
 """jxpush over HTTP, and the answers of an upload server."""
 
 import json
+import re
 import subprocess
 
 import jxtest
 from jxhttp import RESULT_HEAD, RESULT_TAIL
-from jxtest import BIN, HTTP_PORT
+from jxtest import BIN, BUILD, HTTP_PORT
 
 JXPUSH = BIN / "jxpush"
+SANITIZED = re.search(r"^JX_SANITIZE:\w+=.", (BUILD / "CMakeCache.txt").read_text(), re.M) is not None
 LARGE = 64 * 1024 * 1024  # more than the system buffers on the way
 PAGE_200 = b"HTTP/1.1 200 OK\r\nContent-Type: text/html\r\nContent-Length: %d\r\n\r\n"
 

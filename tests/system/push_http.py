@@ -6,16 +6,13 @@ import hashlib
 import json
 import os
 import pathlib
-import re
 import signal
 import subprocess
 import unittest
 
 from jxhttp import package
-from jxpushing import JXPUSH, LARGE, HttpPushCase
-from jxtest import BUILD, HTTP_PORT, wait_until
-
-SANITIZED = re.search(r"^JX_SANITIZE:\w+=.", (BUILD / "CMakeCache.txt").read_text(), re.M) is not None
+from jxpushing import JXPUSH, LARGE, SANITIZED, HttpPushCase
+from jxtest import HTTP_PORT, wait_until
 
 
 class TerminalTest(HttpPushCase):
@@ -58,9 +55,9 @@ class TerminalTest(HttpPushCase):
         self.assertEqual(run.returncode, 40, run.stderr)
         digest = hashlib.sha256(b"nonsense").hexdigest()
         self.assertEqual(run.stdout.splitlines()[1:], [
-            f"bad.zip: 8 bytes, sha256 {digest}", "   " + "Package upload-0.zip: " + run.stdout.split(": ", 1)[1].split("\n")[0],
+            f"bad.zip: 8 bytes, sha256 {digest}", "   " + "Package hello.zip: " + run.stdout.split(": ", 1)[1].split("\n")[0],
             " ! Warning: hello 1.0.0 is not signed", "   Installed hello 1.0.0",
-            f"   Package upload-1.zip: 8 bytes, sha256 {digest}", "!! Error: upload-1.zip: is not a zip archive",
+            f"   Package bad.zip: 8 bytes, sha256 {digest}", "!! Error: bad.zip: is not a zip archive",
             "   List of installed applications:", "     hello 1.0.0"])
         lines = run.stderr.splitlines()
         self.assertEqual((lines[0], lines[-2], lines[-1]), ("Waiting for a connection to http://localhost:6370 ...",

@@ -5,6 +5,7 @@ import fcntl
 import hashlib
 import json
 import os
+import pty
 import re
 import signal
 import subprocess
@@ -17,7 +18,7 @@ from jxserial import JXPUSH, Line, SerialCase
 CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH, PR_CAPBSET_DROP = 1, 2, 24
 MANUAL = jxtest.SOURCE / "tools/jxpush/jxpush.1"
 COMPLETION = jxtest.SOURCE / "tools/jxpush/jxpush.bash"
-CODES = {"0", "2", "10", "20", "21", "22", "30", "34", "40", "41", "130"}
+CODES = {"0", "2", "10", "20", "21", "22", "30", "34", "40", "41", "50", "130"}
 
 
 def drop_capabilities():
@@ -58,9 +59,65 @@ class JxpushTest(SerialCase):
             with self.subTest(args):
                 output, errors = self.run_jxpush(*args, code=2)
                 self.assertEqual(output, "")
-                self.assertNotEqual(errors, "")
+                self.assertTrue(errors.startswith("jxpush: ") and "CLI" not in errors and "{" not in errors, errors)
                 output, _ = self.run_jxpush(*args, "--json", code=2)
                 self.assert_result(output, 2, "usage")
+
+    def test_wrong_option_names_the_one_that_was_meant(self):
+        for args, message in ((["--progess", "tty"], "there is no option --progess; did you mean --progress?"),
+                              (["--wait", "soon"], '--wait takes a whole number from 0 to 1000000, not "soon"'),
+                              (["--progress", "l\x1boud"], '--progress takes auto, tty, plain, json or none, not "l?oud"'),
+                              (["--wait", "1", "--wait", "2"], "--wait takes one value, once"),
+                              (["-q", "--progress", "tty"], "--quiet and --progress exclude each other")):
+            with self.subTest(args):
+                _, errors = self.to("x", *args, self.file, code=2)
+                self.assertEqual(errors, f"jxpush: {message}; see jxpush --help\n")
+
+    def test_options_are_found_by_the_parser_alone(self):
+        _, errors = self.to("/dev/ttyNONE9", "--", "--json", code=10)
+        self.assertEqual(errors, "jxpush: --json: No such file or directory\n")
+        for files in (["--", "status"], [self.file, "status"]):
+            _, errors = self.to("/dev/ttyNONE9", *files, code=10)
+            self.assertEqual(errors, "jxpush: status: No such file or directory\n")
+        output, _ = self.run_jxpush("--json", "status", "--to", "127.0.0.1:9", code=20)
+        self.assert_result(output, 20, "unreachable")
+
+    def test_targets_as_people_type_them(self):
+        for target, message in (("/dev/ttyNONE9", "/dev/ttyNONE9: no such port (No such file or directory)"),
+                                ("127.0.0.1", "http://127.0.0.1:6370: unreachable: Connection refused; choose Download, then "
+                                              "HTTP, on the terminal's screen"),
+                                ("localhost:9", "http://localhost:9: unreachable: Connection refused; choose Download, then "
+                                                "HTTP, on the terminal's screen"),
+                                ("[::1]", "http://[::1]:6370: unreachable: Connection refused; choose Download, then "
+                                          "HTTP, on the terminal's screen"),
+                                ("no-such-till.invalid", "http://no-such-till.invalid:6370: unreachable: no address for this "
+                                                         "name; the terminal's screen shows its address"),
+                                ("192.0.2.1", "http://192.0.2.1:6370: unreachable: no way to it (Network is unreachable); is "
+                                              "the terminal on, and in this network?")):
+            with self.subTest(target):
+                _, errors = self.run_jxpush("-t", target, "-q", self.file, code=20)
+                self.assertEqual(errors, f"jxpush: {message}\n")
+
+    def test_dumb_terminal_gets_plain_text(self):
+        leader, follower = pty.openpty()
+        self.addCleanup(os.close, leader)
+        self.addCleanup(os.close, follower)
+        self.run_piped_to(follower)
+        text = os.read(leader, 65536)
+        self.assertIn(b"Waiting for the terminal to answer ...\r\njxpush: the terminal did not answer", text)
+        self.assertNotIn(b"\x1b", text)
+
+    def run_piped_to(self, stderr):
+        line = Line(self)
+        run = subprocess.run([JXPUSH, "--to", line.host, "--wait", "0", self.file], stdout=subprocess.DEVNULL, stderr=stderr,
+                             env={**self.env, "TERM": "dumb"}, timeout=60)
+        self.assertEqual(run.returncode, 30)
+
+    def test_names_do_not_reach_the_users_terminal_raw(self):
+        name = self.root / "a\x1b[2J\u202eb.zip"
+        name.touch()
+        output, _ = self.to(Line(self).host, "--dry-run", name, code=0)
+        self.assertTrue(output.startswith("a?[2J?b.zip: 0 bytes"), output)
 
     def test_unreadable_inputs(self):
         line = Line(self)

@@ -11,7 +11,7 @@ _jxpush() {
     return
   fi
   case $previous in
-    --to)
+    --to | -t)
       mapfile -t COMPREPLY < <(compgen -W 'serial: http://' -- "$current")
       compopt -o nospace 2>/dev/null
       return
@@ -20,16 +20,21 @@ _jxpush() {
       mapfile -t COMPREPLY < <(compgen -W 'auto tty plain json none' -- "$current")
       return
       ;;
-    --wait | --timeout) return ;;
+    --targets)
+      mapfile -t COMPREPLY < <(compgen -f -- "$current")
+      return
+      ;;
+    --wait | --timeout | --jobs | --retry) return ;;
   esac
   # A host's name is not known here.
   [[ $previous == : && ${COMP_WORDS[COMP_CWORD - 2]} == http || $current == : && $previous == http ]] && return
   if [[ $current == -* && ${COMP_WORDS[1]} == status ]]; then
-    mapfile -t COMPREPLY < <(compgen -W '--to --wait --timeout --json --help --version -h' -- "$current")
+    mapfile -t COMPREPLY < <(compgen -W '--to --wait --timeout --json --help --version -h -t' -- "$current")
   elif [[ ${COMP_WORDS[1]} == status && $COMP_CWORD -gt 1 ]]; then
     return
   elif [[ $current == -* ]]; then
-    mapfile -t COMPREPLY < <(compgen -W '--to --progress --wait --timeout --json --dry-run --help --version -h' -- "$current")
+    mapfile -t COMPREPLY < <(compgen -W '--to --targets --jobs --retry --progress
+      --quiet --verbose --wait --timeout --json --dry-run --help --version -h -n -q -t -v' -- "$current")
   else
     mapfile -t COMPREPLY < <(compgen -f -- "$current")
     [[ $COMP_CWORD -eq 1 && status == "$current"* ]] && COMPREPLY+=(status)

@@ -18,6 +18,7 @@ enum class ExitCode : int {
   kRefused = 34,       // the terminal refused or aborted the download
   kNotInstalled = 40,  // the installer reported an error
   kUnknown = 41,       // the connection broke when the terminal had at least one whole file
+  kSomeFailed = 50,    // of several terminals at least one
   kInterrupted = 130,
 };
 
@@ -44,6 +45,8 @@ enum class ExitCode : int {
       return "not-installed";
     case ExitCode::kUnknown:
       return "unknown";
+    case ExitCode::kSomeFailed:
+      return "some-failed";
     case ExitCode::kInterrupted:
       return "interrupted";
   }
@@ -57,12 +60,23 @@ class Problem : public std::runtime_error {
   // `status`, a literal, in place of the code's own word.
   Problem(ExitCode code, const std::string& message, const char* status)
       : std::runtime_error(message), code_(code), status_(status) {}
+  // The same failure, after which another attempt would do harm or end in the same way.
+  [[nodiscard]] Problem forGood() const {
+    Problem same = *this;
+    same.forGood_ = true;
+    return same;
+  }
   [[nodiscard]] ExitCode code() const { return code_; }
   [[nodiscard]] const char* status() const { return status_; }
+  // Whether the same may succeed a little later: nothing was installed, and nobody gave a verdict.
+  [[nodiscard]] bool mayPass() const {
+    return !forGood_ && (code_ == ExitCode::kNoPort || code_ == ExitCode::kBusy || code_ == ExitCode::kGaveUp);
+  }
 
  private:
   ExitCode code_;
   const char* status_;
+  bool forGood_ = false;
 };
 
 }  // namespace jxpush

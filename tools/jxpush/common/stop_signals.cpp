@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <csignal>
 
+#include "base/deadline.h"
 #include "base/file_io.h"
 #include "tools/jxpush/common/problem.h"
 
@@ -49,9 +50,15 @@ int catchStopSignals() {
   return stopPipe[0];
 }
 
-bool stopAsked(int stopFd) {
-  pollfd entry{stopFd, POLLIN, 0};
-  return poll(&entry, 1, 0) > 0;
+bool stopAsked(int stopFd) { return stopAskedWithin(stopFd, 0); }
+
+bool stopAskedWithin(int stopFd, int timeoutMs) {
+  const base::Deadline end(timeoutMs);
+  for (;;) {
+    pollfd entry{stopFd, POLLIN, 0};
+    const int count = poll(&entry, 1, end.remainingMs());
+    if (count >= 0 || errno != EINTR) return count > 0;
+  }
 }
 
 }  // namespace jxpush

@@ -11,4 +11,7 @@ namespace jxpush {
 // Whether `stopFd`, from catchStopSignals(), is readable. Does not wait.
 [[nodiscard]] bool stopAsked(int stopFd);
 
+// The same within `timeoutMs` milliseconds, -1: without a limit. Blocks until then; `stopFd` may be -1, never readable.
+[[nodiscard]] bool stopAskedWithin(int stopFd, int timeoutMs);
+
 }  // namespace jxpush

@@ -34,8 +34,8 @@ class Observer {
 struct Outcome {
   std::uint64_t records = 0;  // sent in the target's own unit, those sent again among them; 0: it has none
   std::uint64_t sentAgain = 0;
-  std::string answer;        // what the target said of it, as text; may be empty
-  std::vector<LogLine> log;  // the installer's log, where the target tells it
+  bool onScreenAlone = false;  // the target does not say what it installed, but shows it to its operator
+  std::vector<LogLine> log;    // the installer's log, where the target tells it
 };
 
 class Target {
@@ -56,6 +56,7 @@ class Target {
 // How targets are made.
 struct TargetOptions {
   int waitSeconds = 60;      // how long to wait for the terminal's first answer
+  bool waitForDoor = false;  // over HTTP too: tries to connect again within that time while nobody listens
   int silenceSeconds = 900;  // how long an HTTP terminal may stay silent while it takes and installs the files
   int stopFd = -1;           // readable once the user has interrupted; -1: never
 };

@@ -15,7 +15,7 @@ constexpr unsigned short kDefaultPort = 6370;
 constexpr std::size_t kLongestHost = 253;
 
 [[noreturn]] void refuse(const std::string& target, const std::string& reason) {
-  throw Problem(ExitCode::kUsage, "--to " + target + ": " + reason);
+  throw Problem(ExitCode::kUsage, target + ": " + reason);
 }
 
 bool isDigit(char c) { return c >= '0' && c <= '9'; }

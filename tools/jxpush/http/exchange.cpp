@@ -10,9 +10,9 @@ using zorhtml::HttpMethod;
 
 HttpExchange::HttpExchange(const HttpConnection& connectionSettings) : host_(connectionSettings.address.hostField) {
   timeout = connectionSettings.silenceSeconds * 1000;
-  auto stream = std::make_unique<TerminalStream>(
-      connectTo(connectionSettings.address, connectionSettings.waitSeconds, connectionSettings.stopFd), timeout,
-      connectionSettings.stopFd, state_);
+  auto stream = std::make_unique<TerminalStream>(connectTo(connectionSettings.address, connectionSettings.waitSeconds,
+                                                           connectionSettings.waitForDoor, connectionSettings.stopFd),
+                                                 timeout, connectionSettings.stopFd, state_);
   stream_ = stream.get();
   setConnection(stream.release());
 }

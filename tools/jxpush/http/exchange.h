@@ -14,6 +14,7 @@ namespace jxpush {
 struct HttpConnection {
   HttpAddress address;
   int waitSeconds = 60;      // for the connection
+  bool waitForDoor = false;  // tries again within that time while the terminal refuses or is not there
   int silenceSeconds = 900;  // how long the terminal may neither take nor give a byte
   int stopFd = -1;
 };

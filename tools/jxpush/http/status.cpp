@@ -3,8 +3,8 @@
 #include <cstdio>
 #include <ctime>
 
-#include "base/text.h"
 #include "http/status_text.h"
+#include "tools/jxpush/common/display_text.h"
 #include "tools/jxpush/common/json_line.h"
 #include "tools/jxpush/common/problem.h"
 #include "tools/jxpush/common/stop_signals.h"
@@ -60,7 +60,7 @@ nlohmann::json toJson(const Certificate& certificate) {
 }
 
 // Names come from outside and may hold what a terminal would obey.
-void printLine(const std::string& line) { std::printf("%s\n", base::withoutControls(line).c_str()); }
+void printLine(const std::string& line) { std::printf("%s\n", displayText(line, stdout).c_str()); }
 
 void printText(const HttpConnection& connection, const std::vector<Certificate>& certificates) {
   printLine("A terminal answers at " + connection.address.text());
@@ -80,7 +80,7 @@ void printText(const HttpConnection& connection, const std::vector<Certificate>&
 }
 
 int report(const nlohmann::json& result) {
-  std::printf("%s\n", jsonLine(result).c_str());
+  std::printf("%s\n", jsonLine(result, stdout).c_str());
   std::fflush(stdout);
   return result["code"];
 }
@@ -105,16 +105,18 @@ std::vector<Certificate> readTerminalCertificates(const HttpConnection& connecti
 }
 
 int showStatus(const Options& options) {
-  if (!isHttpTarget(options.target)) throw Problem(ExitCode::kUsage, "status takes --to http://HOST[:PORT]");
+  const std::string& target = options.targets.front();
+  if (!isHttpTarget(target)) throw Problem(ExitCode::kUsage, "status takes --to http://HOST[:PORT]");
   HttpConnection connection;
-  connection.address = parseHttpAddress(options.target);
+  connection.address = parseHttpAddress(target);
   connection.waitSeconds = options.waitSeconds;
+  connection.waitForDoor = options.waitGiven;
   connection.silenceSeconds = options.silenceSeconds;
   connection.stopFd = catchStopSignals();
   try {
     return showCertificates(connection, options);
   } catch (const Problem& problem) {
-    std::fprintf(stderr, "jxpush: %s\n", problem.what());
+    std::fprintf(stderr, "jxpush: %s\n", displayText(problem.what(), stderr).c_str());
     if (!options.json) return static_cast<int>(problem.code());
     return report({{"event", "result"},
                    {"status", problem.status()},

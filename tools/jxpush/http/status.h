@@ -13,7 +13,8 @@ namespace jxpush {
 // archive cannot be read, kInterrupted. Blocks.
 [[nodiscard]] std::vector<Certificate> readTerminalCertificates(const HttpConnection& connection);
 
-// The command "status": asks and prints, as text or JSON. Returns the exit code. Throws Problem(kUsage).
+// The command "status": asks the first of the targets, a full address, and prints, as text or JSON. Returns the exit
+// code. Throws Problem(kUsage).
 [[nodiscard]] int showStatus(const Options& options);
 
 }  // namespace jxpush

@@ -130,7 +130,8 @@ class Upload {
   }
 
   [[noreturn]] void failForeign(const std::string& reason) const {
-    throw Problem(ExitCode::kGaveUp, address_ + " is not a terminal's upload server: " + reason, "not-a-terminal");
+    throw Problem(ExitCode::kGaveUp, address_ + " is not a terminal's upload server: " + reason, "not-a-terminal")
+        .forGood();
   }
 
   const std::string address_;
@@ -145,7 +146,8 @@ class Upload {
 }  // namespace
 
 HttpTarget::HttpTarget(HttpAddress address, const TargetOptions& options)
-    : connection_{std::move(address), options.waitSeconds, options.silenceSeconds, options.stopFd} {}
+    : connection_{std::move(address), options.waitSeconds, options.waitForDoor, options.silenceSeconds,
+                  options.stopFd} {}
 
 void HttpTarget::check(const std::vector<InputFile>& /*files*/) {}
 

@@ -73,7 +73,10 @@ class TerminalStream : public zoripc::IPC {
   std::size_t inputEnd_ = 0;
 };
 
-// A connection to `address`, made within `waitSeconds`. Throws Problem: kNoPort, kInterrupted. Blocks.
-[[nodiscard]] std::unique_ptr<zoripc::TCP> connectTo(const HttpAddress& address, int waitSeconds, int stopFd);
+// A connection to `address`, made within `waitSeconds`. With `waitForDoor`, whoever is refused, or finds nobody there,
+// tries again each second until then, as a terminal listens only once its operator has chosen so; without, that fails
+// at once. Throws Problem: kNoPort, kInterrupted. Blocks.
+[[nodiscard]] std::unique_ptr<zoripc::TCP> connectTo(const HttpAddress& address, int waitSeconds, bool waitForDoor,
+                                                     int stopFd);
 
 }  // namespace jxpush

@@ -1,11 +1,9 @@
 #include "tools/jxpush/output/install_log.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <cstdlib>
 
 #include "base/text.h"
+#include "tools/jxpush/common/display_text.h"
 
 namespace jxpush {
 
@@ -73,14 +71,75 @@ std::string complaintOf(const std::vector<InputFile>& files, const std::vector<L
   return "";
 }
 
-void printLog(const std::vector<LogLine>& log, std::FILE* stream) {
-  const bool colours = isatty(fileno(stream)) != 0 && std::getenv("NO_COLOR") == nullptr;
+const char* verdictWord(Verdict verdict) {
+  switch (verdict) {
+    case Verdict::kInstalled:
+      return "installed";
+    case Verdict::kRefused:
+      return "refused";
+    case Verdict::kNotInstalled:
+      return "not-installed";
+    case Verdict::kOnScreen:
+      return "on-screen";
+    default:
+      return "unknown";
+  }
+}
+
+std::vector<Verdict> verdictsOf(const std::vector<InputFile>& files, const std::vector<LogLine>& log) {
+  std::vector<Verdict> verdicts(files.size(), Verdict::kUnknown);
+  if (!tellsArchives(log)) return verdicts;
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    const std::string archive = "upload-" + std::to_string(i) + ".zip";
+    bool about = false;
+    for (const LogLine& line : log) {
+      if (base::beginsWith(line.text, kPackage)) about = line.text == packageLine(i, files[i]);
+      if (line.kind == LogLine::Kind::List) about = false;
+      if (about && verdicts[i] == Verdict::kUnknown) verdicts[i] = Verdict::kInstalled;
+      const bool named = line.text.find(archive + ':') != std::string::npos;
+      if (line.kind == LogLine::Kind::Error && (about || named)) verdicts[i] = Verdict::kRefused;
+    }
+  }
+  return verdicts;
+}
+
+std::vector<std::string> installedOf(const std::vector<LogLine>& log) {
+  std::vector<std::string> found;
+  for (const LogLine& line : log) {
+    const std::size_t begin = line.text.find_first_not_of(' ');
+    const bool entry = line.kind == LogLine::Kind::List && begin != 0 && begin != std::string::npos;
+    if (entry && line.text[begin] != '(') found.push_back(line.text.substr(begin));
+  }
+  return found;
+}
+
+std::string withOwnNames(const std::string& text, const std::vector<std::string>& names) {
+  static const std::string kBegin = "upload-";
+  static const std::string kEnd = ".zip";
+  std::string shown;
+  std::size_t done = 0;
+  for (std::size_t at = text.find(kBegin); at != std::string::npos; at = text.find(kBegin, at + 1)) {
+    const std::size_t number = at + kBegin.size();
+    const std::size_t end = text.find_first_not_of("0123456789", number);
+    constexpr std::size_t kMostDigits = 6;
+    if (end == std::string::npos || end == number || end - number > kMostDigits) continue;
+    const std::size_t index = std::stoul(text.substr(number, end - number));
+    if (text.compare(end, kEnd.size(), kEnd) != 0 || index >= names.size()) continue;
+    shown += text.substr(done, at - done) + names[index];
+    done = end + kEnd.size();
+  }
+  return shown + text.substr(done);
+}
+
+void printLog(const std::vector<LogLine>& log, const std::vector<std::string>& names, std::FILE* stream,
+              const std::string& prefix) {
+  const bool colours = getsColours(stream);
   for (const LogLine& line : log) {
     const Look look = lookOf(line.kind);
     const bool coloured = colours && *look.colour != '\0';
-    // The terminal's text may hold what the user's terminal would obey.
-    const std::string text = base::withoutControls(line.text);
-    std::fprintf(stream, "%s%s%s%s\n", coloured ? look.colour : "", look.mark, text.c_str(), coloured ? "\033[0m" : "");
+    const std::string text = displayText(withOwnNames(line.text, names), stream);
+    std::fprintf(stream, "%s%s%s%s%s\n", prefix.c_str(), coloured ? look.colour : "", look.mark, text.c_str(),
+                 coloured ? "\033[0m" : "");
   }
   std::fflush(stream);
 }

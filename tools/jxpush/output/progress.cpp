@@ -1,14 +1,13 @@
 #include "tools/jxpush/output/progress.h"
 
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <string>
+#include <utility>
 
-#include "base/text.h"
+#include "tools/jxpush/common/display_text.h"
 #include "tools/jxpush/common/json_line.h"
 
 namespace jxpush {
@@ -28,19 +27,6 @@ std::string timeText(double seconds) {
   return text;
 }
 
-// "hello.zip  45 %  12345 of 27000 bytes  11.2 KB/s  0:03 left  2 sent again"
-std::string lineOf(const Progress& progress) {
-  char text[160];
-  std::snprintf(text, sizeof text, "  %u %%  %llu of %llu bytes  %.1f KB/s  %s left", progress.percent(),
-                static_cast<unsigned long long>(progress.fileBytes),
-                static_cast<unsigned long long>(progress.file->size()), progress.rate() / 1000,
-                timeText(progress.secondsLeft()).c_str());
-  std::string line = progress.file->name() + text;
-  if (progress.sentAgain > 0) line += "  " + std::to_string(progress.sentAgain) + " sent again";
-  // A name may hold what a terminal would obey.
-  return base::withoutControls(line);
-}
-
 // One line that is written over.
 class TtyReporter : public ProgressReporter {
  public:
@@ -48,6 +34,7 @@ class TtyReporter : public ProgressReporter {
   void end() override {
     if (drawn_) std::fputc('\n', stream_);
     std::fflush(stream_);
+    drawn_ = false;
   }
 
  protected:
@@ -57,14 +44,12 @@ class TtyReporter : public ProgressReporter {
     const bool whole = progress.fileBytes == progress.file->size();
     if (!whole && now() - last_ < kTtyPeriod) return;
     last_ = now();
-    draw(lineOf(progress));
+    draw(progressText(progress));
   }
 
  private:
-  void draw(std::string line) {
-    winsize size{};
-    const bool known = ioctl(fileno(stream_), TIOCGWINSZ, &size) == 0 && size.ws_col > 1;
-    line.resize(std::min<std::size_t>(line.size(), known ? size.ws_col - 1U : 79U));
+  void draw(const std::string& text) {
+    const std::string line = cutToColumns(displayText(text, stream_), columnsOfTerminal(stream_) - 1);
     std::fprintf(stream_, "\r%s\033[K", line.c_str());
     std::fflush(stream_);
     drawn_ = true;
@@ -74,46 +59,47 @@ class TtyReporter : public ProgressReporter {
   bool drawn_ = false;
 };
 
-// Calls `write` for a file's beginning, its end, and some times between.
+// Prints a line for a file's beginning, its end, and some times between.
 class LineReporter : public ProgressReporter {
  public:
-  explicit LineReporter(std::FILE* stream) : stream_(stream) {}
+  explicit LineReporter(LineSink print) : print_(std::move(print)) {}
 
  protected:
   void show(const Progress& progress) final {
     const bool edge = progress.fileBytes == 0 || progress.fileBytes == progress.file->size();
     if (!edge && now() - last_ < kPeriod) return;
     last_ = now();
-    print(text(progress));
+    print_(text(progress));
   }
   virtual std::string text(const Progress& progress) = 0;
-  void print(const std::string& line) {
-    std::fprintf(stream_, "%s\n", line.c_str());
-    std::fflush(stream_);
-  }
+  void print(const std::string& line) { print_(line); }
 
  private:
-  std::FILE* stream_;
+  const LineSink print_;
   double last_ = 0;
 };
 
 class PlainReporter : public LineReporter {
  public:
-  using LineReporter::LineReporter;
+  PlainReporter(LineSink print, std::string prefix) : LineReporter(std::move(print)), prefix_(std::move(prefix)) {}
 
  protected:
-  void showWaiting(const std::string& text) override { print("Waiting for " + text + " ..."); }
-  void showInstalling() override { print("Installing ..."); }
-  std::string text(const Progress& progress) override { return lineOf(progress); }
+  void showWaiting(const std::string& text) override { print(prefix_ + "Waiting for " + text + " ..."); }
+  void showInstalling() override { print(prefix_ + "Installing ..."); }
+  std::string text(const Progress& progress) override { return prefix_ + progressText(progress); }
+
+ private:
+  const std::string prefix_;
 };
 
 class JsonReporter : public LineReporter {
  public:
-  using LineReporter::LineReporter;
+  JsonReporter(LineSink print, std::string target, bool ascii)
+      : LineReporter(std::move(print)), target_(std::move(target)), ascii_(ascii) {}
 
  protected:
-  void showWaiting(const std::string& text) override { print(jsonLine({{"event", "waiting"}, {"for", text}})); }
-  void showInstalling() override { print(jsonLine({{"event", "installing"}})); }
+  void showWaiting(const std::string& text) override { printObject({{"event", "waiting"}, {"for", text}}); }
+  void showInstalling() override { printObject({{"event", "installing"}}); }
   std::string text(const Progress& progress) override {
     nlohmann::json object = {{"event", "progress"},
                              {"file", progress.file->name()},
@@ -123,8 +109,17 @@ class JsonReporter : public LineReporter {
                              {"rate", static_cast<std::uint64_t>(progress.rate())},
                              {"sent_again", progress.sentAgain}};
     if (progress.secondsLeft() >= 0) object["seconds_left"] = std::llround(progress.secondsLeft());
-    return jsonLine(object);
+    return lineOf(std::move(object));
   }
+
+ private:
+  std::string lineOf(nlohmann::json object) const {
+    if (!target_.empty()) object["target"] = target_;
+    return jsonLine(object, ascii_);
+  }
+  void printObject(nlohmann::json object) { print(lineOf(std::move(object))); }
+  const std::string target_;
+  const bool ascii_;
 };
 
 class SilentReporter : public ProgressReporter {};
@@ -163,15 +158,52 @@ void ProgressReporter::update() {
   show(progress_);
 }
 
+void ProgressReporter::startOver() {
+  const std::uint64_t total = progress_.total;
+  progress_ = Progress();
+  progress_.total = total;
+  bytesBefore_ = 0;
+  began_ = -1;
+}
+
+std::string progressText(const Progress& progress) {
+  char text[160];
+  std::snprintf(text, sizeof text, "  %u %%  %llu of %llu bytes  %.1f KB/s  %s left", progress.percent(),
+                static_cast<unsigned long long>(progress.fileBytes),
+                static_cast<unsigned long long>(progress.file->size()), progress.rate() / 1000,
+                timeText(progress.secondsLeft()).c_str());
+  std::string line = displayText(progress.file->name()) + text;
+  if (progress.sentAgain > 0) line += "  " + std::to_string(progress.sentAgain) + " sent again";
+  return line;
+}
+
+ProgressStyle styleFor(ProgressStyle style, std::FILE* stream) {
+  if (style != ProgressStyle::kAuto) return style;
+  return isLively(stream) ? ProgressStyle::kTty : ProgressStyle::kPlain;
+}
+
+std::unique_ptr<ProgressReporter> makePlainReporter(LineSink print, const std::string& prefix) {
+  return std::make_unique<PlainReporter>(std::move(print), prefix);
+}
+
+std::unique_ptr<ProgressReporter> makeJsonReporter(LineSink print, const std::string& target, bool ascii) {
+  return std::make_unique<JsonReporter>(std::move(print), target, ascii);
+}
+
 std::unique_ptr<ProgressReporter> makeReporter(ProgressStyle style, std::FILE* stream) {
-  if (style == ProgressStyle::kAuto) style = isatty(fileno(stream)) != 0 ? ProgressStyle::kTty : ProgressStyle::kPlain;
-  switch (style) {
+  const LineSink toStream = [stream](const std::string& line) {
+    std::fprintf(stream, "%s\n", line.c_str());
+    std::fflush(stream);
+  };
+  // What is JSON says names as they are; elsewhere they must not reach a terminal so.
+  const LineSink toReader = [stream, toStream](const std::string& line) { toStream(displayText(line, stream)); };
+  switch (styleFor(style, stream)) {
     case ProgressStyle::kTty:
       return std::make_unique<TtyReporter>(stream);
     case ProgressStyle::kPlain:
-      return std::make_unique<PlainReporter>(stream);
+      return makePlainReporter(toReader, "");
     case ProgressStyle::kJson:
-      return std::make_unique<JsonReporter>(stream);
+      return makeJsonReporter(toStream, "", isatty(fileno(stream)) != 0);
     default:
       return std::make_unique<SilentReporter>();
   }

@@ -2,7 +2,9 @@
 #pragma once
 
 #include <cstdio>
+#include <functional>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "tools/jxpush/common/input_file.h"
@@ -30,7 +32,9 @@ class ProgressReporter : public Observer {
   ~ProgressReporter() override = default;
   // Once before the sending: the bytes of all its files.
   void setTotal(std::uint64_t bytes) { progress_.total = bytes; }
-  // Once after the sending, whether it succeeded or not.
+  // The sending begins anew after a failure.
+  void startOver();
+  // After each sending, whether it succeeded or not.
   virtual void end() {}
   [[nodiscard]] double seconds() const { return progress_.seconds; }
 
@@ -52,7 +56,21 @@ class ProgressReporter : public Observer {
   double began_ = -1;
 };
 
+// The style that kAuto stands for on `stream`; any other stands for itself.
+[[nodiscard]] ProgressStyle styleFor(ProgressStyle style, std::FILE* stream);
+
 // The reporter of a style; it writes to `stream`.
 [[nodiscard]] std::unique_ptr<ProgressReporter> makeReporter(ProgressStyle style, std::FILE* stream);
+
+// Takes a line, without its end.
+using LineSink = std::function<void(const std::string&)>;
+
+// Reporters that hand their lines to `print`: text, with `prefix` before each; and objects, which say `target` unless
+// it is empty, with nothing but ASCII in them where `ascii` says so.
+[[nodiscard]] std::unique_ptr<ProgressReporter> makePlainReporter(LineSink print, const std::string& prefix);
+[[nodiscard]] std::unique_ptr<ProgressReporter> makeJsonReporter(LineSink print, const std::string& target, bool ascii);
+
+// "hello.zip  45 %  12345 of 27000 bytes  11.2 KB/s  0:03 left  2 sent again", fit for a user's terminal.
+[[nodiscard]] std::string progressText(const Progress& progress);
 
 }  // namespace jxpush

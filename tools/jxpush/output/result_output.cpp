@@ -2,17 +2,13 @@
 
 #include <cstdio>
 
+#include "tools/jxpush/common/display_text.h"
 #include "tools/jxpush/common/json_line.h"
 #include "tools/jxpush/output/install_log.h"
 
 namespace jxpush {
 
 namespace {
-
-void printJson(const nlohmann::json& object) {
-  std::printf("%s\n", jsonLine(object).c_str());
-  std::fflush(stdout);
-}
 
 void addLog(nlohmann::json& object, const std::vector<LogLine>& log) {
   object["log"] = nlohmann::json::array();
@@ -27,19 +23,10 @@ nlohmann::json toJson(const Result& result) {
                            {"code", static_cast<int>(result.code)},
                            {"files", result.files},
                            {"bytes", result.bytes}};
-  if (!result.message.empty()) object["message"] = result.message;
-  if (!result.outcome.log.empty()) addLog(object, result.outcome.log);
-  if (result.outcome.records > 0) {
-    object["records"] = result.outcome.records;
-    object["sent_again"] = result.outcome.sentAgain;
-  }
-  if (result.code != ExitCode::kSent || result.dryRun) return object;
-  object["seconds"] = result.seconds;
-  if (!result.outcome.answer.empty()) object["answer"] = result.outcome.answer;
+  addOutcome(object, result);
+  if (result.code == ExitCode::kSent && !result.dryRun) object["seconds"] = result.seconds;
   return object;
 }
-
-const char* plural(std::uint64_t count) { return count == 1 ? "" : "s"; }
 
 // What a sending that failed took: how bad the line is.
 void printRecords(const Outcome& outcome) {
@@ -51,6 +38,33 @@ void printRecords(const Outcome& outcome) {
 
 }  // namespace
 
+void Result::setFiles(const std::vector<InputFile>& opened) {
+  files = opened.size();
+  bytes = 0;
+  names.clear();
+  for (const InputFile& file : opened) {
+    bytes += file.size();
+    names.push_back(file.name());
+  }
+}
+
+void printComplaint(const std::string& text) {
+  std::fprintf(stderr, "jxpush: %s\n", displayText(text, stderr).c_str());
+}
+
+void printJson(const nlohmann::json& object) {
+  std::printf("%s\n", jsonLine(object, stdout).c_str());
+  std::fflush(stdout);
+}
+
+void addOutcome(nlohmann::json& object, const Result& result) {
+  if (!result.message.empty()) object["message"] = result.message;
+  if (!result.outcome.log.empty()) addLog(object, result.outcome.log);
+  if (result.outcome.records == 0) return;
+  object["records"] = result.outcome.records;
+  object["sent_again"] = result.outcome.sentAgain;
+}
+
 void printFile(const InputFile& file, bool json) {
   if (json) {
     return printJson({{"event", "file"},
@@ -59,14 +73,14 @@ void printFile(const InputFile& file, bool json) {
                       {"bytes", file.size()},
                       {"sha256", file.sha256()}});
   }
-  std::printf("%s: %llu bytes, sha256 %s\n", file.name().c_str(), static_cast<unsigned long long>(file.size()),
-              file.sha256().c_str());
+  std::printf("%s: %llu bytes, sha256 %s\n", displayText(file.name(), stdout).c_str(),
+              static_cast<unsigned long long>(file.size()), file.sha256().c_str());
   std::fflush(stdout);
 }
 
 void printResult(const Result& result, bool json) {
-  if (!json) printLog(result.outcome.log, stdout);
-  if (result.code != ExitCode::kSent) std::fprintf(stderr, "jxpush: %s\n", result.message.c_str());
+  if (!json) printLog(result.outcome.log, result.names, stdout);
+  if (result.code != ExitCode::kSent) printComplaint(result.message);
   if (json) return printJson(toJson(result));
   if (result.code != ExitCode::kSent) return printRecords(result.outcome);
   std::printf("%s %zu file%s, %llu bytes", result.dryRun ? "Would send" : "Sent", result.files, plural(result.files),
@@ -78,7 +92,8 @@ void printResult(const Result& result, bool json) {
     std::printf(", %llu record%s sent again", static_cast<unsigned long long>(result.outcome.sentAgain),
                 plural(result.outcome.sentAgain));
   }
-  std::printf("\n%s", result.outcome.answer.c_str());
+  const bool onScreen = !result.dryRun && result.outcome.onScreenAlone;
+  std::printf("\n%s", onScreen ? "The terminal's screen shows whether it was installed\n" : "");
   std::fflush(stdout);
 }
 

@@ -90,7 +90,9 @@ void SerialSender::closeFile() {
 
 void SerialSender::finish() {
   if (link_.finish()) return;
-  giveUp("the terminal has all files, but did not confirm the end; its screen says whether it installed them");
+  throw Problem(ExitCode::kGaveUp,
+                "the terminal has all files, but did not confirm the end; its screen says whether it installed them")
+      .forGood();
 }
 
 bool SerialSender::cancel() noexcept {

@@ -30,6 +30,7 @@ void SerialTarget::check(const std::vector<InputFile>& files) {
 
 void SerialTarget::send(const std::vector<InputFile>& files, Observer& observer, Outcome& outcome) {
   check(files);
+  outcome.onScreenAlone = true;
   SerialPort port(device_, options_.stopFd);
   SerialSender(port, observer, outcome).send(files, options_.waitSeconds);
 }

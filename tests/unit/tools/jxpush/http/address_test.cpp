@@ -25,7 +25,7 @@ void expectRefused(const std::string& target, const std::string& reason) {
     ADD_FAILURE() << target << " is read as " << address.host << " port " << address.port;
   } catch (const Problem& problem) {
     EXPECT_EQ(ExitCode::kUsage, problem.code());
-    EXPECT_STREQ(("--to " + target + ": " + reason).c_str(), problem.what());
+    EXPECT_STREQ((target + ": " + reason).c_str(), problem.what());
   }
 }
 

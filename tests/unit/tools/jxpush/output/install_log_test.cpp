@@ -39,7 +39,7 @@ const std::vector<LogLine> kOneOfEach = {{Kind::Plain, "Installed \x1b[2Jx"},
 
 std::string printed(const std::vector<LogLine>& log) {
   std::FILE* const stream = std::tmpfile();
-  printLog(log, stream);
+  printLog(log, {"a.zip", "b\x1b.zip"}, stream);
   std::string text(static_cast<std::size_t>(std::ftell(stream)), '\0');
   std::rewind(stream);
   EXPECT_EQ(text.size(), std::fread(text.data(), 1, text.size(), stream));
@@ -103,4 +103,30 @@ TEST(KindWord, Kinds_AreToldApart) {
   EXPECT_STREQ("warning", kindWord(Kind::Warning));
   EXPECT_STREQ("list", kindWord(Kind::List));
   EXPECT_STREQ("text", kindWord(Kind::Plain));
+}
+
+TEST(PrintLog, Archives_HaveTheNamesOfTheirFiles) {
+  EXPECT_EQ("   Package a.zip: 7 bytes\n!! Error: b?.zip: no\n   upload-2.zip upload-.zip upload-0.zi\n",
+            printed({{Kind::Plain, "Package upload-0.zip: 7 bytes"},
+                     {Kind::Error, "Error: upload-1.zip: no"},
+                     {Kind::Plain, "upload-2.zip upload-.zip upload-0.zi"}}));
+}
+
+TEST_F(ComplaintTest, Verdict_IsThatOfTheLinesOfTheFile) {
+  using Verdicts = std::vector<Verdict>;
+  const LogLine list{Kind::List, "List of installed applications:"};
+  EXPECT_EQ((Verdicts{Verdict::kInstalled, Verdict::kRefused}),
+            verdictsOf(opened_,
+                       {package(0, 0), {Kind::Plain, "Installed a"}, package(1, 1), {Kind::Error, "Error: x"}, list}));
+  EXPECT_EQ((Verdicts{Verdict::kRefused, Verdict::kInstalled}),
+            verdictsOf(opened_, {package(0, 0), package(1, 1), list, {Kind::Error, "Error: upload-0.zip: x"}}));
+  EXPECT_EQ((Verdicts{Verdict::kUnknown, Verdict::kUnknown}), verdictsOf(opened_, {package(0, 1), list}));
+  EXPECT_EQ((Verdicts{Verdict::kUnknown, Verdict::kUnknown}), verdictsOf(opened_, {{Kind::Plain, "Installed a"}}));
+}
+
+TEST(InstalledOf, TellsTheEntriesOfTheList) {
+  const LogLine head{Kind::List, "List of installed applications:"};
+  EXPECT_EQ((std::vector<std::string>{"a 1", "b 2"}),
+            installedOf({{Kind::Plain, "  x"}, head, {Kind::List, "  a 1"}, {Kind::List, "  b 2"}}));
+  EXPECT_TRUE(installedOf({head, {Kind::List, "  (none)"}}).empty());
 }
