@@ -4,7 +4,7 @@
 # Texts, scripts and installed files. (Nor are the pages looked at in a browser but in the release build: what a browser asks
 # of the programs is asked by system.screen* too.)
 set(no_program check.arrows check.concerning check.coverage check.lint check.posix check.sdk check.test_names
-  system.documents system.installing system.manuals system.run)
+  system.documents system.installing system.manuals system.push_json system.run)
 
 # The address sanitizer: everything that runs code of ours. system.installer_killed stops before each system call the code
 # that system.installer runs to its end; system.limits takes away addresses and descriptors that sanitizers need for

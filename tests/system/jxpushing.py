@@ -1,9 +1,9 @@
 """jxpush over HTTP, and the answers of an upload server."""
 
-import json
 import re
 import subprocess
 
+import jxschema
 import jxtest
 from jxhttp import RESULT_HEAD, RESULT_TAIL
 from jxtest import BIN, BUILD, HTTP_PORT
@@ -51,7 +51,7 @@ class HttpPushCase(jxtest.Case):
         """Waits for jxpush; its result, and what it wrote on standard error from now on."""
         output, errors = process.communicate(timeout=240)
         self.assertEqual(process.returncode, code, output + errors)
-        result = json.loads(output.splitlines()[-1])
+        result = jxschema.read_all(output)[-1]
         self.assertEqual((result["event"], result["code"], result["status"]), ("result", code, status))
         if code != 0:
             self.assertIn(f"jxpush: {result['message']}\n", errors)

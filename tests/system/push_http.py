@@ -3,13 +3,13 @@
 import fcntl
 import functools
 import hashlib
-import json
 import os
 import pathlib
 import signal
 import subprocess
 import unittest
 
+import jxschema
 from jxhttp import package
 from jxpushing import JXPUSH, LARGE, SANITIZED, HttpPushCase
 from jxtest import HTTP_PORT, wait_until
@@ -121,7 +121,7 @@ class TerminalTest(HttpPushCase):
     def test_progress_as_json(self):
         process = self.push("--progress", "json", self.package)
         _, errors = process.communicate(timeout=120)
-        events = [json.loads(line) for line in errors.splitlines()]
+        events = jxschema.read_all(errors)
         self.assertEqual([event["event"] for event in events], ["waiting", "progress", "progress", "installing"])
         self.assertEqual((events[2]["percent"], events[2]["acknowledged"]), (100, self.package.stat().st_size))
 
@@ -237,7 +237,7 @@ class TerminalTest(HttpPushCase):
         run = subprocess.run([JXPUSH, "status", "--to", to, "--json", "--timeout", "20"], capture_output=True, text=True,
                              timeout=120)
         self.assertEqual(run.returncode, code, run.stdout + run.stderr)
-        result = json.loads(run.stdout)
+        result = jxschema.read(run.stdout)
         self.assertEqual((result["event"], result["code"], result["status"]), ("result", code, status))
         return result
 
@@ -293,8 +293,8 @@ class HugeTest(HttpPushCase):
         _, status, usage = os.wait4(process.pid, 0)
         process.returncode = os.waitstatus_to_exitcode(status)
         self.assertEqual(process.returncode, 40, errors)
-        told = json.loads(output.splitlines()[0])
-        result = json.loads(output.splitlines()[-1])
+        told = jxschema.read(output.splitlines()[0])
+        result = jxschema.read(output.splitlines()[-1])
         # The installer received what was sent, and says that it is no package.
         self.assertEqual(told["bytes"], size)
         self.assertIn(f"Package upload-0.zip: {size} bytes, sha256 {told['sha256']}", self.texts(result))

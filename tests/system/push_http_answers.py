@@ -3,7 +3,6 @@ are something else."""
 
 import functools
 import http.server
-import json
 import re
 import signal
 import socket
@@ -12,6 +11,7 @@ import threading
 import unittest
 
 import jxnginx
+import jxschema
 from jxhttp import FAILED_PAGE, FORM_PAGE, RESULT_HEAD, RESULT_TAIL, package
 from jxnginx import start_nginx
 from jxpushing import JXPUSH, LARGE, HttpPushCase, answer, stored
@@ -268,7 +268,7 @@ class ForeignServerTest(HttpPushCase):
             result = self.pushed(path, to=url, code=30, status="refused")
             self.assertIn("refused the upload: ", result["message"])
         run = subprocess.run([JXPUSH, "status", "--to", url, "--json"], capture_output=True, text=True, timeout=120)
-        self.assertEqual((run.returncode, json.loads(run.stdout)["status"]), (30, "not-a-terminal"))
+        self.assertEqual((run.returncode, jxschema.read(run.stdout)["status"]), (30, "not-a-terminal"))
 
     def test_python(self):
         handler = functools.partial(http.server.SimpleHTTPRequestHandler, directory=self.root)

@@ -1,6 +1,5 @@
 """jxpush to many terminals at once: real programs, each in a network namespace of its own, and one at a serial line."""
 
-import json
 import os
 import pty
 import re
@@ -9,6 +8,7 @@ import signal
 import subprocess
 import unittest
 
+import jxschema
 import jxtest
 from jxhttp import package
 from jxpushing import JXPUSH, LARGE, HttpPushCase, SANITIZED
@@ -61,7 +61,7 @@ class ManyCase(HttpPushCase):
 
     def read_objects(self, output, got, code, errors=""):
         self.assertEqual(got, code, output + errors)
-        objects = [json.loads(line) for line in output.splitlines()]
+        objects = jxschema.read_all(output)
         self.assertEqual(objects[-1]["event"], "summary")
         self.assertEqual(objects[-1]["code"], code)
         return {each["name"]: each for each in objects if each["event"] == "target"}, objects[-1]
@@ -71,7 +71,8 @@ class ManyTerminalsTest(ManyCase):
     def test_twenty_terminals_one_of_them_without_space(self):
         terminals = self.start_terminals(20)
         (self.root / "terminal7/source").write_text("in the way")
-        listed = self.file("list", "".join(f"{address} till {number}\n" for number, (address, _) in enumerate(terminals)).encode())
+        text = "".join(f"{address} till {number}\n" for number, (address, _) in enumerate(terminals))
+        listed = self.file("list", text.encode())
         other = self.file("other.zip", b"no package")
         results, summary, _ = self.push_many([], "--targets", listed, "--jobs", "5", code=50, files=[self.package, other])
         self.assertEqual(results.keys(), {f"till {number}" for number in range(20)})
@@ -109,7 +110,7 @@ class ManyTerminalsTest(ManyCase):
                              self.sparse("large", LARGE))
         begun = set()
         while len(begun) < 3:
-            event = json.loads(process.stderr.readline())
+            event = jxschema.read(process.stderr.readline())
             if event["event"] == "progress" or event["target"].startswith("serial:"):
                 begun.add(event["target"])
         process.send_signal(signal.SIGINT)

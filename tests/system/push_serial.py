@@ -3,7 +3,6 @@
 import ctypes
 import fcntl
 import hashlib
-import json
 import os
 import pty
 import re
@@ -12,6 +11,7 @@ import subprocess
 import termios
 import unittest
 
+import jxschema
 import jxtest
 from jxserial import JXPUSH, Line, SerialCase
 
@@ -45,7 +45,7 @@ class JxpushTest(SerialCase):
 
     def assert_result(self, output, code, status):
         """The last line is the result."""
-        result = json.loads(output.splitlines()[-1])
+        result = jxschema.read_all(output)[-1]
         self.assertEqual((result["event"], result["code"], result["status"]), ("result", code, status))
         return result
 
@@ -232,7 +232,7 @@ class JxpushTest(SerialCase):
                                  "Would send 2 files, 7 bytes\n")
         self.assertEqual(errors, "")
         output, _ = self.to(line.host, "--dry-run", "--json", self.file, code=0)
-        objects = [json.loads(text) for text in output.splitlines()]
+        objects = jxschema.read_all(output)
         self.assertEqual(objects, [
             {"event": "file", "name": "a.zip", "path": str(self.file), "bytes": 7, "sha256": digests[0]},
             {"event": "result", "status": "checked", "code": 0, "files": 1, "bytes": 7}])
@@ -245,7 +245,7 @@ class JxpushTest(SerialCase):
         output, errors = self.pushed(line, "--json", "--progress", "json", self.file)
         result = self.assert_result(output, 0, "sent")
         self.assertEqual((result["files"], result["bytes"], result["sent_again"]), (1, 7, 0))
-        events = [json.loads(text) for text in errors.splitlines()]
+        events = jxschema.read_all(errors)
         self.assertEqual([event["event"] for event in events], ["waiting", "progress", "progress"])
         self.assertEqual((events[-1]["percent"], events[-1]["acknowledged"], events[-1]["bytes"]), (100, 7, 7))
 

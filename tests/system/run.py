@@ -290,8 +290,8 @@ class RefusalTest(Case):
                 ("mutate --all", 'mutate has no option "--all"'),
                 ("mutate uploads", 'there is no folder or file "uploads" in the tree'),
                 ("arm --foot", 'arm takes --footprint and nothing else, not "--foot"'),
-                ("bench", "bench takes http or serial"),
-                ("bench usb", 'bench takes http or serial, not "usb"'),
+                ("bench", "bench takes http, serial or fleet"),
+                ("bench usb", 'bench takes http, serial or fleet, not "usb"'),
                 ("bench http --fast", 'bench takes --quick and nothing else, not "--fast"')):
             run = self.jx(*arguments.split())
             self.assertEqual((run.returncode, run.stdout), (2, ""), arguments)

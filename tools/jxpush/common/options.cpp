@@ -30,7 +30,7 @@ CLI::Validator numberBetween(int least, int most) {
     return "takes a whole number from " + std::to_string(least) + " to " + std::to_string(most) + ", not \"" + text +
            '"';
   };
-  return CLI::Validator(check, "", "");
+  return {check, "", ""};
 }
 
 CLI::Validator styleName() {
@@ -38,7 +38,7 @@ CLI::Validator styleName() {
     if (kStyles.count(base::lowerCase(text)) > 0) return "";
     return "takes auto, tty, plain, json or none, not \"" + text + '"';
   };
-  return CLI::Validator(check, "", "");
+  return {check, "", ""};
 }
 
 // What sending and asking for the status have in common.
@@ -135,10 +135,10 @@ CLI::App* declareStatusCommand(CLI::App& app, Options& options) {
 std::size_t distance(const std::string& one, const std::string& other) {
   std::vector<std::size_t> row(other.size() + 1);
   std::iota(row.begin(), row.end(), 0U);
-  for (std::size_t i = 0; i < one.size(); ++i) {
+  for (const char letter : one) {
     std::size_t diagonal = row[0]++;
     for (std::size_t j = 0; j < other.size(); ++j) {
-      const std::size_t changed = diagonal + (one[i] == other[j] ? 0 : 1);
+      const std::size_t changed = diagonal + (letter == other[j] ? 0 : 1);
       diagonal = row[j + 1];
       row[j + 1] = std::min({changed, diagonal + 1, row[j] + 1});
     }
