@@ -55,7 +55,7 @@ std::size_t SocketStream::readSome(void* data, std::size_t size, const base::Dea
   used_ = true;
   bool look = out_.empty();  // what answers the bytes that are sent first cannot be there yet
   while (!ended_ && !readFailed_) {
-    if (!out_.empty()) sendOnce(nullptr, 0);
+    if (!out_.empty()) base::ignore(sendOnce(nullptr, 0));  // what is left goes out while it waits
     const bool waiting = out_.empty() && mayWait(deadline.remainingMs(kIdleMs));
     const std::size_t count = look || waiting ? receive(data, size, waiting) : 0;
     if (count > 0) return count;
