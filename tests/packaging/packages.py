@@ -171,6 +171,25 @@ class InstallationTest(jxtree.Case):
         self.run_in("systemctl", "is-enabled", "jxdownloader-http")
         self.run_in("systemctl", "is-enabled", "jxdownloader-terminal", succeeds=False)
 
+    def test_an_update_restarts_what_runs_and_the_first_installation_nothing(self):
+        (self.tree / "run/systemd/system").mkdir(parents=True)
+        told = self.tree / "usr/local/bin/told"
+        stand_in = self.tree / "usr/bin/systemctl"
+        stand_in.write_text('#!/bin/sh\necho "$@" >>/usr/local/bin/told\n')
+        self.install_packages()
+        self.assertEqual(told.read_text(), "daemon-reload\n")
+        self.install_packages()
+        again = told.read_text().splitlines()[1:]
+        self.assertEqual(again[0], "daemon-reload")
+        self.assertEqual(sorted(again[1].split()), sorted(["try-restart", *(f"{unit}.service" for unit in UNITS)]))
+        self.assertEqual(again[2:], [])
+
+    def test_units_start_again_what_ends_for_whatever_reason(self):
+        self.install_packages()
+        for unit in UNITS:
+            section = self.service_section(unit)
+            self.assertEqual((section["Restart"], section["RestartSec"]), ("always", "2"), unit)
+
 
 class RemovalTest(jxtree.Case):
     STATE = "var/lib/jxplatform"
