@@ -11,7 +11,7 @@ NORETURN = re.compile(r"\[\[noreturn\]\] void (\w+)\(")
 SUBSYSTEMS = ("program", "shell", "http", "upload", "serial", "cloudproxy", "platform/linux")
 # What stands beside a failure, or says that there is none.
 OTHER = {"List of installed applications", "(manifest unreadable)", "bytes, sha256", "unknown reason", "an unreadable date",
-         ".zip"}
+         ".zip", "the removal of"}
 # Of jxpush: what is sent or shown when all is well.
 NO_FAILURES = {"multipart_body.cpp", "options.cpp", "progress.cpp", "result_output.cpp"}
 
