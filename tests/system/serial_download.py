@@ -72,6 +72,7 @@ class SerialDownloadTest(SerialCase):
         output, _ = self.pushed(line, self.package)
         digest = hashlib.sha256(self.package.read_bytes()).hexdigest()
         self.assertIn(f"hello-1.0.0.zip: {self.package.stat().st_size} bytes, sha256 {digest}\n", output)
+        self.assertTrue(output.endswith("\nThe terminal's screen shows whether it was installed\n"), output)
         self.leave_installation_page()
         text = self.outcome()
         self.assertTrue(text.startswith(SUCCESS), text)
