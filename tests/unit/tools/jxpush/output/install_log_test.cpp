@@ -86,13 +86,13 @@ TEST(PrintLog, LinesOnATerminal_HaveColoursUnlessTheseAreUnwanted) {
   std::FILE* const stream = std::fopen(terminal.path().c_str(), "w");
   ASSERT_NE(nullptr, stream);
   unsetenv("NO_COLOR");
-  printLog(kOneOfEach, stream);
+  printLog(kOneOfEach, {}, stream);
   const std::string coloured =
       "   Installed ?[2Jx\n\033[33m ! Warning: y\033[0m\n\033[31m!! Error: z\033[0m\n"
       "\033[32m   List of installed applications:\033[0m\n";
   EXPECT_EQ(coloured, terminal.receive(coloured.size()));
   setenv("NO_COLOR", "", 1);
-  printLog({{Kind::Error, "Error: z"}}, stream);
+  printLog({{Kind::Error, "Error: z"}}, {}, stream);
   EXPECT_EQ("!! Error: z\n", terminal.receive(12));
   unsetenv("NO_COLOR");
   std::fclose(stream);
