@@ -79,8 +79,8 @@ int main(int argc, char** argv) {
   directory = argv[2];
   struct MHD_Daemon* daemon =
       MHD_start_daemon(MHD_USE_THREAD_PER_CONNECTION | MHD_USE_INTERNAL_POLLING_THREAD, (uint16_t)atoi(argv[1]), NULL,
-                       NULL, handle, NULL, MHD_OPTION_NOTIFY_COMPLETED, finish, NULL, MHD_OPTION_CONNECTION_MEMORY_LIMIT,
-                       (size_t)atoi(argv[3]) * 1024, MHD_OPTION_END);
+                       NULL, handle, NULL, MHD_OPTION_NOTIFY_COMPLETED, finish, NULL,
+                       MHD_OPTION_CONNECTION_MEMORY_LIMIT, (size_t)atoi(argv[3]) * 1024, MHD_OPTION_END);
   if (daemon == NULL) return 1;
   for (;;) pause();
 }
