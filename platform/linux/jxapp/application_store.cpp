@@ -5,6 +5,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 
@@ -27,6 +28,10 @@ constexpr unsigned kRenameExchange = 2;
 bool exists(int directory, const std::string& name) {
   struct stat status {};
   return fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+bool isLeftover(const std::string& name) {
+  return base::beginsWith(name, kOldPrefix) || base::beginsWith(name, kNewPrefix);
 }
 
 bool isDirectory(int directory, const std::string& name) {
@@ -60,15 +65,23 @@ void ApplicationStore::sweep() const {
   std::vector<std::string> names;
   // What cannot be listed or removed now is swept the next time.
   base::ignore(base::listDirectory(directory(), names));
+  const auto whole =
+      std::remove_if(names.begin(), names.end(), [](const std::string& name) { return !isLeftover(name); });
+  names.erase(whole, names.end());
+  // A rename that a kill followed may not be on the disk yet: were its leftovers removed before, a power cut could
+  // leave neither of the two.
+  if (names.empty() || !base::syncFile(directory())) return;
   for (const std::string& name : names) {
-    if (base::beginsWith(name, kOldPrefix)) {
-      const std::string place = name.substr(std::string(kOldPrefix).size());
-      if (!exists(directory(), place) && rename(directory(), name, place)) base::ignore(base::syncFile(directory()));
-      base::ignore(removeTree(directory(), name));
-    } else if (base::beginsWith(name, kNewPrefix)) {
-      base::ignore(removeTree(directory(), name));
-    }
+    if (!base::beginsWith(name, kOldPrefix) || !putBack(name)) base::ignore(removeTree(directory(), name));
   }
+}
+
+// Whether the old application `name` is all that there is: it is then put in its place, or stays for the next sweep.
+bool ApplicationStore::putBack(const std::string& name) const {
+  const std::string place = name.substr(std::string(kOldPrefix).size());
+  if (exists(directory(), place)) return false;
+  if (rename(directory(), name, place)) base::ignore(base::syncFile(directory()));
+  return true;
 }
 
 std::vector<Application> ApplicationStore::list() const {
@@ -104,8 +117,9 @@ base::Descriptor ApplicationStore::stage(const std::string& name) const {
 
 void ApplicationStore::commit(const std::string& name) const {
   swapIn(name);
-  // The application is in its place; a failure here only leaves it less sure to survive a power cut.
-  base::ignore(base::syncFile(directory()));
+  // The application is in its place. Where that is not sure to survive a power cut, the old one stays for the next
+  // sweep.
+  if (!base::syncFile(directory())) return;
   discard(name);
   // The next sweep removes what is left.
   base::ignore(removeTree(directory(), kOldPrefix + name));
@@ -136,8 +150,13 @@ void ApplicationStore::swapByTwoRenames(const std::string& name) const {
 
 bool ApplicationStore::remove(const std::string& name) const {
   const std::string aside = kNewPrefix + name;
-  if (!exists(directory(), name)) return false;
+  if (!exists(directory(), name)) {
+    if (errno != ENOENT) failWith("the application cannot be looked at");
+    return false;
+  }
   discard(name);
+  // What is left of an older one would be taken for the application by the next sweep.
+  if (!removeTree(directory(), kOldPrefix + name)) failWith("what is left of an older version cannot be removed");
   if (!rename(directory(), name, aside)) failWith("the application cannot be taken from its place");
   if (!base::syncFile(directory())) {
     const int reason = errno;

@@ -58,6 +58,7 @@ class ApplicationStore {
   void discard(const std::string& name) const;
 
  private:
+  [[nodiscard]] bool putBack(const std::string& name) const;
   void swapIn(const std::string& name) const;
   void swapByTwoRenames(const std::string& name) const;
 

@@ -12,7 +12,6 @@
 #include "base/descriptor.h"
 #include "base/directory.h"
 #include "base/file_io.h"
-#include "base/ignore.h"
 #include "base/text.h"
 
 namespace jxinstall {
@@ -88,10 +87,9 @@ bool readCertificateFiles(const std::string& certs, std::vector<std::pair<std::s
   });
 }
 
-void readRevocationFiles(const std::string& certs, std::vector<std::pair<std::string, std::string>>& files) {
-  base::ignore(readFiles(certs, ".crl", [&](const std::string& name, std::string content) {
-    files.emplace_back(name, std::move(content));
-  }));
+bool readRevocationFiles(const std::string& certs, std::vector<std::pair<std::string, std::string>>& files) {
+  return readFiles(certs, ".crl",
+                   [&](const std::string& name, std::string content) { files.emplace_back(name, std::move(content)); });
 }
 
 bool archiveCertificates(const std::string& root, std::string& archive) {

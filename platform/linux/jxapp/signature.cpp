@@ -27,6 +27,7 @@ using jxplatform::Cms;
 using jxplatform::contentOf;
 using jxplatform::memoryOf;
 using jxplatform::RevocationList;
+using jxplatform::RevocationLists;
 using jxplatform::Store;
 using jxplatform::StoreContext;
 
@@ -81,12 +82,13 @@ bool addLists(X509_STORE* store, const std::string& bytes) {
 // A list that cannot be read must not let pass whom it was to bar.
 std::string listProblem(X509_STORE* store, const std::string& certs) {
   std::vector<std::pair<std::string, std::string>> files;
-  readRevocationFiles(certs, files);
+  const bool complete = readRevocationFiles(certs, files);
   for (const auto& [name, content] : files) {
     if (!addLists(store, content)) {
       return "is signed, but certs/" + base::printable(name) + " is no list of revoked certificates";
     }
   }
+  if (!complete) return "is signed, but the revocation lists in certs/ cannot be read";
   if (!files.empty()) X509_STORE_set_flags(store, X509_V_FLAG_CRL_CHECK | X509_V_FLAG_CRL_CHECK_ALL);
   return "";
 }
@@ -180,12 +182,28 @@ std::string revocationProblem(X509_STORE_CTX* context) {
   }
 }
 
+// What keeps a list from being heeded. A chain may end before the issuer of its last certificate, without whose key
+// nothing can be said of the issuer's list.
+bool isListFault(int error) {
+  switch (error) {
+    case X509_V_ERR_UNABLE_TO_GET_CRL:
+    case X509_V_ERR_UNABLE_TO_GET_CRL_ISSUER:
+    case X509_V_ERR_CRL_SIGNATURE_FAILURE:
+    case X509_V_ERR_KEYUSAGE_NO_CRL_SIGN:
+    case X509_V_ERR_CRL_HAS_EXPIRED:
+    case X509_V_ERR_CRL_NOT_YET_VALID:
+      return true;
+    default:
+      return false;
+  }
+}
+
 // Asked at each fault, while the context still has the list that it is about; keeps the text of a fault of lists. The
 // last certificate of a chain stands in certs/ and needs no list of its issuer.
 int judgeFault(int good, X509_STORE_CTX* context) {
   if (good == 1) return 1;
   const bool last = X509_STORE_CTX_get_error_depth(context) + 1 == sk_X509_num(X509_STORE_CTX_get0_chain(context));
-  if (last && X509_STORE_CTX_get_error(context) == X509_V_ERR_UNABLE_TO_GET_CRL) {
+  if (last && isListFault(X509_STORE_CTX_get_error(context))) {
     X509_STORE_CTX_set_error(context, X509_V_OK);
     return 1;
   }
@@ -195,6 +213,22 @@ int judgeFault(int good, X509_STORE_CTX* context) {
     // Without memory for its text the fault is told by the library's.
   }
   return 0;
+}
+
+// A list in certs/ of whatever signature bars the last certificate of a chain, which the library may not have looked
+// up.
+std::string revocationOfTheLast(X509_STORE_CTX* context) {
+  const STACK_OF(X509)* const chain = X509_STORE_CTX_get0_chain(context);
+  X509* const last = sk_X509_value(chain, sk_X509_num(chain) - 1);
+  const RevocationLists lists(X509_STORE_CTX_get1_crls(context, X509_get_issuer_name(last)));
+  for (int i = 0; i < sk_X509_CRL_num(lists.get()); ++i) {
+    X509_REVOKED* revoked = nullptr;
+    if (X509_CRL_get0_by_cert(sk_X509_CRL_value(lists.get(), i), &revoked, last) == 0) continue;
+    return std::string("is signed ") + (sk_X509_num(chain) == 1 ? "by" : "through") +
+           " a certificate that was revoked on " + timeText(X509_REVOKED_get0_revocationDate(revoked)) + ": " +
+           subjectOf(last);
+  }
+  return "";
 }
 
 std::string chainProblem(X509_STORE_CTX* context, const std::string& revoked) {
@@ -215,7 +249,7 @@ std::string chainProblem(X509_STORE_CTX* context, const std::string& revoked) {
     case X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT:
     case X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN:
     case X509_V_ERR_CERT_UNTRUSTED:
-      return "is signed by a certificate that does not chain to one in certs/" + subject;
+      return signedBy + "that does not chain to one in certs/" + subject;
     default:
       return signedBy + "that is not accepted (" + X509_verify_cert_error_string(error) + ")" + subject;
   }
@@ -230,6 +264,8 @@ std::string certificateProblem(X509_STORE* store, X509* certificate, STACK_OF(X5
   X509_STORE_CTX_set_verify_cb(context.get(), judgeFault);
   X509_VERIFY_PARAM_set_auth_level(X509_STORE_CTX_get0_param(context.get()), kAuthenticationLevel);
   if (X509_verify_cert(context.get()) != 1) return chainProblem(context.get(), revoked);
+  std::string problem = revocationOfTheLast(context.get());
+  if (!problem.empty()) return problem;
   if (maySign(certificate)) return "";
   return "is signed by a certificate that is not accepted (not for signing): " + subjectOf(certificate);
 }

@@ -27,6 +27,7 @@ namespace jxinstall {
 //   is signed by a certificate whose revocation list in certs/ is not valid before TIME: SUBJECT
 //   is signed by a certificate whose revocation list in certs/ is not signed by its issuer: SUBJECT
 //   is signed, but certs/NAME is no list of revoked certificates
+//   is signed, but the revocation lists in certs/ cannot be read
 //   is signed by a certificate that does not chain to one in certs/: SUBJECT
 //   is signed by a certificate that is not accepted (REASON): SUBJECT
 [[nodiscard]] std::string signatureProblem(const std::string& certs, const std::string& manifest,

@@ -1,5 +1,7 @@
 #include "platform/linux/support/terminal_settings.h"
 
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <nlohmann/json.hpp>
 
@@ -76,7 +78,10 @@ TerminalSettings parseTerminalSettings(const std::string& text) {
 TerminalSettings readTerminalSettings(const std::string& root) {
   std::string text;
   if (base::readRegularFile(root + "/terminal.json", kMaxFileBytes, text)) return parseTerminalSettings(text);
-  return errno == ENOENT ? TerminalSettings() : unreadable();
+  // A link that leads nowhere, to a file system that is not mounted, must not lift what is set there.
+  struct stat status {};
+  const bool absent = errno == ENOENT && lstat((root + "/terminal.json").c_str(), &status) != 0;
+  return absent ? TerminalSettings() : unreadable();
 }
 
 }  // namespace jxplatform

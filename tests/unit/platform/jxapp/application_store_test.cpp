@@ -212,9 +212,42 @@ TEST(ApplicationStore, SweptOldApplication_IsBroughtToTheDisk) {
   const ApplicationStore store(root.path());
   SystemCalls calls;
   store.sweep();
-  ASSERT_GE(calls.changes.size(), 2U);
-  EXPECT_EQ(calls.changes[0], "renameat .old-a a");
-  EXPECT_EQ(calls.changes[1], "fsync apps");
+  EXPECT_EQ(calls.changes, (std::vector<std::string>{"fsync apps", "renameat .old-a a", "fsync apps"}));
+}
+
+// A rename before it may not be there yet, which a kill has left to the sweep.
+TEST(ApplicationStore, Sweep_RemovesNothingBeforeTheNamesAreOnTheDisk) {
+  const Scratch root;
+  for (const char* file : {"a/new", ".old-a/old", ".new-b/new"}) root.write(std::string("apps/") + file, "");
+  const ApplicationStore store(root.path());
+  SystemCalls calls;
+  calls.fail("fsync", EIO, "/apps");
+  store.sweep();
+  EXPECT_TRUE(root.exists("apps/.old-a/old"));
+  EXPECT_TRUE(root.exists("apps/.new-b/new"));
+  store.sweep();
+  EXPECT_EQ(root.tree("apps"), (Tree{"a/", "a/new="}));
+}
+
+TEST(ApplicationStore, OldApplicationThatCannotBePutBack_IsKept) {
+  const Scratch root;
+  root.write("apps/.old-a/old", "");
+  const ApplicationStore store(root.path());
+  SystemCalls calls;
+  calls.fail("renameat", ENOSPC, "/a");
+  store.sweep();
+  EXPECT_TRUE(root.exists("apps/.old-a/old"));
+  store.sweep();
+  EXPECT_TRUE(root.exists("apps/a/old"));
+}
+
+TEST(ApplicationStore, UpdateThatIsNotSureToBeOnTheDisk_KeepsTheOldOneForTheNextSweep) {
+  const Scratch root;
+  SystemCalls calls;
+  calls.fail("fsync", EIO, "/apps");
+  EXPECT_EQ(update(root, calls, Replacement::kExchange), "");
+  EXPECT_TRUE(root.exists("apps/a/new"));
+  EXPECT_TRUE(root.exists("apps/.new-a/old"));
 }
 
 // An empty folder would give way to a rename.
@@ -295,6 +328,22 @@ TEST(ApplicationStore, RemovalThatFails_LeavesAllOfTheApplication) {
               "the application cannot be taken from its place: Input/output error");
     EXPECT_EQ(root.tree("apps"), (Tree{"a/", "a/old=old"})) << call;
   }
+}
+
+// The next sweep would take it for the application.
+TEST(ApplicationStore, Removal_RemovesWhatIsLeftOfAnOlderVersionFirst) {
+  const Scratch root;
+  root.write("apps/a/new", "");
+  root.write("apps/.old-a/old", "");
+  const ApplicationStore store(root.path());
+  SystemCalls calls;
+  calls.fail("unlinkat", EIO, "/old");
+  EXPECT_EQ(failureOf([&] { base::ignore(store.remove("a")); }),
+            "what is left of an older version cannot be removed: Input/output error");
+  EXPECT_TRUE(root.exists("apps/a/new"));
+  EXPECT_TRUE(store.remove("a"));
+  store.sweep();
+  EXPECT_EQ(root.tree("apps"), Tree{});
 }
 
 TEST(ApplicationStore, FirstInstallationThatCannotBeRenamed_IsAFailure) {

@@ -283,6 +283,25 @@ TEST_F(Revocation, OfWhatLiesInCertsItself_NeedsNoList) {
   trust_.write("certs/middle.pem", middle_.certificatePem());
   list(middle_);
   EXPECT_EQ(problem(), "");
+  for (const bool namesItsKey : {false, true}) {
+    ListWish wish;
+    wish.namesItsKey = namesItsKey;
+    list(root_, wish);
+    EXPECT_EQ(problem(), "") << namesItsKey;
+  }
+}
+
+TEST_F(Revocation, OfWhatLiesInCertsItself_IsTold) {
+  for (const bool namesItsKey : {false, true}) {
+    trust_.write("certs/middle.pem", middle_.certificatePem());
+    ListWish wish;
+    wish.revoked = &middle_;
+    wish.namesItsKey = namesItsKey;
+    trust_.write("certs/root.crl", revocationList(root_, wish));
+    trust_.write("certs/middle.crl", revocationList(middle_));
+    EXPECT_EQ(problemWithoutTime(), "is signed through a certificate that was revoked on TIME: \"CN=Middle\"")
+        << namesItsKey;
+  }
 }
 
 TEST_F(Revocation, ListThatIsNotValidNow_IsTold) {

@@ -28,6 +28,13 @@ void addExtension(X509* certificate, int kind, const char* value) {
   X509_EXTENSION_free(extension);
 }
 
+// By the serial number of the issuer's certificate.
+void addKeyIdentifier(X509_CRL* list, const Identity& issuer) {
+  const std::unique_ptr<AUTHORITY_KEYID, jxplatform::Freer<AUTHORITY_KEYID_free>> identifier(AUTHORITY_KEYID_new());
+  identifier->serial = ASN1_INTEGER_dup(X509_get_serialNumber(issuer.certificate.get()));
+  check(X509_CRL_add1_ext_i2d(list, NID_authority_key_identifier, identifier.get(), 0, 0) == 1);
+}
+
 }  // namespace
 
 std::string Identity::certificatePem() const {
@@ -72,6 +79,7 @@ std::string revocationList(const Identity& issuer, const ListWish& wish) {
     check(X509_REVOKED_set_revocationDate(entry, begin.get()) == 1);
     check(X509_CRL_add0_revoked(list.get(), entry) == 1);
   }
+  if (wish.namesItsKey) addKeyIdentifier(list.get(), issuer);
   check(X509_CRL_sort(list.get()) == 1);
   const Identity& signer = wish.signer != nullptr ? *wish.signer : issuer;
   check(X509_CRL_sign(list.get(), signer.key.get(), EVP_sha256()) > 0);

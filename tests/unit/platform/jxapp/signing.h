@@ -33,6 +33,7 @@ struct ListWish {
   long endsInSeconds = 3600;
   const Identity* signer = nullptr;  // in the issuer's place
   bool der = false;
+  bool namesItsKey = false;  // by an authority key identifier
 };
 
 // A list of revoked certificates in PEM, of the issuer's name.

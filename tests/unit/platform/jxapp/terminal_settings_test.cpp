@@ -104,7 +104,9 @@ TEST(TerminalSettings, FileThatCannotBeRead_IsMalformed) {
   large.write("terminal.json", std::string(std::size_t{1024} * 1024 - 1, ' ') + "{}");
   const Scratch fifo;
   ASSERT_EQ(mkfifo((fifo.path() + "/terminal.json").c_str(), 0600), 0);
-  for (const Scratch* const root : {&folder, &large, &fifo}) {
+  const Scratch link;  // to what is not mounted
+  ASSERT_EQ(symlink("absent", (link.path() + "/terminal.json").c_str()), 0);
+  for (const Scratch* const root : {&folder, &large, &fifo, &link}) {
     expectNothingKnown(readTerminalSettings(root->path()));
     EXPECT_TRUE(readTerminalSettings(root->path()).signaturesMalformed);
     EXPECT_TRUE(readTerminalSettings(root->path()).downgradesMalformed);
