@@ -17,6 +17,8 @@ import jxtree
 UNITS = ("jxdownloader-http", "jxdownloader-terminal", "jxdownloader-controllerd", "jxdownloader-cloudproxyd")
 HELLO = "usr/share/doc/jxdownloader/examples/hello-1.0.0.zip"
 SCREEN_PORT = 6380
+# Which the kernel's table writes otherwise, or which mean something to a shell or to find.
+ODD_NAMES = ("certs [1]", "data 1", " blanks ", "back\\slash*", "two\nlines\n")
 
 
 def upload(package):
@@ -235,20 +237,27 @@ class RemovalTest(jxtree.Case):
         elsewhere = self.root / "else where[1]"
         elsewhere.mkdir()
         (elsewhere / "certificate.pem").write_text("shared")
-        self.mount("--bind", elsewhere, below="certs [1]")
+        for name in ODD_NAMES:
+            self.mount("--bind", elsewhere, below=name)
         (source / "foreign").write_text("")
         with open(self.tree / "etc/fstab", "a", encoding="utf-8") as table:
             table.write("tmpfs /var/lib/jxplatform/source tmpfs uid=jxdownloader 0 0\n")
         said = self.purge().stderr
-        self.assertEqual(sorted(path.name for path in state.iterdir()), ["certs [1]", "lost+found", "source"])
+        self.assertEqual({path.name for path in state.iterdir()}, {*ODD_NAMES, "lost+found", "source"})
         self.assertEqual((elsewhere / "certificate.pem").read_text(), "shared")
         self.assertTrue((source / "foreign").exists())
-        self.assertEqual(said.splitlines(), [f"jxdownloader: {line}" for line in (
-            "/var/lib/jxplatform stays, empty, since a file system is mounted there",
-            "/var/lib/jxplatform/certs [1] stays as it is, since it is mounted",
-            "/var/lib/jxplatform/source stays as it is, since it is mounted",
-            "take the lines with /var/lib/jxplatform out of /etc/fstab before the next start")])
+        self.assertEqual(sorted(f"\n{said}".removesuffix("\n").split("\njxdownloader: ")), sorted([
+            "", *(f"/var/lib/jxplatform/{name} stays as it is, since it is mounted" for name in (*ODD_NAMES, "source")),
+            "/var/lib/jxplatform stays, since a file system is mounted there",
+            "take the lines with /var/lib/jxplatform out of /etc/fstab before the next start"]))
         self.run_in("getent", "passwd", "jxdownloader", succeeds=False)
+
+    def test_purge_below_a_folder_that_is_a_link_leaves_what_is_mounted(self):
+        (self.tree / "var/lib").rename(self.tree / "srv/lib")
+        (self.tree / "var/lib").symlink_to("../srv/lib")
+        (self.mount("-t", "tmpfs", "certs", below="certs") / "certificate.pem").write_text("shared")
+        self.assertEqual(self.purge().stderr, "jxdownloader: /srv/lib/jxplatform/certs stays as it is, since it is mounted\n")
+        self.assertEqual((self.tree / self.STATE / "certs/certificate.pem").read_text(), "shared")
 
     def test_purge_removes_a_link_in_the_state_s_place_and_says_where_it_led(self):
         (self.tree / self.STATE).rename(self.tree / "srv/state")
