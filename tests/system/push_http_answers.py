@@ -147,11 +147,12 @@ class FakeTerminalTest(HttpPushCase):
             self.assertEqual(result["log"], [{"kind": "error", "text": "Error: x"}])
 
     def test_refusals(self):
-        self.pushed(self.path, to=self.answering(answer(FAILED_PAGE)), code=30, status="refused")
+        once = "--retry", "1"  # what has been answered is not sent again
+        self.pushed(self.path, *once, to=self.answering(answer(FAILED_PAGE)), code=30, status="refused")
         for status, reason in ((400, "Bad Request"), (404, "Not Found"), (408, "Request Timeout"), (500, "Internal Server Error"),
                                (302, "Found"), (599, "Error")):
             url = self.answering(b"HTTP/1.1 %d Whatever\r\nContent-Length: 0\r\n\r\n" % status)
-            result = self.pushed(self.path, to=url, code=30, status="refused")
+            result = self.pushed(self.path, *once, to=url, code=30, status="refused")
             self.assertIn(f"refused the upload: {status} (", result["message"])
             if status in (404, 400):
                 self.assertIn(f"{status} ({reason})", result["message"])

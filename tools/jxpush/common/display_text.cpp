@@ -43,7 +43,10 @@ Character firstOf(std::string_view text) {
   return {code, size};
 }
 
-// The library's table of widths is that of the thread's locale; this one is always there.
+// Which a terminal may obey, also where it takes UTF-8.
+bool isControl(char32_t code) { return code < 0x20 || (code >= 0x7F && code <= 0x9F); }
+
+// The library's table of widths is that of the thread's locale; this one is there where the C library's own locales are.
 class WidthTable {
  public:
   WidthTable() : table_(newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr)) {}
@@ -54,6 +57,7 @@ class WidthTable {
   }
   // Negative for what cannot be shown.
   int widthOf(char32_t code) const {
+    if (isControl(code)) return -1;
     if (table_ == nullptr) return code < kFirstBeyondAscii ? 1 : 2;
     const locale_t before = uselocale(table_);
     const int width = wcwidth(static_cast<wchar_t>(code));

@@ -100,7 +100,8 @@ class Upload {
       throw Problem(ExitCode::kGaveUp,
                     address_ + " refused the upload: " + std::to_string(head.status) + " (" +
                         zorhtml::statusText(head.status) + ")",
-                    "refused");
+                    "refused")
+          .forGood();
     }
     std::string html;
     const bool read = exchange_.readContent(html, kLargestPage);
@@ -108,7 +109,8 @@ class Upload {
     const std::optional<AnswerPage> page = read ? parseAnswerPage(html) : std::nullopt;
     if (!page) failForeign("its answer is not a terminal's page");
     if (!page->stored) {
-      throw Problem(ExitCode::kGaveUp, "the terminal refused the upload: it could not store the first file", "refused");
+      throw Problem(ExitCode::kGaveUp, "the terminal refused the upload: it could not store the first file", "refused")
+          .forGood();
     }
     if (!sentAll_)
       throw Problem(ExitCode::kUnknown, "the terminal answered before it had everything; " + consequence());

@@ -10,6 +10,7 @@
 #include <cctype>
 #include <cstdlib>
 #include <fstream>
+#include <mutex>
 #include <vector>
 
 namespace jxpush {
@@ -57,6 +58,9 @@ std::string portHolder(const std::string& device) {
 }
 
 std::string permissionAdvice(const std::string& device) {
+  // The library has one place for what it finds of users and groups; several lines may be refused at once.
+  static std::mutex lookUp;
+  const std::lock_guard<std::mutex> lock(lookUp);
   struct stat status {};
   if (stat(device.c_str(), &status) != 0) return "";
   const passwd* const user = getpwuid(geteuid());
