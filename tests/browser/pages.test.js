@@ -6,7 +6,7 @@ import {createRequire} from 'node:module';
 import path from 'node:path';
 import {after, before, test} from 'node:test';
 import {pages} from './page_table.js';
-import {close, launch, open, onScreen, Pages, pagesIn, pictures, scratch, sizes, source} from './support.js';
+import {close, launch, open, onScreen, rest, Pages, pagesIn, pictures, scratch, sizes, source} from './support.js';
 
 const kSmallestTarget = 48;  // pixels
 const axe = readFileSync(createRequire(import.meta.url).resolve('axe-core/axe.min.js'), 'utf8');
@@ -100,10 +100,11 @@ for (const [size, options] of Object.entries(windows)) {
     await window.keyboard.press('Escape');
     await window.getByRole('dialog').waitFor();
     assert.deepEqual(await violationsIn(window), []);
-    await window.evaluate(() => { globalThis.clock += 1000; globalThis.hastened[5000] = 1; });
+    await rest(window);
+    await window.evaluate(() => { globalThis.hastened[5000] = 1; });
     await window.keyboard.press('Escape');
     await window.getByRole('dialog').waitFor({state: 'detached'});
-    await window.evaluate(() => { globalThis.clock += 1000; });
+    await rest(window);
     await window.keyboard.press('1');
     await shown.returned('mainmenu.html');
     await window.getByText('The terminal is busy. Please wait.').waitFor();
