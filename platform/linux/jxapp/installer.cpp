@@ -133,7 +133,7 @@ class Installation {
                                   const TerminalSettings& settings) {
     const DowngradePolicy policy = settings.downgrades.value_or(DowngradePolicy::kWarn);
     if (policy == DowngradePolicy::kAllow || compareVersions(manifest.version, before) >= 0) return "";
-    const std::string problem = manifest.name + ' ' + manifest.version + " is older than the installed " + before;
+    std::string problem = manifest.name + ' ' + manifest.version + " is older than the installed " + before;
     if (policy == DowngradePolicy::kRefuse) throw Failure(problem);
     return problem;
   }

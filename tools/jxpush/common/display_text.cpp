@@ -46,7 +46,8 @@ Character firstOf(std::string_view text) {
 // Which a terminal may obey, also where it takes UTF-8.
 bool isControl(char32_t code) { return code < 0x20 || (code >= 0x7F && code <= 0x9F); }
 
-// The library's table of widths is that of the thread's locale; this one is there where the C library's own locales are.
+// The library's table of widths is that of the thread's locale; this one is there where the C library's own locales
+// are.
 class WidthTable {
  public:
   WidthTable() : table_(newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr)) {}

@@ -227,7 +227,7 @@ class Revocation : public Signature {
 
   // The same without the time in it, which it must have.
   std::string problemWithoutTime() const {
-    const std::string text = problem();
+    std::string text = problem();
     const std::size_t end = text.find(" GMT");
     if (end == std::string::npos) return text;
     constexpr std::size_t kTimeBytes = std::string_view("Nov 22 06:27:00 2026").size();

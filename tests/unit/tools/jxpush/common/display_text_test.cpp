@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+
 using namespace jxpush;
 
 TEST(DisplayText, WhatATerminalMayObey_IsReplaced) {
@@ -10,9 +12,7 @@ TEST(DisplayText, WhatATerminalMayObey_IsReplaced) {
   EXPECT_EQ("?31m", displayText("\xC2\x9B"
                                 "31m"))
       << "CSI of the second set of controls";
-  EXPECT_EQ("?gpj.exe", displayText("\xE2\x80\xAE"
-                                    "gpj.exe"))
-      << "turns the direction";
+  EXPECT_EQ("?gpj.exe", displayText(std::string("\xE2\x80") + "\xAE" + "gpj.exe")) << "turns the direction";
   EXPECT_EQ("a?b", displayText("a\xE2\x80\xA8"
                                "b"))
       << "ends a line";

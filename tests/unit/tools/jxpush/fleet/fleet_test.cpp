@@ -161,7 +161,7 @@ TEST_F(FleetTest, WhatDoesNotPass_IsNotTriedAgain) {
   for (std::size_t i = 0; i < finals.size(); ++i) {
     const std::string name = "t" + std::to_string(i);
     target(name);
-    const Problem problem = finals[i];
+    const Problem& problem = finals[i];
     terminals_.behaviour[name] = [problem](int) { throw Problem(problem); };
   }
   EXPECT_EQ(ExitCode::kSomeFailed, run());
