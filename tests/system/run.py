@@ -290,7 +290,7 @@ class RefusalTest(Case):
                 ("mutate --all", 'mutate has no option "--all"'),
                 ("mutate uploads", 'there is no folder or file "uploads" in the tree'),
                 ("arm --foot", 'arm takes --footprint and nothing else, not "--foot"'),
-                ("run --http --http", 'run takes --http and nothing else, not "--http"'),
+                ("run --http --http", "run takes --http once"),
                 ("bench", "bench takes http, serial or fleet"),
                 ("bench usb", 'bench takes http, serial or fleet, not "usb"'),
                 ("bench http --fast", 'bench takes --quick and nothing else, not "--fast"')):

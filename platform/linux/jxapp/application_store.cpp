@@ -156,7 +156,9 @@ bool ApplicationStore::remove(const std::string& name) const {
   }
   discard(name);
   // What is left of an older one would be taken for the application by the next sweep.
-  if (!removeTree(directory(), kOldPrefix + name)) failWith("what is left of an older version cannot be removed");
+  const std::string older = kOldPrefix + name;
+  if (exists(directory(), older) && !removeTree(directory(), older))
+    failWith("what is left of an older version cannot be removed");
   if (!rename(directory(), name, aside)) failWith("the application cannot be taken from its place");
   if (!base::syncFile(directory())) {
     const int reason = errno;

@@ -215,6 +215,9 @@ int judgeFault(int good, X509_STORE_CTX* context) {
   return 0;
 }
 
+// Whether the signer's own certificate is meant, or one above it.
+std::string signedBy(bool own) { return own ? "is signed by a certificate " : "is signed through a certificate "; }
+
 // A list in certs/ of whatever signature bars the last certificate of a chain, which the library may not have looked
 // up.
 std::string revocationOfTheLast(X509_STORE_CTX* context) {
@@ -224,9 +227,8 @@ std::string revocationOfTheLast(X509_STORE_CTX* context) {
   for (int i = 0; i < sk_X509_CRL_num(lists.get()); ++i) {
     X509_REVOKED* revoked = nullptr;
     if (X509_CRL_get0_by_cert(sk_X509_CRL_value(lists.get(), i), &revoked, last) == 0) continue;
-    return std::string("is signed ") + (sk_X509_num(chain) == 1 ? "by" : "through") +
-           " a certificate that was revoked on " + timeText(X509_REVOKED_get0_revocationDate(revoked)) + ": " +
-           subjectOf(last);
+    return signedBy(sk_X509_num(chain) == 1) + "that was revoked on " +
+           timeText(X509_REVOKED_get0_revocationDate(revoked)) + ": " + subjectOf(last);
   }
   return "";
 }
@@ -235,23 +237,22 @@ std::string chainProblem(X509_STORE_CTX* context, const std::string& revoked) {
   const int error = X509_STORE_CTX_get_error(context);
   const X509* const certificate = X509_STORE_CTX_get_current_cert(context);
   const std::string subject = ": " + subjectOf(certificate);
-  const bool own = X509_STORE_CTX_get_error_depth(context) == 0;
-  const std::string signedBy = own ? "is signed by a certificate " : "is signed through a certificate ";
-  if (!revoked.empty()) return signedBy + revoked + subject;
+  const std::string how = signedBy(X509_STORE_CTX_get_error_depth(context) == 0);
+  if (!revoked.empty()) return how + revoked + subject;
   switch (error) {
     case X509_V_ERR_CERT_HAS_EXPIRED:
-      return signedBy + "that expired on " + timeText(X509_get0_notAfter(certificate)) + subject;
+      return how + "that expired on " + timeText(X509_get0_notAfter(certificate)) + subject;
     case X509_V_ERR_CERT_NOT_YET_VALID:
-      return signedBy + "that is not valid before " + timeText(X509_get0_notBefore(certificate)) + subject;
+      return how + "that is not valid before " + timeText(X509_get0_notBefore(certificate)) + subject;
     case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT:
     case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY:
     case X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE:
     case X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT:
     case X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN:
     case X509_V_ERR_CERT_UNTRUSTED:
-      return signedBy + "that does not chain to one in certs/" + subject;
+      return how + "that does not chain to one in certs/" + subject;
     default:
-      return signedBy + "that is not accepted (" + X509_verify_cert_error_string(error) + ")" + subject;
+      return how + "that is not accepted (" + X509_verify_cert_error_string(error) + ")" + subject;
   }
 }
 
