@@ -2,11 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <string_view>
 #include <tuple>
 
 #include "tests/unit/platform/jxapp/scratch.h"
 #include "tests/unit/platform/jxapp/signing.h"
+#include "tests/unit/platform/jxapp/system_calls.h"
 
 namespace {
 
@@ -323,6 +325,14 @@ TEST_F(Revocation, ListUnderAForeignSignature_IsTold) {
   list(middle_, wish);
   EXPECT_EQ(problem(),
             "is signed by a certificate whose revocation list in certs/ is not signed by its issuer: \"CN=Signer\"");
+}
+
+TEST_F(Revocation, ListsThatCannotBeRead_LetNobodyPass) {
+  list(middle_);
+  list(root_);
+  SystemCalls calls;
+  calls.fail("open", EMFILE, "/certs", 1);  // after the certificates
+  EXPECT_EQ(problem(), "is signed, but the revocation lists in certs/ cannot be read");
 }
 
 TEST_F(Revocation, FileThatIsNoList_LetsNobodyPass) {
